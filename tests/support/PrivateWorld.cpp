@@ -1,0 +1,428 @@
+#include "PrivateWorld.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <sched.h>
+#include <sqlite3.h>
+#include <sstream>
+#include <stdexcept>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "Process.h"
+
+namespace fs = std::filesystem;
+
+namespace support {
+
+const std::string createTaskTable
+    = "CREATE TABLE TaskTable(id INTEGER PRIMARY KEY AUTOINCREMENT,description VARCHAR(255) NOT NULL,"
+      "type INTEGER NOT NULL DEFAULT 1,crontime VARCHAR(255) NOT NULL,parameter BLOB,result BLOB,created TEXT,"
+      "lastRun TEXT,status INTEGER DEFAULT 1,count INTEGER NOT NULL DEFAULT 0,userId INTEGER NOT NULL DEFAULT 0,"
+      "recType INTEGER NOT NULL DEFAULT 0)";
+
+namespace {
+
+const std::string worldDirectory = "/usr/local/private-world/";
+const std::string passwdFile = worldDirectory + "passwd";
+const std::string allowFile = worldDirectory + "cron.allow";
+const std::string recorder = worldDirectory + "recording_crontab";
+const std::string recorderState = worldDirectory + "crontab/"; // the recording crontab knows it, too
+const std::string recorderTabs = recorderState + "tabs/";
+const std::string spool = "/var/spool/cron/crontabs/";
+const char* const crontabProgram = "/usr/bin/crontab";
+
+bool gEntered = false;
+bool gRecording = false;
+bool gScratchLimited = false;
+gid_t gCrontabGroup = 0;
+std::map<std::string, int> gAccounts;
+
+[[noreturn]] void fail(const std::string& sentence)
+{
+    throw std::runtime_error(sentence);
+}
+
+[[noreturn]] void failCall(const std::string& call)
+{
+    fail(call + " failed: " + std::strerror(errno));
+}
+
+void requireWorld()
+{
+    if (!gEntered)
+        fail("the private world of the tests has not been entered");
+}
+
+void mountTmpfs(const std::string& target, const std::string& options)
+{
+    if (mount("tmpfs", target.c_str(), "tmpfs", 0, options.c_str()) != 0)
+        failCall("mounting a tmpfs on " + target);
+}
+
+void bindMount(const std::string& source, const std::string& target)
+{
+    if (mount(source.c_str(), target.c_str(), nullptr, MS_BIND | MS_REC, nullptr) != 0)
+        failCall("binding " + source + " to " + target);
+}
+
+void unmount(const std::string& target)
+{
+    if (umount2(target.c_str(), MNT_DETACH) != 0)
+        failCall("unmounting " + target);
+}
+
+void setOwnerAndMode(const std::string& path, uid_t owner, gid_t group, mode_t mode)
+{
+    if (chown(path.c_str(), owner, group) != 0)
+        failCall("chown " + path);
+    if (chmod(path.c_str(), mode) != 0)
+        failCall("chmod " + path);
+}
+
+void unshareMounts()
+{
+    if (unshare(CLONE_NEWNS) != 0)
+        failCall("unshare(CLONE_NEWNS)");
+    if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+        failCall("making all mounts private");
+}
+
+void writeRaw(const std::string& path, const std::string& bytes)
+{
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << bytes << std::flush;
+    if (!out)
+        failCall("writing " + path);
+}
+
+/// Puts what /usr/local held before back into the new one, the product alone left out.
+void bringBack(const fs::directory_entry& entry, const std::string& target)
+{
+    if (entry.is_symlink()) {
+        fs::copy_symlink(entry.path(), target);
+        return;
+    }
+    if (entry.is_directory())
+        fs::create_directory(target);
+    else
+        writeRaw(target, "");
+    bindMount(entry.path().string(), target);
+}
+
+/// The product's directory must not be made on the machine's own disk, not even as a mount point, so /usr/local as a
+/// whole becomes a file system in memory.
+void replaceUsrLocal()
+{
+    const int before = open("/usr/local", O_PATH | O_DIRECTORY | O_CLOEXEC);
+    if (before < 0)
+        failCall("opening /usr/local");
+    mountTmpfs("/usr/local", "mode=0755");
+    for (const auto& entry : fs::directory_iterator("/proc/self/fd/" + std::to_string(before))) {
+        const std::string name = entry.path().filename().string();
+        if (name != "Quarno")
+            bringBack(entry, "/usr/local/" + name);
+    }
+    close(before);
+}
+
+void replaceSpool()
+{
+    mountTmpfs("/var/spool/cron", "mode=0755");
+    fs::create_directory(spool);
+    setOwnerAndMode(spool, 0, gCrontabGroup, S_ISVTX | 0730);
+}
+
+void writeAccounts()
+{
+    std::ostringstream passwd;
+    std::ostringstream allowed;
+    for (const auto& [name, uid] : gAccounts) {
+        passwd << name << ":x:" << uid << ":" << uid << ":" << name << ":/:/bin/sh\n";
+        allowed << name << "\n";
+    }
+    writeRaw(passwdFile, passwd.str());
+    writeRaw(allowFile, allowed.str());
+}
+
+void replaceIfThere(const std::string& source, const char* target)
+{
+    if (fs::exists(target))
+        bindMount(source, target);
+}
+
+void replaceAccounts()
+{
+    gAccounts = {{"root", 0}};
+    writeAccounts();
+    writeRaw(worldDirectory + "group", "root:x:0:\ncrontab:x:" + std::to_string(gCrontabGroup) + ":\n");
+    writeRaw(worldDirectory + "nsswitch.conf", "passwd: files\ngroup: files\nshadow: files\n");
+    writeRaw(worldDirectory + "cron.deny", "");
+    bindMount(passwdFile, "/etc/passwd");
+    bindMount(worldDirectory + "group", "/etc/group");
+    replaceIfThere(worldDirectory + "nsswitch.conf", "/etc/nsswitch.conf"); // without it, files is the default
+    replaceIfThere(allowFile, "/etc/cron.allow");
+    replaceIfThere(worldDirectory + "cron.deny", "/etc/cron.deny");
+    if (fs::exists("/run/nscd")) // a name service cache would answer with the machine's own accounts
+        mountTmpfs("/run/nscd", "mode=0755");
+}
+
+void bringRecorder()
+{
+    fs::copy_file(ORV_RECORDING_CRONTAB, recorder);
+    setOwnerAndMode(recorder, 0, 0, 0755);
+}
+
+void buildWorld()
+{
+    struct stat program { };
+    if (geteuid() != 0)
+        fail("they run in a private mount namespace, which only root can make; run them as root");
+    if (stat(crontabProgram, &program) != 0)
+        fail("there is no /usr/bin/crontab; install the package cron");
+    gCrontabGroup = program.st_gid;
+    umask(022);
+    unshareMounts();
+    replaceUsrLocal();
+    replaceSpool();
+    fs::create_directory(worldDirectory);
+    replaceAccounts();
+    bringRecorder();
+    gEntered = true;
+    resetWorld();
+}
+
+void emptyDirectory(const std::string& path)
+{
+    fs::remove_all(path);
+    fs::create_directories(path);
+}
+
+void forgetRecordings()
+{
+    emptyDirectory(recorderState);
+    emptyDirectory(recorderTabs);
+    writeRaw(recorderState + "calls", "");
+    for (const auto& path : {recorderState, recorderTabs})
+        setOwnerAndMode(path, 0, 0, 0777); // a test may run the program as somebody else
+    setOwnerAndMode(recorderState + "calls", 0, 0, 0666);
+}
+
+void unlimitScratchDirectory()
+{
+    if (gScratchLimited)
+        unmount(scratchDirectory);
+    gScratchLimited = false;
+}
+
+struct DatabaseCloser {
+    void operator()(sqlite3* database) const { sqlite3_close(database); }
+};
+struct StatementCloser {
+    void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
+};
+using Database = std::unique_ptr<sqlite3, DatabaseCloser>;
+using Statement = std::unique_ptr<sqlite3_stmt, StatementCloser>;
+
+Database openDatabase()
+{
+    requireWorld();
+    sqlite3* handle = nullptr;
+    const int code = sqlite3_open(databasePath.c_str(), &handle);
+    Database database(handle);
+    if (code != SQLITE_OK)
+        fail("opening " + databasePath + " failed: " + sqlite3_errstr(code));
+    return database;
+}
+
+std::string rowText(sqlite3_stmt* row)
+{
+    std::string text;
+    for (int column = 0; column < sqlite3_column_count(row); ++column) {
+        const void* bytes = sqlite3_column_blob(row, column);
+        const auto size = static_cast<size_t>(sqlite3_column_bytes(row, column));
+        text += column > 0 ? "|" : "";
+        if (sqlite3_column_type(row, column) == SQLITE_NULL)
+            text += "NULL";
+        else if (size > 0)
+            text.append(static_cast<const char*>(bytes), size);
+    }
+    return text;
+}
+
+} // namespace
+
+void enterPrivateWorld()
+{
+    try {
+        buildWorld();
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "The tests cannot be run here: %s.\n", error.what());
+        std::_Exit(1);
+    }
+}
+
+void resetWorld()
+{
+    requireWorld();
+    useRealCrontab();
+    unlimitScratchDirectory();
+    emptyDirectory("/usr/local/Quarno");
+    emptyDirectory(testDirectory);
+    fs::create_directories(scratchDirectory);
+    setOwnerAndMode(scratchDirectory, 0, 0, 0700);
+    for (const auto& crontab : fs::directory_iterator(spool))
+        fs::remove_all(crontab.path());
+    gAccounts = {{"root", 0}, {"anna", anna}, {"ben", ben}, {"carla", carla}};
+    writeAccounts();
+}
+
+void addAccount(const std::string& name, int uid)
+{
+    requireWorld();
+    gAccounts[name] = uid;
+    writeAccounts();
+}
+
+void removeAccount(const std::string& name)
+{
+    requireWorld();
+    if (gAccounts.erase(name) != 1)
+        fail("there is no account " + name);
+    writeAccounts();
+}
+
+std::string crontabOf(const std::string& name)
+{
+    requireWorld();
+    if (!hasCrontab(name))
+        return "";
+    if (gRecording)
+        return readFile(recorderTabs + name);
+    const auto listing = runProgram({crontabProgram, "-u", name, "-l"});
+    if (listing.status != 0)
+        fail("crontab -u " + name + " -l failed: " + listing.errors);
+    return listing.output;
+}
+
+bool hasCrontab(const std::string& name)
+{
+    requireWorld();
+    return fs::exists((gRecording ? recorderTabs : spool) + name);
+}
+
+void setCrontab(const std::string& name, const std::string& text)
+{
+    requireWorld();
+    if (gRecording) {
+        writeFile(recorderTabs + name, text);
+        return;
+    }
+    const std::string file = testDirectory + "crontab-to-install";
+    writeFile(file, text);
+    const auto installing = runProgram({crontabProgram, "-u", name, file});
+    if (installing.status != 0)
+        fail("crontab -u " + name + " refused the text: " + installing.errors);
+    fs::remove(file);
+}
+
+void useRecordingCrontab()
+{
+    requireWorld();
+    forgetRecordings();
+    if (!gRecording)
+        bindMount(recorder, crontabProgram);
+    gRecording = true;
+}
+
+void useRealCrontab()
+{
+    requireWorld();
+    if (gRecording)
+        unmount(crontabProgram);
+    gRecording = false;
+}
+
+std::vector<std::string> crontabCalls()
+{
+    std::istringstream log(readFile(recorderState + "calls"));
+    std::vector<std::string> calls;
+    for (std::string call; std::getline(log, call);)
+        calls.push_back(call);
+    return calls;
+}
+
+void onCrontabCall(const std::string& shellText)
+{
+    if (!gRecording)
+        fail("only the recording crontab can be told what to do");
+    writeFile(recorderState + "hook", shellText + "\n");
+}
+
+std::string readFile(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    if (!in)
+        failCall("reading " + path);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+void writeFile(const std::string& path, const std::string& bytes)
+{
+    requireWorld();
+    writeRaw(path, bytes);
+}
+
+std::vector<std::string> scratchFiles()
+{
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(scratchDirectory))
+        names.push_back(entry.path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+void limitScratchDirectory(long bytes, int files)
+{
+    requireWorld();
+    unlimitScratchDirectory();
+    // The root of the file system is one of its files.
+    mountTmpfs(scratchDirectory,
+        "mode=0700,size=" + std::to_string(bytes) + ",nr_inodes=" + std::to_string(files == 0 ? 0 : files + 1));
+    gScratchLimited = true;
+}
+
+void execSql(const std::string& sql)
+{
+    const Database database = openDatabase();
+    if (sqlite3_exec(database.get(), sql.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK)
+        fail(sql + ": " + sqlite3_errmsg(database.get()));
+}
+
+std::vector<std::string> queryRows(const std::string& sql)
+{
+    const Database database = openDatabase();
+    sqlite3_stmt* handle = nullptr;
+    const int prepared = sqlite3_prepare_v2(database.get(), sql.c_str(), -1, &handle, nullptr);
+    const Statement statement(handle);
+    if (prepared != SQLITE_OK)
+        fail(sql + ": " + sqlite3_errmsg(database.get()));
+    std::vector<std::string> rows;
+    int code = SQLITE_ROW;
+    while ((code = sqlite3_step(handle)) == SQLITE_ROW)
+        rows.push_back(rowText(handle));
+    if (code != SQLITE_DONE)
+        fail(sql + ": " + sqlite3_errmsg(database.get()));
+    return rows;
+}
+
+} // namespace support
