@@ -1,0 +1,260 @@
+#include "SqliteDb.h"
+
+#include "OrvException.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <sqlite3.h>
+
+static_assert(columnNull == SQLITE_NULL);
+static_assert(columnBlob == SQLITE_BLOB);
+static_assert(resultMisuse == SQLITE_MISUSE);
+
+namespace {
+
+constexpr int busyWaitMilliseconds = 5000;
+
+// Pages that SQLite takes from static memory rather than from malloc; what does not fit goes to malloc as usual.
+constexpr int staticPages = 16;
+constexpr int staticPageSize = 4096 + 512; // a page of the default size and what SQLite keeps with it
+
+// The statement names its table itself, so that the table is there already shows in SQLite's answer alone. Asking first
+// would cost every start a statement, and leave a gap in which another program can make the table.
+bool tableExistsAlready(sqlite3* connection, int resultCode)
+{
+    return resultCode == SQLITE_ERROR && std::strstr(sqlite3_errmsg(connection), "already exists") != nullptr;
+}
+
+int bind(sqlite3_stmt* statement, const SqliteDataContainer& value)
+{
+    // SQLite would take a null pointer for NULL, but an empty description is a text.
+    const void* bytes = value.length == 0 ? "" : value.data;
+    const sqlite3_uint64 size = static_cast<std::uint32_t>(value.length);
+    switch (value.type) {
+    case sqliteText:
+        return sqlite3_bind_text64(
+            statement, value.index, static_cast<const char*>(bytes), size, SQLITE_STATIC, SQLITE_UTF8);
+    case sqliteBlob:
+        return sqlite3_bind_blob64(statement, value.index, bytes, size, SQLITE_STATIC);
+    }
+    return SQLITE_MISUSE;
+}
+
+void* copyOf(const char* bytes, std::size_t size)
+{
+    void* copy = std::malloc(std::max<std::size_t>(size, 1)); // an empty blob has an address too
+    if (copy == nullptr)
+        throw std::bad_alloc();
+    return std::memcpy(copy, bytes, size);
+}
+
+} // namespace
+
+void SqliteDb::Closer::operator()(sqlite3* connection) const
+{
+    sqlite3_close(connection);
+}
+
+void SqliteDb::Finalizer::operator()(sqlite3_stmt* statement) const
+{
+    sqlite3_finalize(statement);
+}
+
+void SqliteDb::setUpForOneThread()
+{
+    alignas(8) static char pages[staticPages * staticPageSize];
+    sqlite3_config(SQLITE_CONFIG_SINGLETHREAD);
+    sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
+    sqlite3_config(SQLITE_CONFIG_PAGECACHE, pages, staticPageSize, staticPages);
+}
+
+SqliteDb::SqliteDb(const char* path, bool)
+{
+    sqlite3* connection = nullptr;
+    m_openResult = sqlite3_open_v2(path, &connection, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+    m_connection.reset(connection); // SQLite gives one for most failures too, to be closed
+    if (m_openResult == SQLITE_OK)
+        sqlite3_busy_timeout(connection, busyWaitMilliseconds);
+    else
+        m_connection.reset();
+    lastError = m_openResult;
+}
+
+SqliteDb::SqliteDb(const char* path, bool flag, const char* createSql)
+    : SqliteDb(path, flag)
+{
+    const int result = write(createSql, {});
+    if (result == SQLITE_OK || tableExistsAlready(m_connection.get(), result))
+        return;
+    throw SqliteException(result, "Database: table cannot be created");
+}
+
+SqliteDb::~SqliteDb() = default;
+
+bool SqliteDb::doReadSql(const char* sql)
+{
+    forgetRows();
+    const int result = readRows(sql);
+    if (result != SQLITE_OK)
+        forgetRows();
+    return succeeded(result);
+}
+
+bool SqliteDb::nextRow()
+{
+    if (m_rowsPassed > m_rows)
+        return false;
+    ++m_rowsPassed;
+    return m_rowsPassed <= m_rows;
+}
+
+void* SqliteDb::operator[](int column)
+{
+    auto cell = std::make_unique<valueCell>();
+    cell->blob = nullptr;
+    if (const Value* value = valueAt(column)) {
+        if (value->type == SQLITE_BLOB)
+            cell->blob = copyOf(m_bytes.data() + value->begin, static_cast<std::size_t>(value->size));
+        else
+            cell->integer = static_cast<std::int32_t>(value->integer);
+    }
+    return cell.release();
+}
+
+void* SqliteDb::operator[](const char* name)
+{
+    const auto named = [name](const std::string& column) { return sqlite3_stricmp(column.c_str(), name) == 0; };
+    const auto found = std::find_if(m_columnNames.begin(), m_columnNames.end(), named);
+    return (*this)[found == m_columnNames.end() ? -1 : static_cast<int>(found - m_columnNames.begin())];
+}
+
+std::string SqliteDb::getColumn(int column)
+{
+    const Value* value = valueAt(column);
+    return value == nullptr ? std::string() : textOf(*value);
+}
+
+int SqliteDb::getColumnByte(int column)
+{
+    const Value* value = valueAt(column);
+    if (value == nullptr)
+        return 0;
+    return value->type == SQLITE_INTEGER ? static_cast<int>(textOf(*value).size()) : value->size;
+}
+
+int SqliteDb::columnType(int column)
+{
+    const Value* value = valueAt(column);
+    return value == nullptr ? SQLITE_NULL : value->type;
+}
+
+bool SqliteDb::doWriteSql(const char* sql)
+{
+    return succeeded(write(sql, {}));
+}
+
+bool SqliteDb::doWriteSql(const char* sql, std::vector<SqliteDataContainer>& values)
+{
+    return succeeded(write(sql, values));
+}
+
+int SqliteDb::prepare(const char* sql, Statement& statement) const
+{
+    if (m_connection == nullptr)
+        return m_openResult;
+    sqlite3_stmt* prepared = nullptr;
+    const int result = sqlite3_prepare_v2(m_connection.get(), sql, -1, &prepared, nullptr);
+    statement.reset(prepared);
+    return result == SQLITE_OK && prepared == nullptr ? SQLITE_MISUSE : result; // no statement in the text at all
+}
+
+int SqliteDb::readRows(const char* sql)
+{
+    Statement statement;
+    int result = prepare(sql, statement);
+    if (result != SQLITE_OK)
+        return result;
+    for (int column = 0; column < sqlite3_column_count(statement.get()); ++column) {
+        const char* name = sqlite3_column_name(statement.get(), column);
+        if (name == nullptr)
+            return SQLITE_NOMEM;
+        m_columnNames.emplace_back(name);
+    }
+    while ((result = sqlite3_step(statement.get())) == SQLITE_ROW)
+        if ((result = readRow(statement.get())) != SQLITE_OK)
+            return result;
+    return result == SQLITE_DONE ? SQLITE_OK : result;
+}
+
+int SqliteDb::readRow(sqlite3_stmt* statement)
+{
+    const int columns = sqlite3_column_count(statement);
+    for (int column = 0; column < columns; ++column) {
+        Value value{0, m_bytes.size(), 0, sqlite3_column_type(statement, column)};
+        value.integer = sqlite3_column_int64(statement, column);
+        if (value.type != SQLITE_INTEGER && value.type != SQLITE_NULL) {
+            const void* bytes = value.type == SQLITE_BLOB
+                ? sqlite3_column_blob(statement, column)
+                : static_cast<const void*>(sqlite3_column_text(statement, column));
+            value.size = sqlite3_column_bytes(statement, column);
+            if (bytes == nullptr && (value.type != SQLITE_BLOB || value.size > 0))
+                return SQLITE_NOMEM;
+            m_bytes.append(static_cast<const char*>(bytes), static_cast<std::size_t>(value.size));
+        }
+        m_values.push_back(value);
+    }
+    ++m_rows;
+    return SQLITE_OK;
+}
+
+int SqliteDb::write(const char* sql, const std::vector<SqliteDataContainer>& values)
+{
+    Statement statement;
+    int result = prepare(sql, statement);
+    for (auto value = values.begin(); result == SQLITE_OK && value != values.end(); ++value)
+        result = bind(statement.get(), *value);
+    if (result != SQLITE_OK)
+        return result;
+    do
+        result = sqlite3_step(statement.get());
+    while (result == SQLITE_ROW);
+    if (result != SQLITE_DONE)
+        return result;
+    lastInsertId = static_cast<std::int32_t>(sqlite3_last_insert_rowid(m_connection.get()));
+    return SQLITE_OK;
+}
+
+bool SqliteDb::succeeded(int resultCode)
+{
+    if (resultCode != SQLITE_OK)
+        lastError = resultCode;
+    return resultCode == SQLITE_OK;
+}
+
+void SqliteDb::forgetRows()
+{
+    m_columnNames.clear();
+    m_values.clear();
+    m_bytes.clear();
+    m_rows = 0;
+    m_rowsPassed = 0;
+}
+
+const SqliteDb::Value* SqliteDb::valueAt(int column) const
+{
+    const bool current = m_rowsPassed > 0 && m_rowsPassed <= m_rows;
+    if (!current || column < 0 || static_cast<std::size_t>(column) >= m_columnNames.size())
+        return nullptr;
+    return &m_values[(m_rowsPassed - 1) * m_columnNames.size() + static_cast<std::size_t>(column)];
+}
+
+std::string SqliteDb::textOf(const Value& value) const
+{
+    if (value.type == SQLITE_NULL)
+        return {};
+    if (value.type == SQLITE_INTEGER)
+        return std::to_string(value.integer);
+    return m_bytes.substr(value.begin, static_cast<std::size_t>(value.size));
+}
