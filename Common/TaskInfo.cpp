@@ -1,0 +1,82 @@
+#include "TaskInfo.h"
+
+#include "CfRef.h"
+
+#include <cstdio>
+#include <unistd.h>
+
+namespace {
+
+// The names end in a blank: the time follows them without another separator.
+const char* nameText(TaskType type)
+{
+    switch (type) {
+    case scanTask:
+        return "Scan Task ";
+    case updateTask:
+        return "E-update Task ";
+    case scanNowTask:
+        return "Scan Now Task ";
+    case nxcScanTask:
+        return "NXC Scan Task ";
+    case fullOdsTask:
+        return "Full ODS Task ";
+    case quickOdsTask:
+        return "Quick ODS Task ";
+    }
+    return "";
+}
+
+// localtime, but for several threads at once; as localtime does, it looks at the time zone anew each time.
+tm localNow()
+{
+    const time_t now = time(nullptr);
+    tm local{};
+    tzset();
+    localtime_r(&now, &local);
+    return local;
+}
+
+std::string asctimeText(const tm& local)
+{
+    constexpr int asctimeCapacity = 26; // POSIX's size
+    char text[asctimeCapacity] = "";
+    asctime_r(&local, text);
+    return text; // ends in a line break, and so does the description: it is how descriptions have always been stored
+}
+
+} // namespace
+
+TaskInfo::TaskInfo(TaskType kind)
+    : id(0)
+    , description(nameText(kind) + asctimeText(localNow()))
+    , type(kind)
+    , cronTime(getCronCurrentTime(0))
+    , parameter(nullptr)
+    , result(nullptr)
+    , created(time(nullptr))
+    , lastRun(time(nullptr))
+    , status(TaskStatus(1))
+    , count(0)
+    , userId(static_cast<int>(geteuid()))
+    , recType(0)
+{
+}
+
+std::string TaskInfo::getCronCurrentTime(int exact)
+{
+    const tm local = localNow();
+    char text[64];
+    if (exact == 0)
+        std::snprintf(text, sizeof text, "%d * * * *", local.tm_min);
+    else
+        std::snprintf(text, sizeof text, "%d %d %d %d *", local.tm_min, local.tm_hour, local.tm_mday, local.tm_mon + 1);
+    return text;
+}
+
+void TaskReleaser::operator()(TaskInfo* task) const
+{
+    const CfRef<CFPropertyListRef> parameter(task->parameter);
+    const CfRef<CFMutableDictionaryRef> result(task->result);
+    delete task;
+}

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <CoreFoundation/CoreFoundation.h>
+#include <cstdint>
+#include <ctime>
+#include <memory>
+#include <string>
+
+/// The kind of a task. Any 32-bit number may stand in the table; those without a name here have no name text either.
+enum TaskType : std::int32_t {
+    scanTask = 1,
+    updateTask = 2,
+    scanNowTask = 3, ///< runs once, and never gets a crontab line
+    nxcScanTask = 4,
+    fullOdsTask = 5,
+    quickOdsTask = 6,
+};
+
+/// The state of a task, a number without names. A new task has 1. The store removes tasks of 3 and 5 first when there
+/// are too many, and does not count a task above 5 as one of its user's.
+enum TaskStatus : std::int32_t {};
+
+/// One task, as a row of TaskTable holds it. Owns its strings. Does not release `parameter` and `result`: whoever made
+/// them does (see OwnedTask for one that the store has made).
+struct TaskInfo {
+    /// A new task, not yet stored: description the name text of `type` (none if it has no name) and the present local
+    /// time as asctime gives it, line break included; cronTime getCronCurrentTime(0); status 1; owner the effective
+    /// user; created and lastRun now; all else 0 or null. Throws std::bad_alloc only.
+    explicit TaskInfo(TaskType type);
+
+    /// The present local time as the five time fields of a crontab line. `exact` 0: every hour at this minute,
+    /// "7 * * * *". Any other: once a year at this moment, "7 14 2 3 *".
+    static std::string getCronCurrentTime(int exact);
+
+    int id; ///< the row's key; 0 if not stored
+    std::string description;
+    TaskType type;
+    std::string cronTime; ///< the time fields of a crontab line
+    CFPropertyListRef parameter; ///< the task's settings, or null
+    CFMutableDictionaryRef result; ///< outcome of the last run, or null
+    time_t created;
+    time_t lastRun;
+    TaskStatus status;
+    int count; ///< number of runs
+    int userId; ///< the user in whose crontab the task runs
+    int recType; ///< record kind, a flag: stored as 1 if it is 1, else as 0
+};
+
+/// Releases a task that the store has made, and the property lists that the store has made for it.
+struct TaskReleaser {
+    void operator()(TaskInfo* task) const;
+};
+using OwnedTask = std::unique_ptr<TaskInfo, TaskReleaser>;

@@ -1,0 +1,436 @@
+#include "TaskInterface.h"
+
+#include "CfRef.h"
+#include "Constants.h"
+#include "Number.h"
+#include "OrvException.h"
+#include "OrvLogger.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+constexpr int logError = 3;
+constexpr int codeNotFound = 401;
+constexpr int maxTaskRows = 40;
+constexpr auto countsAsUsersTask = "5"; // the highest status of a task that counts as one of its user's
+
+SqliteException dataNotFound()
+{
+    return SqliteException(codeNotFound, "Data not found");
+}
+
+std::unique_ptr<SqliteDb> openRead(const std::string& sql, const char* failure)
+{
+    auto db = std::make_unique<SqliteDb>(databaseName.c_str(), false);
+    if (!db->doReadSql(sql.c_str()))
+        throw SqliteException(db->lastError, failure); // the code is copied out before db closes
+    return db;
+}
+
+std::unique_ptr<SqliteDb> openFirstRow(const std::string& sql, const char* failure)
+{
+    auto db = openRead(sql, failure);
+    if (!db->nextRow())
+        throw dataNotFound();
+    return db;
+}
+
+// The number in the only column of the row, asked for by its position or its name.
+template <class Column> int takeInt(SqliteDb& db, Column column)
+{
+    if (db.columnType(0) == columnBlob) // its cell would hold an address
+        return toInt(db.getColumn(0));
+    const std::unique_ptr<valueCell> cell(static_cast<valueCell*>(db[column])); // typed again, so delete is defined
+    return cell->integer;
+}
+
+int readInt(const std::string& sql, const char* failure)
+{
+    return takeInt(*openFirstRow(sql, failure), 0);
+}
+
+// The table can change between the count and this list. The array is as long as was counted, and any other number of
+// rows is reported.
+template <class Column>
+TaskInterface::IdList readIds(int count, const std::string& sql, const char* failure, Column column)
+{
+    if (count < 1)
+        throw dataNotFound();
+    TaskInterface::IdList list{std::unique_ptr<int[]>(new int[static_cast<std::size_t>(count)]), count};
+    const auto db = openRead(sql, failure);
+    int rows = 0;
+    for (; db->nextRow(); ++rows)
+        if (rows < count)
+            list.ids[static_cast<std::size_t>(rows)] = takeInt(*db, column);
+    if (rows != count)
+        throw dataNotFound();
+    return list;
+}
+
+struct Freer {
+    void operator()(void* bytes) const { std::free(bytes); }
+};
+
+// Bytes that a statement binds.
+struct Bytes {
+    std::unique_ptr<void, Freer> data;
+    unsigned long length = 0;
+};
+
+Bytes columnBytes(SqliteDb& db, int column)
+{
+    const std::unique_ptr<valueCell> cell(static_cast<valueCell*>(db[column]));
+    return {std::unique_ptr<void, Freer>(cell->blob), static_cast<unsigned long>(db.getColumnByte(column))};
+}
+
+CfRef<CFDataRef> dataOf(const void* bytes, std::size_t length)
+{
+    return CfRef<CFDataRef>(
+        CFDataCreate(kCFAllocatorDefault, static_cast<const UInt8*>(bytes), static_cast<CFIndex>(length)));
+}
+
+// A list that was put into the table as text is as good as one put there as a blob. Only a blob's cell holds a pointer.
+CfRef<CFDataRef> columnData(SqliteDb& db, int column)
+{
+    if (db.columnType(column) == columnBlob) {
+        const Bytes blob = columnBytes(db, column);
+        return dataOf(blob.data.get(), blob.length);
+    }
+    const std::string text = db.getColumn(column);
+    return dataOf(text.data(), text.size());
+}
+
+CfRef<CFPropertyListRef> readPropertyList(SqliteDb& db, int column)
+{
+    if (db.columnType(column) == columnNull)
+        return nullptr;
+    const CfRef<CFDataRef> data = columnData(db, column);
+    if (data == nullptr)
+        return nullptr;
+    return CfRef<CFPropertyListRef>(CFPropertyListCreateWithData(kCFAllocatorDefault, data.get(), 0, nullptr, nullptr));
+}
+
+CFPropertyListRef readParameter(SqliteDb& db, int column)
+{
+    const CfRef<CFPropertyListRef> list = readPropertyList(db, column);
+    if (list == nullptr)
+        return nullptr;
+    return CFPropertyListCreateDeepCopy(kCFAllocatorDefault, list.get(), kCFPropertyListMutableContainers);
+}
+
+CFMutableDictionaryRef readResult(SqliteDb& db, int column)
+{
+    const CfRef<CFPropertyListRef> list = readPropertyList(db, column);
+    // the copy takes what it is handed for a dictionary without a look
+    if (list == nullptr || CFGetTypeID(list.get()) != CFDictionaryGetTypeID())
+        return nullptr;
+    return CFDictionaryCreateMutableCopy(kCFAllocatorDefault, 0, static_cast<CFDictionaryRef>(list.get()));
+}
+
+// XML; no bytes if `list` is null or not a property list, or for want of memory.
+Bytes serialised(CFPropertyListRef list)
+{
+    if (list == nullptr)
+        return {};
+    CFErrorRef error = nullptr;
+    const CfRef<CFDataRef> data(
+        CFPropertyListCreateData(kCFAllocatorDefault, list, kCFPropertyListXMLFormat_v1_0, 0, &error));
+    const CfRef<CFErrorRef> unused(error);
+    if (data == nullptr)
+        return {};
+    const CFIndex length = CFDataGetLength(data.get());
+    Bytes bytes{std::unique_ptr<void, Freer>(std::malloc(static_cast<std::size_t>(length))),
+        static_cast<unsigned long>(length)};
+    if (bytes.data != nullptr)
+        CFDataGetBytes(data.get(), CFRangeMake(0, length), static_cast<UInt8*>(bytes.data.get()));
+    return bytes;
+}
+
+std::string quoted(const std::string& text)
+{
+    return '"' + text + '"'; // not escaped: a text with a double quote in it breaks the statement
+}
+
+const char* flag(int recType)
+{
+    return recType == 1 ? "1" : "0";
+}
+
+bool ranWrite(const std::string& sql)
+{
+    return SqliteDb(databaseName.c_str(), false).doWriteSql(sql.c_str());
+}
+
+void runDelete(const std::string& sql)
+{
+    SqliteDb db(databaseName.c_str(), false);
+    if (!db.doWriteSql(sql.c_str()))
+        throw SqliteException(db.lastError, "Deletion failed");
+}
+
+} // namespace
+
+std::string convertTmToString(long time)
+{
+    const time_t moment = time;
+    tm local{};
+    tzset();
+    if (localtime_r(&moment, &local) == nullptr) {
+        LogMsg(logError, "convertTmToString : Error while getting localtime() ");
+        return {};
+    }
+    char text[100];
+    std::snprintf(text, sizeof text, "%d,%d,%d,%d,%d,%d,%d,%d,%d,", local.tm_sec, local.tm_min, local.tm_hour,
+        local.tm_mday, local.tm_mon, local.tm_year, local.tm_wday, local.tm_yday, local.tm_isdst);
+    return text;
+}
+
+time_t convertStringToTm(std::string text)
+{
+    tm local{};
+    int* const fields[] = {&local.tm_sec, &local.tm_min, &local.tm_hour, &local.tm_mday, &local.tm_mon, &local.tm_year,
+        &local.tm_wday, &local.tm_yday, &local.tm_isdst};
+    std::size_t start = 0;
+    for (int* field : fields) {
+        const std::size_t comma = text.find(',', start);
+        *field = toInt(std::string_view(text).substr(start, comma - start));
+        start = comma == std::string::npos ? 0 : comma + 1; // a short text is read again from its beginning, on purpose
+    }
+    return mktime(&local);
+}
+
+TaskInterface::TaskInterface()
+    : SqliteDb(databaseName.c_str(), false, createTableString.c_str())
+    , m_databasePath(databaseName)
+{
+}
+
+int TaskInterface::getNumTaskRecord()
+{
+    return readInt("select count(*) from TaskTable", "TaskTable doesn't exist-1");
+}
+
+int TaskInterface::getNumTaskRecord(int type)
+{
+    return readInt("select count(*) from TaskTable where type=" + decimal(type), "Error in taskType");
+}
+
+int TaskInterface::getNumTaskRecordForUser(int uid)
+{
+    return readInt("select count(*) from TaskTable where userId=" + decimal(uid) + " and status<=" + countsAsUsersTask,
+        "TaskTable doesn't exist-2");
+}
+
+int TaskInterface::getNumUser()
+{
+    return readInt("select count(*) from (select distinct userId from TaskTable)", "Error in taskType");
+}
+
+int* TaskInterface::getTaskIdArray()
+{
+    return readIds(getNumTaskRecord(), "select id from TaskTable", "TaskTable not found", "id").ids.release();
+}
+
+int* TaskInterface::getTaskIdArray(int type)
+{
+    const std::string sql = "select id from TaskTable where type=" + decimal(type);
+    return readIds(getNumTaskRecord(type), sql, "Error in taskType", "id").ids.release();
+}
+
+int* TaskInterface::getTaskIdArrayForUser(int uid)
+{
+    return taskIdsForUser(uid).ids.release();
+}
+
+int* TaskInterface::getNumUserArray()
+{
+    return userIds().ids.release();
+}
+
+TaskInterface::IdList TaskInterface::taskIdsForUser(int uid)
+{
+    const std::string sql
+        = "select id from TaskTable where userId=" + decimal(uid) + " AND status<=" + countsAsUsersTask;
+    return readIds(getNumTaskRecordForUser(uid), sql, "Error in taskType", "id");
+}
+
+TaskInterface::IdList TaskInterface::userIds()
+{
+    return readIds(getNumUser(), "select distinct userId from TaskTable", "Error in reading values", 0);
+}
+
+bool TaskInterface::getTaskInfoObject(int id, TaskInfo** out)
+{
+    const auto db = openRead("select * from TaskTable where id=" + decimal(id), "Error in querying table");
+    if (!db->nextRow())
+        throw SqliteException(db->lastError, "Database: taskId not found"); // callers tell it from 401
+
+    const auto number = [&db](int column) { return toInt(db->getColumn(column)); };
+    OwnedTask task(new TaskInfo(TaskType(number(2))));
+    task->id = number(0);
+    task->description = db->getColumn(1);
+    task->cronTime = db->getColumn(3);
+    task->parameter = readParameter(*db, 4);
+    task->result = readResult(*db, 5);
+    task->created = convertStringToTm(db->getColumn(6));
+    task->lastRun = convertStringToTm(db->getColumn(7));
+    task->status = TaskStatus(number(8));
+    task->count = number(9);
+    task->userId = number(10);
+    task->recType = number(11) == 1 ? 1 : 0; // a flag: any other number is no flag
+    *out = task.release();
+    return true;
+}
+
+std::string TaskInterface::getTaskParameter(int id, const char* columnName)
+{
+    const std::string sql = std::string("select ") + columnName + " from TaskTable where id=" + decimal(id);
+    return openFirstRow(sql, "Error in the parameter")->getColumn(0);
+}
+
+int TaskInterface::getTaskIdByName(std::string name)
+{
+    const std::string sql = "select id from TaskTable where description = '" + name + "'";
+    return takeInt(*openFirstRow(sql, "Error in taskName"), "id");
+}
+
+int TaskInterface::getTaskType(int id)
+{
+    return readInt("select type from TaskTable where id=" + decimal(id), "Database error");
+}
+
+int TaskInterface::getTaskStatus(int id)
+{
+    return readInt("select status from TaskTable where id=" + decimal(id), "Error in taskId");
+}
+
+int TaskInterface::writeDbTask(TaskInfo& task)
+{
+    std::string description = task.description;
+    std::string columns = "description";
+    std::string literals = "?1";
+    std::vector<SqliteDataContainer> values;
+    PushSqliteDataContainerIntoVector(values, description.data(), description.size(), sqliteText, 1);
+
+    const auto add = [&columns, &literals](const char* column, const std::string& literal) {
+        columns += std::string(",") + column;
+        literals += "," + literal;
+    };
+    add("type", decimal(task.type));
+    add("cronTime", quoted(task.cronTime));
+    const Bytes parameter = serialised(task.parameter);
+    if (task.parameter != nullptr) {
+        add("parameter", "?2");
+        PushSqliteDataContainerIntoVector(values, parameter.data.get(), parameter.length, sqliteBlob, 2);
+    }
+    add("created", quoted(convertTmToString(task.created)));
+    add("lastRun", quoted(convertTmToString(task.lastRun)));
+    add("userId", decimal(task.userId));
+    add("recType", flag(task.recType));
+    const std::string sql = "insert into TaskTable (" + columns + ") values (" + literals + ")";
+
+    SqliteDb db(databaseName.c_str(), false);
+    const bool storable = task.parameter == nullptr || parameter.data != nullptr;
+    if (!storable)
+        db.lastError = resultMisuse;
+    const bool written = storable && db.doWriteSql(sql.c_str(), values);
+    dbMaxRecordCleaner(); // after a failed insert too: the bound holds whatever becomes of the new task
+    if (!written)
+        throw SqliteException(db.lastError, "Database: Write failed");
+    return db.lastInsertId;
+}
+
+bool TaskInterface::modifyDbTask(TaskInfo& task)
+{
+    std::string description = task.description;
+    std::vector<SqliteDataContainer> values;
+    PushSqliteDataContainerIntoVector(values, description.data(), description.size(), sqliteText, 1);
+
+    std::string sql = "update TaskTable set description=?1";
+    sql += ", type=" + decimal(task.type);
+    sql += ", cronTime=" + quoted(task.cronTime);
+    const Bytes parameter = serialised(task.parameter);
+    if (parameter.data != nullptr) { // else the stored one stays
+        sql += ", parameter=?2";
+        PushSqliteDataContainerIntoVector(values, parameter.data.get(), parameter.length, sqliteBlob, 2);
+    }
+    sql += ", userId=" + decimal(task.userId);
+    sql += std::string(", recType=") + flag(task.recType);
+    sql += ", count=" + decimal(task.count);
+    sql += ", status=" + decimal(task.status);
+    sql += ", lastRun=" + quoted(convertTmToString(task.lastRun));
+    sql += " where id=" + decimal(task.id);
+
+    SqliteDb db(databaseName.c_str(), false);
+    if (!db.doWriteSql(sql.c_str(), values))
+        throw SqliteException(db.lastError, "Database: Write failed"); // nothing was added, so no cleaner
+    dbMaxRecordCleaner();
+    return true;
+}
+
+bool TaskInterface::deleteDbTask(int id)
+{
+    runDelete("delete from TaskTable where id=" + decimal(id));
+    return true;
+}
+
+bool TaskInterface::clearDatabase()
+{
+    runDelete("delete from TaskTable");
+    return true;
+}
+
+bool TaskInterface::dbMaxRecordCleaner()
+{
+    int rows = getNumTaskRecord();
+    if (rows <= maxTaskRows)
+        return true;
+    SqliteDb db(databaseName.c_str(), false);
+    if (!db.doReadSql("select id from TaskTable where status=3 or status=5"))
+        return true;
+    for (; db.nextRow() && rows > maxTaskRows; --rows) {
+        try {
+            deleteDbTask(toInt(db.getColumn(0)));
+        } catch (...) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool TaskInterface::setTaskStatus(int id, TaskStatus status)
+{
+    return ranWrite("update TaskTable set status=" + decimal(status) + " where id=" + decimal(id));
+}
+
+bool TaskInterface::incrementCount(int id)
+{
+    return ranWrite("update TaskTable set count=count+1 where id=" + decimal(id));
+}
+
+bool TaskInterface::setLastRunTime(int id)
+{
+    // Without quotes the commas make this no statement, and it has always been refused: a last-run time that a program
+    // did not pass through modifyDbTask must not appear in the table.
+    return ranWrite("update TaskTable set lastRun=" + convertTmToString(time(nullptr)) + " where id=" + decimal(id));
+}
+
+bool TaskInterface::setResult(int id, CFMutableDictionaryRef result)
+{
+    convertTmToString(time(nullptr)); // only for the log line where the local time cannot be had
+    const Bytes bytes = serialised(result);
+    if (bytes.data == nullptr)
+        return false;
+    std::vector<SqliteDataContainer> values;
+    PushSqliteDataContainerIntoVector(values, bytes.data.get(), bytes.length, sqliteBlob, 1);
+    const std::string sql = "update TaskTable set result=? where id=" + decimal(id);
+    return SqliteDb(databaseName.c_str(), false).doWriteSql(sql.c_str(), values);
+}
+
+void TaskInterface::PushSqliteDataContainerIntoVector(
+    std::vector<SqliteDataContainer>& values, void* data, unsigned long length, SqliteDataType type, int index)
+{
+    values.push_back({type, data, static_cast<std::int32_t>(length), index});
+}
