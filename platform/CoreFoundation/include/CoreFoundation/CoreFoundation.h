@@ -2,16 +2,20 @@
 /// lists read and written by libplist. On macOS this file is not used; the framework is.
 ///
 /// Rules that hold for every call:
-/// - What Create and Copy return is the caller's, to be given to CFRelease; what Get returns is not. An object returned by
+/// - What Create and Copy return is the caller's, to be given to CFRelease; what Get returns is not. An object returned
+/// by
 ///   Create has a retain count of 1.
-/// - A Create or Copy call for which memory runs out returns NULL; a call that changes a container leaves it as it was. No
+/// - A Create or Copy call for which memory runs out returns NULL; a call that changes a container leaves it as it was.
+/// No
 ///   call throws.
 /// - A reference handed in must be of the type that its parameter names. NULL or another type there ends the process at
 ///   once with a message (on macOS it crashes, too), unless the call says what it does with NULL.
-/// - Retaining and releasing are safe from any thread. So is reading one object from several threads; changing a container
+/// - Retaining and releasing are safe from any thread. So is reading one object from several threads; changing a
+/// container
 ///   while another thread uses it is not.
 /// - `allocator` and `version` parameters are accepted and ignored: memory comes from malloc.
-/// - Objects released by a container that is being released are destroyed one after the other, not one inside the other:
+/// - Objects released by a container that is being released are destroyed one after the other, not one inside the
+/// other:
 ///   depth costs no stack.
 ///
 /// What is not here: everything that is not declared below, and
@@ -93,14 +97,15 @@ CFTypeRef CFRetain(CFTypeRef object);
 /// Lowers the retain count by one; the object is gone when that was the last.
 void CFRelease(CFTypeRef object);
 
-/// The number of owners; for tests. Constants (CFSTR, kCFBooleanTrue, kCFBooleanFalse) have the largest CFIndex, always.
+/// The number of owners; for tests. Constants (CFSTR, kCFBooleanTrue, kCFBooleanFalse) have the largest CFIndex,
+/// always.
 CFIndex CFGetRetainCount(CFTypeRef object);
 
 CFTypeID CFGetTypeID(CFTypeRef object);
 
-/// Whether both are of one type and have equal content. Numbers compare by value, whatever their width and kind: integer
-/// 1 equals double 1.0; not-a-number equals itself; minus zero does not equal zero. A number never equals a boolean.
-/// Recurses into containers: one that contains itself must not be compared with another.
+/// Whether both are of one type and have equal content. Numbers compare by value, whatever their width and kind:
+/// integer 1 equals double 1.0; not-a-number equals itself; minus zero does not equal zero. A number never equals a
+/// boolean. Recurses into containers: one that contains itself must not be compared with another.
 Boolean CFEqual(CFTypeRef left, CFTypeRef right);
 
 /// Equal objects have equal hashes.
@@ -110,19 +115,18 @@ CFHashCode CFHash(CFTypeRef object);
 // Immutable UTF-16. Any units are possible, U+0000 and unpaired surrogates too.
 
 typedef UInt32 CFStringEncoding;
-enum {
-    kCFStringEncodingASCII = 0x0600,
-    kCFStringEncodingUTF8 = 0x08000100
-};
+enum { kCFStringEncodingASCII = 0x0600, kCFStringEncodingUTF8 = 0x08000100 };
 
 CFTypeID CFStringGetTypeID(void);
 
-/// A string with the content of the C string `text`; NULL if that is not valid in `encoding`, or if `encoding` is unknown.
+/// A string with the content of the C string `text`; NULL if that is not valid in `encoding`, or if `encoding` is
+/// unknown.
 CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, const char* text, CFStringEncoding encoding);
 
-/// The same of `count` bytes, zero bytes included. With `isExternalRepresentation`, a byte-order mark at the front is dropped.
-CFStringRef CFStringCreateWithBytes(CFAllocatorRef allocator, const UInt8* bytes, CFIndex count, CFStringEncoding encoding,
-                                    Boolean isExternalRepresentation);
+/// The same of `count` bytes, zero bytes included. With `isExternalRepresentation`, a byte-order mark at the front is
+/// dropped.
+CFStringRef CFStringCreateWithBytes(CFAllocatorRef allocator, const UInt8* bytes, CFIndex count,
+    CFStringEncoding encoding, Boolean isExternalRepresentation);
 
 /// A string of `count` UTF-16 units, taken as they are.
 CFStringRef CFStringCreateWithCharacters(CFAllocatorRef allocator, const UniChar* units, CFIndex count);
@@ -136,31 +140,31 @@ CFIndex CFStringGetLength(CFStringRef string);
 /// Copies the units of `range` to `units`, which has room for them.
 void CFStringGetCharacters(CFStringRef string, CFRange range, UniChar* units);
 
-/// Writes the string and a zero byte to `text`. False if it cannot be had in `encoding` (an unpaired surrogate in UTF-8,
-/// U+0080 and above in ASCII), if `encoding` is unknown, or if `capacity` bytes do not suffice; `text` then holds the empty
-/// string if there is room for that. A U+0000 inside is copied as a zero byte.
+/// Writes the string and a zero byte to `text`. False if it cannot be had in `encoding` (an unpaired surrogate in
+/// UTF-8, U+0080 and above in ASCII), if `encoding` is unknown, or if `capacity` bytes do not suffice; `text` then
+/// holds the empty string if there is room for that. A U+0000 inside is copied as a zero byte.
 Boolean CFStringGetCString(CFStringRef string, char* text, CFIndex capacity, CFStringEncoding encoding);
 
-/// A constant string from a literal: it takes no memory at run time, is never destroyed and may be used from any thread.
-/// Two places with the same literal give two objects, which are equal.
+/// A constant string from a literal: it takes no memory at run time, is never destroyed and may be used from any
+/// thread. Two places with the same literal give two objects, which are equal.
 #ifdef __cplusplus
-#define CFSTR(literal)                                                                                                      \
-    ([]() noexcept -> CFStringRef {                                                                                         \
-        static struct OrvCFConstantString constant;                                                                         \
-        return OrvCFMakeConstantString(&constant, u"" literal, (CFIndex)(sizeof(u"" literal) / sizeof(char16_t) - 1));      \
+#define CFSTR(literal)                                                                                                 \
+    ([]() noexcept -> CFStringRef {                                                                                    \
+        static struct OrvCFConstantString constant;                                                                    \
+        return OrvCFMakeConstantString(&constant, u"" literal, (CFIndex)(sizeof(u"" literal) / sizeof(char16_t) - 1)); \
     }())
 #else
-#define CFSTR(literal)                                                                                                      \
-    __extension__({                                                                                                         \
-        static struct OrvCFConstantString constant;                                                                         \
-        OrvCFMakeConstantString(&constant, u"" literal, (CFIndex)(sizeof(u"" literal) / sizeof(char16_t) - 1));             \
+#define CFSTR(literal)                                                                                                 \
+    __extension__({                                                                                                    \
+        static struct OrvCFConstantString constant;                                                                    \
+        OrvCFMakeConstantString(&constant, u"" literal, (CFIndex)(sizeof(u"" literal) / sizeof(char16_t) - 1));        \
     })
 #endif
 
 /// Not for use by itself: the place of one CFSTR, all zero until it is first reached, and what makes the string there.
 struct OrvCFConstantString {
     CFStringRef made;
-    uint64_t object[8];
+    uint64_t object[12];
 };
 CFStringRef OrvCFMakeConstantString(struct OrvCFConstantString* place, const char16_t* units, CFIndex count);
 
@@ -189,14 +193,16 @@ CFTypeID CFNumberGetTypeID(void);
 /// A number from the value of type `type` at `value`; NULL if `type` is none of the above.
 CFNumberRef CFNumberCreate(CFAllocatorRef allocator, CFNumberType type, const void* value);
 
-/// How the number is stored: one of the six sized types, whichever name it was created under. Integers from property lists
-/// are SInt64, reals are Float64. An integer of 2^63 or more, which only a property list can bring, says SInt64, too.
+/// How the number is stored: one of the six sized types, whichever name it was created under. Integers from property
+/// lists are SInt64, reals are Float64. An integer of 2^63 or more, which only a property list can bring, says SInt64,
+/// too.
 CFNumberType CFNumberGetType(CFNumberRef number);
 
 Boolean CFNumberIsFloatType(CFNumberRef number);
 
-/// Stores the number as a value of type `type` at `value`. True if that is exact, else the nearest value has been stored (a
-/// fraction is cut off towards zero; not-a-number as an integer is 0). False, with nothing stored, for an unknown type.
+/// Stores the number as a value of type `type` at `value`. True if that is exact, else the nearest value has been
+/// stored (a fraction is cut off towards zero; not-a-number as an integer is 0). False, with nothing stored, for an
+/// unknown type.
 Boolean CFNumberGetValue(CFNumberRef number, CFNumberType type, void* value);
 
 extern const CFBooleanRef kCFBooleanTrue;
@@ -230,8 +236,8 @@ const UInt8* CFDataGetBytePtr(CFDataRef data);
 void CFDataGetBytes(CFDataRef data, CFRange range, UInt8* bytes);
 
 // --- Containers: callbacks -------------------------------------------------------------------------------------------
-// A container keeps what `retain` returns, and gives it to `release` when it lets go. A NULL callback, or NULL in place of
-// the callbacks, means: values are kept as they are, nothing is released, equality is that of pointers. The kCFType
+// A container keeps what `retain` returns, and gives it to `release` when it lets go. A NULL callback, or NULL in place
+// of the callbacks, means: values are kept as they are, nothing is released, equality is that of pointers. The kCFType
 // callbacks are CFRetain, CFRelease, CFEqual and CFHash.
 
 typedef const void* (*CFArrayRetainCallBack)(CFAllocatorRef allocator, const void* value);
@@ -273,12 +279,14 @@ extern const CFDictionaryKeyCallBacks kCFTypeDictionaryKeyCallBacks;
 extern const CFDictionaryValueCallBacks kCFTypeDictionaryValueCallBacks;
 
 // --- CFArray ---------------------------------------------------------------------------------------------------------
-// An index or range must lie within the array; anything else ends the process. Changing an immutable array does nothing.
+// An index or range must lie within the array; anything else ends the process. Changing an immutable array does
+// nothing.
 
 CFTypeID CFArrayGetTypeID(void);
 
 /// An immutable array of `count` values; `values` may be NULL if `count` is 0.
-CFArrayRef CFArrayCreate(CFAllocatorRef allocator, const void** values, CFIndex count, const CFArrayCallBacks* callBacks);
+CFArrayRef CFArrayCreate(
+    CFAllocatorRef allocator, const void** values, CFIndex count, const CFArrayCallBacks* callBacks);
 
 /// An empty array that can be changed. `capacity` is a hint and sets no limit.
 CFMutableArrayRef CFArrayCreateMutable(CFAllocatorRef allocator, CFIndex capacity, const CFArrayCallBacks* callBacks);
@@ -307,19 +315,19 @@ void CFArrayRemoveAllValues(CFMutableArrayRef array);
 
 CFTypeID CFDictionaryGetTypeID(void);
 
-/// An immutable dictionary of `count` pairs; `keys` and `values` may be NULL if `count` is 0. Of equal keys the first counts.
+/// An immutable dictionary of `count` pairs; `keys` and `values` may be NULL if `count` is 0. Of equal keys the first
+/// counts.
 CFDictionaryRef CFDictionaryCreate(CFAllocatorRef allocator, const void** keys, const void** values, CFIndex count,
-                                   const CFDictionaryKeyCallBacks* keyCallBacks,
-                                   const CFDictionaryValueCallBacks* valueCallBacks);
+    const CFDictionaryKeyCallBacks* keyCallBacks, const CFDictionaryValueCallBacks* valueCallBacks);
 
 /// An empty dictionary that can be changed. `capacity` is a hint and sets no limit.
 CFMutableDictionaryRef CFDictionaryCreateMutable(CFAllocatorRef allocator, CFIndex capacity,
-                                                 const CFDictionaryKeyCallBacks* keyCallBacks,
-                                                 const CFDictionaryValueCallBacks* valueCallBacks);
+    const CFDictionaryKeyCallBacks* keyCallBacks, const CFDictionaryValueCallBacks* valueCallBacks);
 
 /// A new dictionary with the same callbacks, keys and values, each retained once more; the original is left as it is.
 CFDictionaryRef CFDictionaryCreateCopy(CFAllocatorRef allocator, CFDictionaryRef dictionary);
-CFMutableDictionaryRef CFDictionaryCreateMutableCopy(CFAllocatorRef allocator, CFIndex capacity, CFDictionaryRef dictionary);
+CFMutableDictionaryRef CFDictionaryCreateMutableCopy(
+    CFAllocatorRef allocator, CFIndex capacity, CFDictionaryRef dictionary);
 
 CFIndex CFDictionaryGetCount(CFDictionaryRef dictionary);
 Boolean CFDictionaryContainsKey(CFDictionaryRef dictionary, const void* key);
@@ -328,7 +336,8 @@ Boolean CFDictionaryContainsValue(CFDictionaryRef dictionary, const void* value)
 /// The value of `key`, or NULL.
 const void* CFDictionaryGetValue(CFDictionaryRef dictionary, const void* key);
 
-/// Whether there is a value of `key`; it is stored at `value` if that is not NULL. Without one, `*value` stays as it is.
+/// Whether there is a value of `key`; it is stored at `value` if that is not NULL. Without one, `*value` stays as it
+/// is.
 Boolean CFDictionaryGetValueIfPresent(CFDictionaryRef dictionary, const void* key, const void** value);
 
 /// Fills two arrays of CFDictionaryGetCount elements, in no particular but in the same order; each may be NULL.
@@ -343,10 +352,7 @@ void CFDictionaryRemoveAllValues(CFMutableDictionaryRef dictionary);
 
 // --- CFError ---------------------------------------------------------------------------------------------------------
 
-enum {
-    kCFPropertyListReadCorruptError = 3840,
-    kCFPropertyListWriteStreamError = 3851
-};
+enum { kCFPropertyListReadCorruptError = 3840, kCFPropertyListWriteStreamError = 3851 };
 
 CFTypeID CFErrorGetTypeID(void);
 
@@ -356,11 +362,7 @@ CFIndex CFErrorGetCode(CFErrorRef error);
 // --- CFPropertyList --------------------------------------------------------------------------------------------------
 
 typedef CFIndex CFPropertyListFormat;
-enum {
-    kCFPropertyListOpenStepFormat = 1,
-    kCFPropertyListXMLFormat_v1_0 = 100,
-    kCFPropertyListBinaryFormat_v1_0 = 200
-};
+enum { kCFPropertyListOpenStepFormat = 1, kCFPropertyListXMLFormat_v1_0 = 100, kCFPropertyListBinaryFormat_v1_0 = 200 };
 
 enum {
     kCFPropertyListImmutable = 0,
@@ -369,10 +371,10 @@ enum {
 };
 
 CFDataRef CFPropertyListCreateData(CFAllocatorRef allocator, CFPropertyListRef list, CFPropertyListFormat format,
-                                   CFOptionFlags options, CFErrorRef* error);
+    CFOptionFlags options, CFErrorRef* error);
 
-CFPropertyListRef CFPropertyListCreateWithData(CFAllocatorRef allocator, CFDataRef data, CFOptionFlags options,
-                                               CFPropertyListFormat* format, CFErrorRef* error);
+CFPropertyListRef CFPropertyListCreateWithData(
+    CFAllocatorRef allocator, CFDataRef data, CFOptionFlags options, CFPropertyListFormat* format, CFErrorRef* error);
 
 CFPropertyListRef CFPropertyListCreateDeepCopy(CFAllocatorRef allocator, CFPropertyListRef list, CFOptionFlags options);
 

@@ -1,0 +1,146 @@
+#include "CFString.h"
+
+#include "Utf.h"
+
+#include <algorithm>
+#include <cstring>
+#include <mutex>
+#include <new>
+
+using namespace OrvCF;
+
+namespace {
+
+constexpr std::string_view utf8ByteOrderMark = "\xef\xbb\xbf";
+
+bool isAscii(std::string_view bytes)
+{
+    return std::all_of(bytes.begin(), bytes.end(), [](char byte) { return static_cast<unsigned char>(byte) < 0x80; });
+}
+
+std::optional<std::u16string> decoded(std::string_view bytes, CFStringEncoding encoding)
+{
+    const bool valid = encoding == kCFStringEncodingUTF8 || (encoding == kCFStringEncodingASCII && isAscii(bytes));
+    return valid ? utf16FromUtf8(bytes) : std::nullopt; // ASCII is UTF-8
+}
+
+std::optional<std::string> encoded(std::u16string_view units, CFStringEncoding encoding)
+{
+    auto bytes = utf8FromUtf16(units);
+    const bool valid
+        = bytes && (encoding == kCFStringEncodingUTF8 || (encoding == kCFStringEncodingASCII && isAscii(*bytes)));
+    return valid ? bytes : std::nullopt;
+}
+
+CFStringRef createString(std::string_view bytes, CFStringEncoding encoding)
+{
+    return orNull([&]() -> CFStringRef {
+        auto units = decoded(bytes, encoding);
+        return units ? new OrvCFString(std::move(*units)) : nullptr;
+    });
+}
+
+} // namespace
+
+OrvCFString::OrvCFString(std::u16string text)
+    : Object(classKind)
+    , m_text(std::move(text))
+    , m_units(m_text)
+{
+}
+
+OrvCFString::OrvCFString(std::u16string_view literal, Life constant)
+    : Object(classKind, constant)
+    , m_units(literal)
+{
+}
+
+bool OrvCFString::equals(const Object& other) const
+{
+    return m_units == static_cast<const OrvCFString&>(other).m_units;
+}
+
+CFHashCode OrvCFString::hash() const
+{
+    return std::hash<std::u16string_view>()(m_units);
+}
+
+CFTypeID CFStringGetTypeID(void)
+{
+    return static_cast<CFTypeID>(Kind::string);
+}
+
+CFStringRef CFStringCreateWithCString(CFAllocatorRef, const char* text, CFStringEncoding encoding)
+{
+    if (text == nullptr)
+        rejectArgument(__func__, "NULL");
+    return createString(text, encoding);
+}
+
+CFStringRef CFStringCreateWithBytes(
+    CFAllocatorRef, const UInt8* bytes, CFIndex count, CFStringEncoding encoding, Boolean isExternalRepresentation)
+{
+    if (count < 0)
+        return nullptr;
+    std::string_view text(reinterpret_cast<const char*>(bytes), static_cast<size_t>(count));
+    const bool marked = text.substr(0, utf8ByteOrderMark.size()) == utf8ByteOrderMark;
+    if (isExternalRepresentation && encoding == kCFStringEncodingUTF8 && marked)
+        text.remove_prefix(utf8ByteOrderMark.size());
+    return createString(text, encoding);
+}
+
+CFStringRef CFStringCreateWithCharacters(CFAllocatorRef, const UniChar* units, CFIndex count)
+{
+    if (count < 0)
+        return nullptr;
+    return orNull([&] { return new OrvCFString(std::u16string(units, units + count)); });
+}
+
+CFStringRef CFStringCreateCopy(CFAllocatorRef, CFStringRef string)
+{
+    checked(string, __func__).retain();
+    return string;
+}
+
+CFIndex CFStringGetLength(CFStringRef string)
+{
+    return static_cast<CFIndex>(checked(string, __func__).units().size());
+}
+
+void CFStringGetCharacters(CFStringRef string, CFRange range, UniChar* units)
+{
+    checkRange(range, CFStringGetLength(string), __func__);
+    std::copy_n(string->units().begin() + range.location, range.length, units);
+}
+
+Boolean CFStringGetCString(CFStringRef string, char* text, CFIndex capacity, CFStringEncoding encoding)
+{
+    const std::u16string_view units = checked(string, __func__).units();
+    if (capacity < 1)
+        return false;
+    text[0] = '\0';
+    Boolean fits = false;
+    ifMemoryAllows([&] {
+        const auto bytes = encoded(units, encoding);
+        fits = bytes && bytes->size() < static_cast<size_t>(capacity);
+        if (fits)
+            std::memcpy(text, bytes->c_str(), bytes->size() + 1);
+    });
+    return fits;
+}
+
+CFStringRef OrvCFMakeConstantString(OrvCFConstantString* place, const char16_t* units, CFIndex count)
+{
+    static_assert(sizeof(OrvCFString) <= sizeof(place->object) && alignof(OrvCFString) <= alignof(uint64_t));
+    static std::mutex making;
+
+    // two threads may come by for the first time at once; the place is written under the lock and read without it
+    if (CFStringRef made = __atomic_load_n(&place->made, __ATOMIC_ACQUIRE))
+        return made;
+    const std::lock_guard<std::mutex> lock(making);
+    if (place->made == nullptr) {
+        const std::u16string_view literal(units, static_cast<size_t>(count));
+        __atomic_store_n(&place->made, new (place->object) OrvCFString(literal, Life::constant), __ATOMIC_RELEASE);
+    }
+    return place->made;
+}

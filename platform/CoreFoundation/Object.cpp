@@ -1,0 +1,125 @@
+#include "Object.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <utility>
+
+namespace OrvCF {
+
+void Object::retain() const
+{
+    if (owners() != constantOwners)
+        m_owners.fetch_add(1, std::memory_order_relaxed);
+}
+
+void Object::release() const
+{
+    // what every owner did to the object happens before its end, hence acquire and release
+    if (owners() != constantOwners && m_owners.fetch_sub(1, std::memory_order_acq_rel) == 1)
+        destroy();
+}
+
+void Object::destroy() const
+{
+    // A container releases its values while it is being destroyed. They wait here until it is gone: a list nested a
+    // hundred thousand deep would otherwise need as many stack frames.
+    thread_local const Object* doomed = nullptr;
+    thread_local bool destroying = false;
+
+    m_nextDoomed = doomed;
+    doomed = this;
+    if (destroying)
+        return;
+    destroying = true;
+    while (doomed != nullptr)
+        delete std::exchange(doomed, doomed->m_nextDoomed);
+    destroying = false;
+}
+
+void rejectArgument(const char* call, const char* what)
+{
+    std::fprintf(stderr, "CoreFoundation: %s was given %s\n", call, what);
+    std::abort();
+}
+
+void checkRange(CFRange range, CFIndex count, const char* call)
+{
+    if (range.location < 0 || range.length < 0 || range.location > count || range.length > count - range.location)
+        rejectArgument(call, "a range beyond the end");
+}
+
+const Object& objectOf(CFTypeRef reference, const char* call)
+{
+    if (reference == nullptr)
+        rejectArgument(call, "NULL");
+    return *toObject(reference);
+}
+
+} // namespace OrvCF
+
+using namespace OrvCF;
+
+bool OrvCFUid::equals(const Object& other) const
+{
+    return static_cast<const OrvCFUid&>(other).value == value;
+}
+
+CFHashCode OrvCFUid::hash() const
+{
+    return value;
+}
+
+bool OrvCFError::equals(const Object& other) const
+{
+    return static_cast<const OrvCFError&>(other).code == code;
+}
+
+CFHashCode OrvCFError::hash() const
+{
+    return static_cast<CFHashCode>(code);
+}
+
+const CFAllocatorRef kCFAllocatorDefault = nullptr;
+
+CFTypeRef CFRetain(CFTypeRef object)
+{
+    objectOf(object, __func__).retain();
+    return object;
+}
+
+void CFRelease(CFTypeRef object)
+{
+    objectOf(object, __func__).release();
+}
+
+CFIndex CFGetRetainCount(CFTypeRef object)
+{
+    return objectOf(object, __func__).owners();
+}
+
+CFTypeID CFGetTypeID(CFTypeRef object)
+{
+    return static_cast<CFTypeID>(objectOf(object, __func__).kind());
+}
+
+Boolean CFEqual(CFTypeRef left, CFTypeRef right)
+{
+    const Object& first = objectOf(left, __func__);
+    const Object& second = objectOf(right, __func__);
+    return &first == &second || (first.kind() == second.kind() && first.equals(second));
+}
+
+CFHashCode CFHash(CFTypeRef object)
+{
+    return objectOf(object, __func__).hash();
+}
+
+CFTypeID CFErrorGetTypeID(void)
+{
+    return static_cast<CFTypeID>(Kind::error);
+}
+
+CFIndex CFErrorGetCode(CFErrorRef error)
+{
+    return checked(error, __func__).code;
+}

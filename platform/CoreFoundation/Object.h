@@ -1,0 +1,156 @@
+/// What all objects of the stand-in have in common. Everything here is private to the library.
+
+#ifndef ORV_CF_OBJECT_H
+#define ORV_CF_OBJECT_H
+
+#include <CoreFoundation/CoreFoundation.h>
+
+#include <atomic>
+#include <limits>
+#include <memory>
+#include <new>
+#include <stdexcept>
+
+namespace OrvCF {
+
+/// The CFTypeID of each class. Zero is never one.
+enum class Kind : CFTypeID { string = 1, number, boolean, date, data, array, dictionary, uid, error };
+
+/// Whether an object counts its owners, or stays for as long as the process does.
+enum class Life { counted, constant };
+
+/// An object with its count of owners. Objects are made with `new`; whoever makes one is its first owner.
+class Object {
+public:
+    Object(const Object&) = delete;
+    Object& operator=(const Object&) = delete;
+
+    Kind kind() const { return m_kind; }
+    CFIndex owners() const { return m_owners.load(std::memory_order_relaxed); }
+
+    void retain() const;
+    /// Destroys the object when that was its last owner: at once, or, if this is called while another object is being
+    /// destroyed on the same thread, right after that one.
+    void release() const;
+
+    /// Whether `other`, which is of the same kind, has equal content.
+    virtual bool equals(const Object& other) const = 0;
+    virtual CFHashCode hash() const = 0;
+
+protected:
+    constexpr explicit Object(Kind kind, Life life = Life::counted)
+        : m_owners(life == Life::constant ? constantOwners : 1)
+        , m_kind(kind)
+    {
+    }
+    virtual ~Object() = default;
+
+private:
+    static constexpr CFIndex constantOwners = std::numeric_limits<CFIndex>::max();
+
+    void destroy() const;
+
+    mutable std::atomic<CFIndex> m_owners;
+    mutable const Object* m_nextDoomed = nullptr;
+    const Kind m_kind;
+};
+
+/// An object of static storage that is never destroyed, so that destructors of other files may still use it.
+template <class T> union Immortal {
+    template <class... Arguments>
+    constexpr explicit Immortal(Arguments... arguments)
+        : object(arguments...)
+    {
+    }
+    ~Immortal() { }
+
+    T object;
+};
+
+struct Releaser {
+    void operator()(const Object* object) const { object->release(); }
+};
+
+/// One ownership of an object.
+template <class T> using Owned = std::unique_ptr<T, Releaser>;
+
+inline const Object* toObject(CFTypeRef reference)
+{
+    return static_cast<const Object*>(reference);
+}
+
+/// Says on standard error which call was handed what, and ends the process.
+[[noreturn]] void rejectArgument(const char* call, const char* what);
+
+/// Ends the process unless `range` lies within `count` elements.
+void checkRange(CFRange range, CFIndex count, const char* call);
+
+/// The object behind a reference that a caller handed in; the process ends if there is none.
+const Object& objectOf(CFTypeRef reference, const char* call);
+
+/// The object, known to be of class T; the process ends if it is of another or NULL.
+template <class T> T& checked(T* reference, const char* call)
+{
+    if (objectOf(reference, call).kind() != T::classKind)
+        rejectArgument(call, "an object of another type");
+    return *reference;
+}
+
+/// The object as a T, or NULL if it is of another class.
+template <class T> const T* as(const Object& object)
+{
+    return object.kind() == T::classKind ? static_cast<const T*>(&object) : nullptr;
+}
+
+/// Runs `step`; whether there was memory for it. No exception crosses the C interface.
+template <class Step> bool ifMemoryAllows(Step step) noexcept
+{
+    try {
+        step();
+        return true;
+    } catch (const std::bad_alloc&) {
+    } catch (const std::length_error&) { // more than could ever be allocated
+    }
+    return false;
+}
+
+/// What `make` returns, or NULL if memory runs out on the way.
+template <class Make> auto orNull(Make make) noexcept -> decltype(make())
+{
+    decltype(make()) made = nullptr;
+    ifMemoryAllows([&] { made = make(); });
+    return made;
+}
+
+} // namespace OrvCF
+
+/// The reference to a keyed archiver's UID, which reading a list can give, and writing one takes.
+struct OrvCFUid final : OrvCF::Object {
+    static constexpr OrvCF::Kind classKind = OrvCF::Kind::uid;
+
+    explicit OrvCFUid(uint64_t number)
+        : Object(classKind)
+        , value(number)
+    {
+    }
+    bool equals(const Object& other) const override;
+    CFHashCode hash() const override;
+
+    const uint64_t value;
+};
+
+struct OrvCFError final : OrvCF::Object {
+    static constexpr OrvCF::Kind classKind = OrvCF::Kind::error;
+
+    explicit OrvCFError(CFIndex number)
+        : Object(classKind)
+        , code(number)
+    {
+    }
+    bool equals(const Object& other) const override;
+    CFHashCode hash() const override;
+
+    const CFIndex code;
+};
+
+#endif
