@@ -1,0 +1,937 @@
+#include "TaskEditor.h"
+
+#include <filesystem>
+
+#include "EditorTest.h"
+
+using namespace support;
+
+namespace fs = std::filesystem;
+
+namespace {
+
+const std::string countUsers = "select count(*) from (select distinct userId from TaskTable)";
+const std::string listUsers = "select distinct userId from TaskTable";
+const std::string annasTaskCount = "select count(*) from TaskTable where userId=501 and status<=5";
+const std::string annasTaskList = "select id from TaskTable where userId=501 AND status<=5";
+
+const std::string annasLine = taskLine(100) + "\n";
+const std::string bensLine = taskLine(200) + "\n";
+
+/// The statements among the calls of SQLite.
+Lines statementsOf(const Lines& calls)
+{
+    Lines statements;
+    for (const auto& call : calls)
+        if (call.rfind("select", 0) == 0)
+            statements.push_back(call);
+    return statements;
+}
+
+Lines databaseRows()
+{
+    return queryRows("select * from TaskTable");
+}
+
+void dropTable()
+{
+    execSql("drop table TaskTable");
+}
+
+/// A text of `size` bytes in lines of ten characters.
+std::string linesOf(std::size_t size)
+{
+    std::string text;
+    while (text.size() < size)
+        text += "# a line.\n";
+    return text;
+}
+
+using Pass = bool (TaskEditor::*)();
+
+struct NamedPass {
+    const char* name;
+    Pass run;
+};
+
+/// What the three passes have in common. Each test is run for each.
+class PassTest : public EditorTest, public testing::WithParamInterface<NamedPass> {
+protected:
+    bool runPass() { return (editor.get()->*GetParam().run)(); }
+
+    /// The scratch file that the pass installs.
+    std::string installed() const
+    {
+        return GetParam().run == &TaskEditor::putCronFromDB ? "crontemp.txt" : "temp2.txt";
+    }
+
+    /// Tasks 100 of anna and 200 of ben. Each has a foreign job.
+    void setUpAnnaAndBen()
+    {
+        addTask("id=100, userId=501");
+        addTask("id=200, userId=502");
+        setCrontab("anna", backup);
+        setCrontab("ben", tidy);
+    }
+
+    /// What the pass makes of a crontab of one foreign job.
+    std::string passed(const std::string& job, const std::string& line) const
+    {
+        return GetParam().run == &TaskEditor::putCronFromDB ? job + line : job;
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(, PassTest,
+    testing::Values(NamedPass{"Cleaning", &TaskEditor::cleanCron}, NamedPass{"Rebuilding", &TaskEditor::putCronFromDB},
+        NamedPass{"Refreshing", &TaskEditor::refreshCron}),
+    [](const auto& pass) { return pass.param.name; });
+
+TEST_P(PassTest, RunsNothingIfThereIsNoTaskAndDoesNotAskForTheUsers)
+{
+    setCrontab("anna", annasLine);
+    SqliteWatch sqlite;
+    EXPECT_TRUE(runPass());
+    EXPECT_EQ(Lines{countUsers}, statementsOf(sqlite.takeCalls()));
+    EXPECT_EQ(Lines(), commands.takeCommands());
+    EXPECT_EQ(annasLine, crontabOf("anna"));
+}
+
+TEST_P(PassTest, ReadsAndInstallsTheCrontabsInTheOrderOfTheTable)
+{
+    addTask("userId=502");
+    addTask("userId=501");
+    addTask("userId=502");
+    addTask("userId=0");
+    EXPECT_TRUE(runPass());
+    EXPECT_EQ((Lines{reading("ben"), installing("ben", installed()), reading("anna"), installing("anna", installed()),
+                  reading("root"), installing("root", installed())}),
+        commands.takeCommands());
+}
+
+TEST_P(PassTest, LeavesNoScratchFile)
+{
+    setUpAnnaAndBen();
+    EXPECT_TRUE(runPass());
+    EXPECT_EQ(Lines(), scratchFiles());
+}
+
+TEST_P(PassTest, ChangesNothingInTheDatabase)
+{
+    setUpAnnaAndBen();
+    const Lines before = databaseRows();
+    EXPECT_TRUE(runPass());
+    EXPECT_EQ(before, databaseRows());
+}
+
+TEST_P(PassTest, TouchesNoCrontabOfAUserWithoutATask)
+{
+    setUpAnnaAndBen();
+    setCrontab("carla", annasLine + "\n" + bensLine);
+    setCrontab("root", annasLine);
+    EXPECT_TRUE(runPass());
+    EXPECT_EQ(annasLine + "\n" + bensLine, crontabOf("carla"));
+    EXPECT_EQ(annasLine, crontabOf("root"));
+}
+
+TEST_P(PassTest, HoldsNoConnectionWhileACommandRuns)
+{
+    setUpAnnaAndBen();
+    std::vector<int> descriptors;
+    commands.beforeEach([&descriptors] { descriptors.push_back(openDatabaseDescriptors()); });
+    EXPECT_TRUE(runPass());
+    EXPECT_EQ((std::vector<int>{1, 1, 1, 1}), descriptors); // the editor's own
+}
+
+TEST_P(PassTest, TakesNoLock)
+{
+    setUpAnnaAndBen();
+    std::vector<bool> held;
+    commands.beforeEach([&held] { held.push_back(taskLockHeld()); });
+    EXPECT_TRUE(runPass());
+    EXPECT_EQ((std::vector<bool>{false, false, false, false}), held);
+}
+
+TEST_P(PassTest, GoesOnWithTheNextUserIfACrontabCannotBeInstalled)
+{
+    setUpAnnaAndBen();
+    commands.refuse(installing("anna", installed()));
+    EXPECT_TRUE(runPass());
+    EXPECT_EQ(backup, crontabOf("anna"));
+    EXPECT_EQ(passed(tidy, bensLine), crontabOf("ben"));
+    EXPECT_EQ(Lines(), scratchFiles());
+}
+
+TEST_P(PassTest, GoesOnWithTheNextUserIfACrontabIsRejected)
+{
+    setUpAnnaAndBen();
+    onCrontabCall("[ $operation = list ] || [ $user = ben ] || exit 1");
+    EXPECT_TRUE(runPass());
+    EXPECT_EQ(backup, crontabOf("anna"));
+    EXPECT_EQ(passed(tidy, bensLine), crontabOf("ben"));
+    EXPECT_EQ(Lines(), scratchFiles());
+}
+
+TEST_P(PassTest, DoesNotInstallTheCopyThatAnEarlierRunLeftIfACrontabCannotBeRead)
+{
+    setUpAnnaAndBen();
+    writeFile(scratchDirectory + "crontemp.txt", "0 0 * * * /bin/of-somebody-else\n");
+    commands.refuse(reading("anna"));
+    EXPECT_TRUE(runPass());
+    EXPECT_EQ(passed("", annasLine), crontabOf("anna"));
+    EXPECT_EQ(passed(tidy, bensLine), crontabOf("ben"));
+}
+
+TEST_P(PassTest, DoesNotInstallTheCrontabOfTheUserBeforeIfACrontabCannotBeRead)
+{
+    setUpAnnaAndBen();
+    commands.refuse(reading("ben"));
+    EXPECT_TRUE(runPass());
+    EXPECT_EQ(passed(backup, annasLine), crontabOf("anna"));
+    EXPECT_EQ(passed("", bensLine), crontabOf("ben"));
+}
+
+TEST_P(PassTest, RunsNothingForAnIdWithoutAnAccountAndGoesOn)
+{
+    addTask("userId=777");
+    setUpAnnaAndBen();
+    EXPECT_TRUE(runPass());
+    EXPECT_EQ((Lines{reading("anna"), installing("anna", installed()), reading("ben"), installing("ben", installed())}),
+        commands.takeCommands());
+    EXPECT_EQ(Lines(), scratchFiles());
+}
+
+TEST_P(PassTest, EndsIfTheUsersCannotBeCounted)
+{
+    setUpAnnaAndBen();
+    dropTable();
+    EXPECT_EQ("Error in taskType (1)", failureOf([this] { runPass(); }));
+    EXPECT_EQ(Lines(), commands.takeCommands());
+}
+
+TEST_P(PassTest, EndsIfTheUsersCannotBeCountedAgainForTheList)
+{
+    setUpAnnaAndBen();
+    ConnectionWatch connections;
+    connections.before(2, dropTable);
+    EXPECT_EQ("Error in taskType (1)", failureOf([this] { runPass(); }));
+    EXPECT_EQ(Lines(), commands.takeCommands());
+}
+
+TEST_P(PassTest, EndsIfTheUsersCannotBeListed)
+{
+    setUpAnnaAndBen();
+    ConnectionWatch connections;
+    connections.before(3, dropTable);
+    EXPECT_EQ("Error in reading values (1)", failureOf([this] { runPass(); }));
+    EXPECT_EQ(Lines(), commands.takeCommands());
+}
+
+TEST_P(PassTest, EndsIfThereAreNoUsersAnyMoreWhenTheyAreListed)
+{
+    setUpAnnaAndBen();
+    ConnectionWatch connections;
+    connections.before(2, [] { execSql("delete from TaskTable"); });
+    EXPECT_EQ("Data not found (401)", failureOf([this] { runPass(); }));
+    EXPECT_EQ(Lines(), commands.takeCommands());
+}
+
+TEST_P(PassTest, EndsIfTheUsersAreOthersThanWereCountedForTheList)
+{
+    setUpAnnaAndBen();
+    ConnectionWatch connections;
+    connections.before(3, [] { execSql("delete from TaskTable where userId=502"); });
+    EXPECT_EQ("Data not found (401)", failureOf([this] { runPass(); }));
+    EXPECT_EQ(Lines(), commands.takeCommands());
+}
+
+TEST_P(PassTest, GoesThroughTheUsersThatAreLeftIfSomeHaveGoneSinceTheyWereCounted)
+{
+    setUpAnnaAndBen();
+    addTask("userId=503");
+    ConnectionWatch connections;
+    connections.before(2, [] { execSql("delete from TaskTable where userId<>502"); });
+    EXPECT_TRUE(runPass());
+    EXPECT_EQ((Lines{reading("ben"), installing("ben", installed())}), commands.takeCommands());
+}
+
+TEST_P(PassTest, GoesThroughAsManyUsersAsWereCountedIfOthersHaveCome)
+{
+    setUpAnnaAndBen();
+    ConnectionWatch connections;
+    connections.before(2, [] { addTask("userId=503"); });
+    EXPECT_TRUE(runPass());
+    EXPECT_EQ((Lines{reading("anna"), installing("anna", installed()), reading("ben"), installing("ben", installed())}),
+        commands.takeCommands());
+}
+
+TEST_P(PassTest, LeavesTheCrontabAsItIsIfTheScratchDirectoryIsMissing)
+{
+    setUpAnnaAndBen();
+    fs::remove(scratchDirectory);
+    EXPECT_TRUE(runPass());
+    EXPECT_EQ((Lines{reading("anna"), installing("anna", installed()), reading("ben"), installing("ben", installed())}),
+        commands.takeCommands());
+    EXPECT_EQ(backup, crontabOf("anna"));
+    EXPECT_EQ(tidy, crontabOf("ben"));
+    EXPECT_FALSE(fs::exists(scratchDirectory));
+}
+
+TEST_P(PassTest, DoesNotInstallACopyThatIsCutOffByAFullDisk)
+{
+    setUpAnnaAndBen();
+    const std::string large = linesOf(10000);
+    setCrontab("anna", large);
+    limitScratchDirectory(8192, 0);
+    EXPECT_TRUE(runPass());
+    EXPECT_EQ(large, crontabOf("anna"));
+    EXPECT_EQ((Lines{reading("anna"), reading("ben"), installing("ben", installed())}), commands.takeCommands());
+    EXPECT_EQ(passed(tidy, bensLine), crontabOf("ben"));
+    EXPECT_EQ(Lines(), scratchFiles());
+}
+
+/// The passes that copy the crontab into a second file. Neither changes the foreign jobs of these tests.
+class FilteringPassTest : public PassTest { };
+
+INSTANTIATE_TEST_SUITE_P(, FilteringPassTest,
+    testing::Values(NamedPass{"Cleaning", &TaskEditor::cleanCron}, NamedPass{"Refreshing", &TaskEditor::refreshCron}),
+    [](const auto& pass) { return pass.param.name; });
+
+TEST_P(FilteringPassTest, InstallsAnEmptyCrontabForAUserWithoutOne)
+{
+    addTask("userId=501");
+    EXPECT_TRUE(runPass());
+    EXPECT_TRUE(hasCrontab("anna"));
+    EXPECT_EQ("", crontabOf("anna"));
+}
+
+TEST_P(FilteringPassTest, EmptiesACrontabThatCannotBeRead)
+{
+    setUpAnnaAndBen();
+    commands.refuse(reading("anna"));
+    EXPECT_TRUE(runPass());
+    EXPECT_EQ((Lines{reading("anna"), installing("anna"), reading("ben"), installing("ben")}), commands.takeCommands());
+    EXPECT_TRUE(hasCrontab("anna"));
+    EXPECT_EQ("", crontabOf("anna"));
+}
+
+TEST_P(FilteringPassTest, EmptiesACrontabWhoseCopyCannotBeMade)
+{
+    setUpAnnaAndBen();
+    limitScratchDirectory(0, 1);
+    writeFile(scratchDirectory + "temp2.txt", "");
+    onCrontabCall("[ $user = anna ] || exit 1");
+    EXPECT_TRUE(runPass());
+    EXPECT_EQ("", crontabOf("anna"));
+}
+
+TEST_P(FilteringPassTest, LeavesACrontabWhoseFilteredCopyCannotBeMade)
+{
+    setUpAnnaAndBen();
+    limitScratchDirectory(0, 1);
+    EXPECT_TRUE(runPass());
+    EXPECT_EQ((Lines{reading("anna"), installing("anna"), reading("ben"), installing("ben")}), commands.takeCommands());
+    EXPECT_EQ(backup, crontabOf("anna"));
+    EXPECT_EQ(tidy, crontabOf("ben"));
+    EXPECT_EQ(Lines(), scratchFiles());
+}
+
+TEST_P(FilteringPassTest, DoesNotInstallAFilteredCopyThatIsCutOffByAFullDisk)
+{
+    setUpAnnaAndBen();
+    const std::string large = linesOf(8000);
+    setCrontab("anna", large);
+    limitScratchDirectory(3 * 4096, 0);
+    EXPECT_TRUE(runPass());
+    EXPECT_EQ((Lines{reading("anna"), reading("ben"), installing("ben")}), commands.takeCommands());
+    EXPECT_EQ(large, crontabOf("anna"));
+    EXPECT_EQ(Lines(), scratchFiles());
+}
+
+TEST_P(FilteringPassTest, DoesNotInstallACopyThatCannotBeRead)
+{
+    setUpAnnaAndBen();
+    fs::create_directories(scratchDirectory + "crontemp.txt/in-the-way");
+    EXPECT_TRUE(runPass());
+    EXPECT_EQ((Lines{reading("anna"), reading("ben")}), commands.takeCommands());
+    EXPECT_EQ(backup, crontabOf("anna"));
+    EXPECT_EQ(tidy, crontabOf("ben"));
+}
+
+TEST_P(FilteringPassTest, ReplacesTheFilteredCopyThatAnEarlierRunLeft)
+{
+    setUpAnnaAndBen();
+    writeFile(scratchDirectory + "temp2.txt", linesOf(5000));
+    EXPECT_TRUE(runPass());
+    EXPECT_EQ(backup, crontabOf("anna"));
+}
+
+TEST_P(FilteringPassTest, HasBothScratchFilesInPlaceWhenItInstalls)
+{
+    setUpAnnaAndBen();
+    onCrontabCall("[ $operation = list ] || ls ${file%/*} >>$state/seen");
+    EXPECT_TRUE(runPass());
+    EXPECT_EQ("crontemp.txt\ntemp2.txt\ncrontemp.txt\ntemp2.txt\n", readFile("/usr/local/private-world/crontab/seen"));
+}
+
+class CleanCronTest : public EditorTest {
+protected:
+    /// What is left of the crontab of a user with a task.
+    std::string afterCleaning(const std::string& crontab)
+    {
+        addTask("userId=501");
+        setCrontab("anna", crontab);
+        EXPECT_TRUE(editor->cleanCron());
+        EXPECT_TRUE(hasCrontab("anna"));
+        return crontabOf("anna");
+    }
+};
+
+TEST_F(CleanCronTest, DropsTheTaskLineBetweenTwoForeignLines)
+{
+    EXPECT_EQ(backup + tidy, afterCleaning(backup + annasLine + tidy));
+}
+
+TEST_F(CleanCronTest, LeavesAnEmptyCrontabOfTaskLines)
+{
+    EXPECT_EQ("", afterCleaning(annasLine + bensLine));
+}
+
+TEST_F(CleanCronTest, DropsTaskLinesOfTasksThatAreNotInTheTable)
+{
+    EXPECT_EQ(backup, afterCleaning(taskLine(4711) + "\n" + backup));
+}
+
+TEST_F(CleanCronTest, DropsACommentThatMentionsTheTaskManager)
+{
+    EXPECT_EQ(backup, afterCleaning("# " + annasLine + backup));
+}
+
+TEST_F(CleanCronTest, EmptiesACrontabWhoseFirstLineIsEmpty)
+{
+    EXPECT_EQ("", afterCleaning("\n" + backup));
+}
+
+TEST_F(CleanCronTest, DropsAllBelowAnEmptyLine)
+{
+    EXPECT_EQ(backup, afterCleaning(backup + "\n" + tidy + annasLine));
+}
+
+TEST_F(CleanCronTest, JoinsALineOfTwoCharactersToTheNext)
+{
+    EXPECT_EQ("ab" + backup, afterCleaning("ab\n" + backup));
+}
+
+TEST_F(CleanCronTest, CutsALineOf600CharactersAndDropsAllBelowIt)
+{
+    EXPECT_EQ(backup + std::string(499, 'x') + "\n", afterCleaning(backup + std::string(600, 'x') + "\n" + tidy));
+}
+
+TEST_F(CleanCronTest, GivesALastLineWithoutALineFeedOne)
+{
+    EXPECT_EQ(backup + "@daily /bin/tidy\n", afterCleaning(backup + "@daily /bin/tidy"));
+}
+
+TEST_F(CleanCronTest, CleansTheCrontabOfAUserWhoseTasksDoNotCount)
+{
+    addTask("userId=501, status=6");
+    setCrontab("anna", annasLine + backup);
+    EXPECT_TRUE(editor->cleanCron());
+    EXPECT_EQ(backup, crontabOf("anna"));
+}
+
+TEST_F(CleanCronTest, CleansTheCrontabsOfTwoUsers)
+{
+    addTask("userId=502");
+    addTask("userId=501");
+    setCrontab("anna", annasLine + backup);
+    setCrontab("ben", tidy + bensLine);
+    EXPECT_TRUE(editor->cleanCron());
+    EXPECT_EQ((Lines{reading("ben"), installing("ben"), reading("anna"), installing("anna")}), commands.takeCommands());
+    EXPECT_EQ(backup, crontabOf("anna"));
+    EXPECT_EQ(tidy, crontabOf("ben"));
+    EXPECT_EQ(Lines(), scratchFiles());
+}
+
+TEST_F(CleanCronTest, AsksTheStoreForTheUsersOnly)
+{
+    addTask("userId=501");
+    addTask("userId=502");
+    SqliteWatch sqlite;
+    EXPECT_TRUE(editor->cleanCron());
+    EXPECT_EQ((Lines{countUsers, countUsers, listUsers}), statementsOf(sqlite.takeCalls()));
+}
+
+class PutCronFromDbTest : public EditorTest {
+protected:
+    /// anna's crontab after a rebuild.
+    std::string afterRebuild()
+    {
+        EXPECT_TRUE(editor->putCronFromDB());
+        return crontabOf("anna");
+    }
+};
+
+/// The numbers of the connections of a rebuild with anna for its first user: three for the users, then hers.
+constexpr int countOfTasks = 4;
+constexpr int countForList = 5;
+constexpr int listOfTasks = 6;
+constexpr int firstCronTime = 7;
+constexpr int firstType = 8;
+
+TEST_F(PutCronFromDbTest, WritesALineForEachTaskInTheOrderOfTheList)
+{
+    addTask("id=3, userId=501, type=1, crontime='0 3 * * *'");
+    addTask("id=9, userId=501, type=2, crontime='30 4 1 * *'");
+    EXPECT_EQ("0 3 * * * /usr/local/Quarno/Kestrelcore/TessaraTaskManager 3 >> /dev/null 2>&1\n"
+              "30 4 1 * * /usr/local/Quarno/Kestrelcore/TessaraTaskManager 9 >> /dev/null 2>&1\n",
+        afterRebuild());
+    EXPECT_EQ((Lines{reading("anna"), installing("anna", "crontemp.txt")}), commands.takeCommands());
+    EXPECT_EQ(Lines(), scratchFiles());
+}
+
+TEST_F(PutCronFromDbTest, WritesEachTaskToItsOwnersCrontab)
+{
+    addTask("id=3, userId=502");
+    addTask("id=4, userId=501");
+    addTask("id=5, userId=502");
+    EXPECT_EQ(taskLine(4) + "\n", afterRebuild());
+    EXPECT_EQ(taskLine(3) + "\n" + taskLine(5) + "\n", crontabOf("ben"));
+}
+
+TEST_F(PutCronFromDbTest, WritesTasksOfAnyTypeBut3)
+{
+    for (int type = 0; type <= 7; ++type)
+        addTask("userId=501, id=" + std::to_string(10 + type) + ", type=" + std::to_string(type));
+    addTask("userId=501, id=18, type=-3");
+    std::string expected;
+    for (const int id : {10, 11, 12, 14, 15, 16, 17, 18})
+        expected += taskLine(id) + "\n";
+    EXPECT_EQ(expected, afterRebuild());
+}
+
+TEST_F(PutCronFromDbTest, ReadsTheScheduleThenTheTypeOfEachTaskAlsoIfItGetsNoLine)
+{
+    addTask("id=3, userId=501, type=3");
+    addTask("id=9, userId=501");
+    SqliteWatch sqlite;
+    EXPECT_EQ(taskLine(9) + "\n", afterRebuild());
+    EXPECT_EQ((Lines{countUsers, countUsers, listUsers, annasTaskCount, annasTaskCount, annasTaskList,
+                  "select crontime from TaskTable where id=3", "select type from TaskTable where id=3",
+                  "select crontime from TaskTable where id=9", "select type from TaskTable where id=9"}),
+        statementsOf(sqlite.takeCalls()));
+}
+
+TEST_F(PutCronFromDbTest, WritesTasksOfStatus5OrLessOnly)
+{
+    addTask("id=1, userId=501, status=5");
+    addTask("id=2, userId=501, status=6");
+    addTask("id=3, userId=501, status=-1");
+    addTask("id=4, userId=501, status=NULL");
+    addTask("id=5, userId=501, status=3");
+    EXPECT_EQ(taskLine(1) + "\n" + taskLine(3) + "\n" + taskLine(5) + "\n", afterRebuild());
+}
+
+TEST_F(PutCronFromDbTest, WritesASchedulesTextAsItStands)
+{
+    addTask("id=1, userId=501, crontime=''");
+    addTask("id=2, userId=501, crontime=' never, '");
+    addTask("id=3, userId=501, crontime='@daily'");
+    EXPECT_EQ(taskLine(1, "") + "\n" + taskLine(2, " never, ") + "\n" + taskLine(3, "@daily") + "\n", afterRebuild());
+}
+
+TEST_F(PutCronFromDbTest, LeavesTheLinesThatAreThereFirstAndUnchanged)
+{
+    const std::string crontab = "\n#\nab\n" + tidy + "\r\n" + std::string(700, 'x') + "\n\n" + annasLine + backup;
+    addTask("id=9, userId=501");
+    setCrontab("anna", crontab);
+    EXPECT_EQ(crontab + taskLine(9) + "\n", afterRebuild());
+}
+
+TEST_F(PutCronFromDbTest, AppendsToALastLineWithoutALineFeed)
+{
+    addTask("id=9, userId=501");
+    setCrontab("anna", "# no line feed");
+    EXPECT_EQ("# no line feed" + taskLine(9) + "\n", afterRebuild());
+}
+
+TEST_F(PutCronFromDbTest, DoublesTheTaskLinesWhenItIsRunTwice)
+{
+    addTask("id=3, userId=501");
+    addTask("id=9, userId=501");
+    setCrontab("anna", backup);
+    const std::string lines = taskLine(3) + "\n" + taskLine(9) + "\n";
+    EXPECT_EQ(backup + lines, afterRebuild());
+    EXPECT_EQ(backup + lines + lines, afterRebuild());
+}
+
+TEST_F(PutCronFromDbTest, InstallsTheCrontabUnchangedIfNoTaskGetsALine)
+{
+    addTask("userId=501, type=3");
+    setCrontab("anna", backup);
+    EXPECT_EQ(backup, afterRebuild());
+    EXPECT_EQ((Lines{reading("anna"), installing("anna", "crontemp.txt")}), commands.takeCommands());
+}
+
+TEST_F(PutCronFromDbTest, InstallsNothingForAUserWithoutATaskThatCountsAndLeavesTheCopy)
+{
+    addTask("userId=501, status=6");
+    setCrontab("anna", backup);
+    EXPECT_EQ(backup, afterRebuild());
+    EXPECT_EQ(Lines{reading("anna")}, commands.takeCommands());
+    EXPECT_EQ(Lines{"crontemp.txt"}, scratchFiles());
+    EXPECT_EQ(backup, scratchFile("crontemp.txt"));
+}
+
+TEST_F(PutCronFromDbTest, GoesOnBehindAUserWithoutATaskThatCounts)
+{
+    addTask("id=3, userId=501, status=6");
+    addTask("id=9, userId=502");
+    setCrontab("anna", backup);
+    EXPECT_EQ(backup, afterRebuild());
+    EXPECT_EQ(taskLine(9) + "\n", crontabOf("ben"));
+    EXPECT_EQ(Lines(), scratchFiles());
+}
+
+TEST_F(PutCronFromDbTest, MakesAnEmptyCopyForAUserWhoseCrontabCannotBeReadAndWhoHasNoTaskThatCounts)
+{
+    addTask("userId=501, status=6");
+    commands.refuse(reading("anna"));
+    EXPECT_TRUE(editor->putCronFromDB());
+    EXPECT_EQ("", scratchFile("crontemp.txt"));
+}
+
+TEST_F(PutCronFromDbTest, DoesNotTouchTheScratchFileForAUserWithoutAnAccount)
+{
+    addTask("userId=777");
+    writeFile(scratchDirectory + "crontemp.txt", backup);
+    EXPECT_TRUE(editor->putCronFromDB());
+    EXPECT_EQ(Lines(), commands.takeCommands());
+    EXPECT_EQ(backup, scratchFile("crontemp.txt"));
+}
+
+TEST_F(PutCronFromDbTest, DoesNotAskForTheTasksOfAUserWithoutAnAccount)
+{
+    addTask("userId=777");
+    SqliteWatch sqlite;
+    EXPECT_TRUE(editor->putCronFromDB());
+    EXPECT_EQ((Lines{countUsers, countUsers, listUsers}), statementsOf(sqlite.takeCalls()));
+    EXPECT_EQ(Lines(), scratchFiles());
+}
+
+TEST_F(PutCronFromDbTest, FindsUsersWithAnAccountBetweenOthersWithoutOne)
+{
+    for (const char* task : {"id=1, userId=777", "id=2, userId=501", "id=3, userId=778", "id=4, userId=-1",
+             "id=5, userId=502", "id=6, userId=779"})
+        addTask(task);
+    EXPECT_EQ(taskLine(2) + "\n", afterRebuild());
+    EXPECT_EQ(taskLine(5) + "\n", crontabOf("ben"));
+    EXPECT_EQ(
+        (Lines{reading("anna"), installing("anna", "crontemp.txt"), reading("ben"), installing("ben", "crontemp.txt")}),
+        commands.takeCommands());
+}
+
+TEST_F(PutCronFromDbTest, ReplacesACrontabThatCannotBeReadByTheTaskLinesAlone)
+{
+    addTask("id=9, userId=501");
+    setCrontab("anna", backup);
+    commands.refuse(reading("anna"));
+    EXPECT_EQ(taskLine(9) + "\n", afterRebuild());
+    EXPECT_EQ((Lines{reading("anna"), installing("anna", "crontemp.txt")}), commands.takeCommands());
+}
+
+TEST_F(PutCronFromDbTest, LeavesACrontabWhoseCopyCannotBeMade)
+{
+    addTask("id=9, userId=501");
+    setCrontab("anna", backup);
+    limitScratchDirectory(0, 1);
+    writeFile(scratchDirectory + "in-the-way", "");
+    EXPECT_EQ(backup, afterRebuild());
+    EXPECT_EQ((Lines{reading("anna"), installing("anna", "crontemp.txt")}), commands.takeCommands());
+}
+
+TEST_F(PutCronFromDbTest, DoesNotInstallACopyThatHasNoRoomForTheTaskLines)
+{
+    addTask("id=9, userId=501");
+    setCrontab("anna", linesOf(4090));
+    limitScratchDirectory(4096, 0);
+    EXPECT_EQ(linesOf(4090), afterRebuild());
+    EXPECT_EQ(Lines{reading("anna")}, commands.takeCommands());
+    EXPECT_EQ(Lines(), scratchFiles());
+}
+
+TEST_F(PutCronFromDbTest, EndsIfTheTasksOfAUserCannotBeCounted)
+{
+    addTask("id=9, userId=501");
+    addTask("id=10, userId=502");
+    setCrontab("anna", backup);
+    ConnectionWatch connections;
+    connections.before(countOfTasks, dropTable);
+    EXPECT_EQ("TaskTable doesn't exist-2 (1)", failureOf([this] { editor->putCronFromDB(); }));
+    EXPECT_EQ(Lines{reading("anna")}, commands.takeCommands());
+    EXPECT_EQ(backup, crontabOf("anna"));
+    EXPECT_EQ(backup, scratchFile("crontemp.txt"));
+}
+
+TEST_F(PutCronFromDbTest, LeavesTheCrontabsAsTheyAreThatItHadInstalledBeforeItEnded)
+{
+    addTask("id=9, userId=501");
+    addTask("id=10, userId=502");
+    setCrontab("ben", tidy);
+    ConnectionWatch connections;
+    connections.before(firstType + 1, dropTable);
+    EXPECT_EQ("TaskTable doesn't exist-2 (1)", failureOf([this] { editor->putCronFromDB(); }));
+    EXPECT_EQ(taskLine(9) + "\n", crontabOf("anna"));
+    EXPECT_EQ(tidy, crontabOf("ben"));
+    EXPECT_EQ(tidy, scratchFile("crontemp.txt"));
+}
+
+/// A rebuild for anna and ben, during which the tasks of anna cannot be listed: the connection of this number fails.
+class UnlistedTasksTest : public PutCronFromDbTest, public testing::WithParamInterface<int> { };
+
+INSTANTIATE_TEST_SUITE_P(, UnlistedTasksTest, testing::Values(countForList, listOfTasks),
+    [](const auto& connection) { return connection.param == countForList ? "AtTheCount" : "AtTheList"; });
+
+TEST_P(UnlistedTasksTest, LeaveTheirOwnersCrontabAsItIsAndTheOthersAreRebuilt)
+{
+    addTask("id=9, userId=501");
+    addTask("id=10, userId=502");
+    setCrontab("anna", backup);
+    ConnectionWatch connections;
+    connections.before(GetParam(), [] { execSql("alter table TaskTable rename to Hidden"); });
+    connections.before(GetParam() + 1, [] { execSql("alter table Hidden rename to TaskTable"); });
+    EXPECT_EQ(backup, afterRebuild());
+    EXPECT_EQ(taskLine(10) + "\n", crontabOf("ben"));
+    EXPECT_EQ((Lines{reading("anna"), reading("ben"), installing("ben", "crontemp.txt")}), commands.takeCommands());
+}
+
+TEST_P(UnlistedTasksTest, LeaveTheCopyOfTheirOwnersCrontab)
+{
+    addTask("userId=501");
+    setCrontab("anna", backup);
+    ConnectionWatch connections;
+    connections.before(GetParam(), dropTable);
+    EXPECT_EQ(backup, afterRebuild());
+    EXPECT_EQ(Lines{reading("anna")}, commands.takeCommands());
+    EXPECT_EQ(backup, scratchFile("crontemp.txt"));
+}
+
+TEST_F(PutCronFromDbTest, SkipsAUserWhoseTasksHaveGoneSinceTheyWereCounted)
+{
+    addTask("userId=501");
+    setCrontab("anna", backup);
+    ConnectionWatch connections;
+    connections.before(countForList, [] { execSql("delete from TaskTable"); });
+    EXPECT_EQ(backup, afterRebuild());
+    EXPECT_EQ(Lines{reading("anna")}, commands.takeCommands());
+}
+
+TEST_F(PutCronFromDbTest, SkipsAUserWhoseTasksAreOthersThanWereCountedForTheList)
+{
+    addTask("id=3, userId=501");
+    addTask("id=9, userId=501");
+    setCrontab("anna", backup);
+    ConnectionWatch connections;
+    connections.before(listOfTasks, [] { execSql("delete from TaskTable where id=3"); });
+    EXPECT_EQ(backup, afterRebuild());
+    EXPECT_EQ(Lines{reading("anna")}, commands.takeCommands());
+}
+
+TEST_F(PutCronFromDbTest, WritesTheTasksThatAreLeftIfSomeHaveGoneSinceTheyWereCounted)
+{
+    for (const char* task : {"id=3, userId=501", "id=9, userId=501", "id=10, userId=501", "id=11, userId=501"})
+        addTask(task);
+    ConnectionWatch connections;
+    connections.before(countForList, [] { execSql("delete from TaskTable where id<>9"); });
+    EXPECT_EQ(taskLine(9) + "\n", afterRebuild());
+    EXPECT_EQ(firstType, connections.count());
+}
+
+TEST_F(PutCronFromDbTest, WritesAsManyTasksAsWereCountedIfOthersHaveCome)
+{
+    addTask("id=3, userId=501");
+    ConnectionWatch connections;
+    connections.before(countForList, [] { addTask("userId=501"); });
+    EXPECT_EQ(taskLine(3) + "\n", afterRebuild());
+}
+
+TEST_F(PutCronFromDbTest, SkipsATaskThatHasGoneBeforeItsScheduleIsRead)
+{
+    addTask("id=3, userId=501");
+    addTask("id=9, userId=501");
+    ConnectionWatch connections;
+    connections.before(firstCronTime, [] { execSql("delete from TaskTable where id=3"); });
+    EXPECT_EQ(taskLine(9) + "\n", afterRebuild());
+}
+
+TEST_F(PutCronFromDbTest, SkipsATaskThatHasGoneBeforeItsTypeIsRead)
+{
+    addTask("id=3, userId=501");
+    addTask("id=9, userId=501");
+    ConnectionWatch connections;
+    connections.before(firstType, [] { execSql("delete from TaskTable where id=3"); });
+    EXPECT_EQ(taskLine(9) + "\n", afterRebuild());
+}
+
+TEST_F(PutCronFromDbTest, InstallsTheLinesOfTheOtherTasksIfTheLastOneHasGone)
+{
+    addTask("id=3, userId=501");
+    addTask("id=9, userId=501");
+    setCrontab("anna", backup);
+    ConnectionWatch connections;
+    connections.before(firstType + 1, dropTable);
+    EXPECT_EQ(backup + taskLine(3) + "\n", afterRebuild());
+    EXPECT_EQ(Lines(), scratchFiles());
+}
+
+class RefreshCronTest : public EditorTest {
+protected:
+    /// What becomes of the crontab of a user, where the task 0 has this schedule.
+    std::string afterRefresh(const std::string& crontab, const std::string& schedule = "0 3 * * *")
+    {
+        addTask("id=0, userId=501, crontime='" + schedule + "'");
+        setCrontab("anna", crontab);
+        EXPECT_TRUE(editor->refreshCron());
+        return crontabOf("anna");
+    }
+};
+
+TEST_F(RefreshCronTest, KeepsTheLinesOfACrontabWithoutATaskLineUpToTheFirstEmptyOne)
+{
+    addTask("userId=501");
+    setCrontab("anna", "#\nab\n" + backup + "TessaraTaskManager 12\n" + tidy + "\n" + backup);
+    EXPECT_TRUE(editor->refreshCron());
+    EXPECT_EQ("#\nab\n" + backup + "TessaraTaskManager 12\n" + tidy, crontabOf("anna"));
+    EXPECT_EQ((Lines{reading("anna"), installing("anna")}), commands.takeCommands());
+}
+
+TEST_F(RefreshCronTest, EndsAtATaskLineIfThereIsNoTask0AndLeavesTheCrontabAsItIs)
+{
+    addTask("id=100, userId=501");
+    setCrontab("anna", backup + annasLine + tidy);
+    EXPECT_EQ("Database: taskId not found (0)", failureOf([this] { editor->refreshCron(); }));
+    EXPECT_EQ(Lines{reading("anna")}, commands.takeCommands());
+    EXPECT_EQ(backup + annasLine + tidy, crontabOf("anna"));
+}
+
+TEST_F(RefreshCronTest, LeavesBothScratchFilesWhenItEndsAtATaskLine)
+{
+    addTask("id=100, userId=501");
+    setCrontab("anna", backup + annasLine + tidy);
+    EXPECT_EQ("Database: taskId not found (0)", failureOf([this] { editor->refreshCron(); }));
+    EXPECT_EQ((Lines{"crontemp.txt", "temp2.txt"}), scratchFiles());
+    EXPECT_EQ(backup + annasLine + tidy, scratchFile("crontemp.txt"));
+    EXPECT_EQ(backup, scratchFile("temp2.txt"));
+}
+
+TEST_F(RefreshCronTest, RefreshesTheUsersBeforeTheOneAtWhoseTaskLineItEnds)
+{
+    addTask("userId=502");
+    addTask("userId=501");
+    addTask("userId=503");
+    for (const char* name : {"anna", "ben", "carla"})
+        setCrontab(name, backup + "\n" + tidy);
+    setCrontab("anna", annasLine);
+    EXPECT_EQ("Database: taskId not found (0)", failureOf([this] { editor->refreshCron(); }));
+    EXPECT_EQ((Lines{reading("ben"), installing("ben"), reading("anna")}), commands.takeCommands());
+    EXPECT_EQ(backup, crontabOf("ben"));
+    EXPECT_EQ(backup + "\n" + tidy, crontabOf("carla"));
+}
+
+TEST_F(RefreshCronTest, EndsIfTheTaskCannotBeRead)
+{
+    addTask("id=0, userId=501");
+    setCrontab("anna", backup + annasLine);
+    ConnectionWatch connections;
+    connections.before(4, dropTable);
+    EXPECT_EQ("Error in querying table (1)", failureOf([this] { editor->refreshCron(); }));
+    EXPECT_EQ(backup + annasLine, crontabOf("anna"));
+    EXPECT_EQ((Lines{"crontemp.txt", "temp2.txt"}), scratchFiles());
+}
+
+TEST_F(RefreshCronTest, EndsIfTask0HasGoneBeforeTheLastPiece)
+{
+    addTask("id=0, userId=501");
+    setCrontab("anna", "ab" + annasLine);
+    ConnectionWatch connections;
+    connections.before(5, [] { execSql("delete from TaskTable"); });
+    EXPECT_EQ("Database: taskId not found (0)", failureOf([this] { editor->refreshCron(); }));
+    EXPECT_EQ("ab" + annasLine, crontabOf("anna"));
+    EXPECT_EQ("a\n", scratchFile("temp2.txt"));
+}
+
+TEST_F(RefreshCronTest, GivesATaskLineBehindTwoCharactersALineOfItsOwn)
+{
+    EXPECT_EQ("a\n" + annasLine + backup, afterRefresh("ab" + annasLine + backup));
+    EXPECT_EQ((Lines{reading("anna"), installing("anna")}), commands.takeCommands());
+    EXPECT_EQ(Lines(), scratchFiles());
+}
+
+TEST_F(RefreshCronTest, SeparatesTwoTaskLinesThatWereJoined)
+{
+    EXPECT_EQ(taskLine(1) + "\n" + taskLine(2, "1 1 * * *") + "\n",
+        afterRefresh(taskLine(1) + taskLine(2, "1 1 * * *") + "\n"));
+}
+
+TEST_F(RefreshCronTest, JoinsATextOfTwoCharactersBehindATaskLineToTheNextLine)
+{
+    EXPECT_EQ(annasLine + "ab" + backup, afterRefresh(taskLine(100) + "ab\n" + backup));
+}
+
+TEST_F(RefreshCronTest, KeepsATaskLineWithoutANullDevice)
+{
+    const std::string line = "1 1 * * * /usr/local/Quarno/Kestrelcore/TessaraTaskManager 1\n";
+    EXPECT_EQ(line + backup, afterRefresh(line + backup));
+}
+
+TEST_F(RefreshCronTest, FindsTheScheduleOfTask0InsideALongerOne)
+{
+    EXPECT_EQ("\n" + annasLine, afterRefresh(taskLine(100, "10 3 * * *") + "\n"));
+}
+
+TEST_F(RefreshCronTest, SearchesAScheduleOfMoreThan50Characters)
+{
+    const std::string schedule = "0,5,10,15,20,25,30,35,40,45,50,55 0,2,4,6,8,10,12,14,16,18,20,22 * * 1-5";
+    EXPECT_EQ("a\n" + taskLine(1, schedule) + "\n", afterRefresh("ab" + taskLine(1, schedule) + "\n", schedule));
+}
+
+TEST_F(RefreshCronTest, TakesTask0OfAnyUserTypeAndStatus)
+{
+    addTask("id=0, userId=777, type=3, status=6");
+    addTask("userId=501");
+    setCrontab("anna", "ab" + annasLine);
+    EXPECT_TRUE(editor->refreshCron());
+    EXPECT_EQ("a\n" + annasLine, crontabOf("anna"));
+}
+
+TEST_F(RefreshCronTest, ReadsTask0AnewForEachPiece)
+{
+    addTask("id=0, userId=501");
+    setCrontab("anna", "ab" + taskLine(1) + taskLine(2) + "\n");
+    SqliteWatch sqlite;
+    EXPECT_TRUE(editor->refreshCron());
+    const std::string readTask0 = "select * from TaskTable where id=0";
+    EXPECT_EQ(
+        (Lines{countUsers, countUsers, listUsers, readTask0, readTask0, readTask0}), statementsOf(sqlite.takeCalls()));
+}
+
+TEST_F(RefreshCronTest, UsesTheScheduleThatTask0HasGotMeanwhile)
+{
+    addTask("id=0, userId=501");
+    const std::string second = taskLine(2, "7 7 * * *");
+    setCrontab("anna", "ab" + taskLine(1) + "cd" + second + "\n");
+    ConnectionWatch connections;
+    connections.before(6, [] { execSql("update TaskTable set crontime='7 7 * * *'"); });
+    EXPECT_TRUE(editor->refreshCron());
+    EXPECT_EQ("a\n" + taskLine(1) + "\nc\n" + second + "\n", crontabOf("anna"));
+}
+
+TEST_F(RefreshCronTest, ReleasesTask0WithItsPropertyLists)
+{
+    const std::string list = blobLiteral(xmlDocument("<dict>\n\t<key>a</key>\n\t<string>b</string>\n</dict>"));
+    addTask("id=0, userId=501, parameter=" + list + ", result=" + list);
+    setCrontab("anna", "ab" + annasLine + annasLine);
+    EXPECT_TRUE(editor->refreshCron()); // a leak checker looks at what is left
+    EXPECT_EQ("a\n" + annasLine + annasLine, crontabOf("anna"));
+}
+
+} // namespace
