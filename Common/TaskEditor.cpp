@@ -12,6 +12,7 @@
 #include <optional>
 #include <pwd.h>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 std::mutex gMutex;
@@ -81,17 +82,6 @@ std::optional<std::string> accountName(int uid)
     return found == nullptr ? std::nullopt : std::optional<std::string>(found->pw_name);
 }
 
-// Whose crontab it is: that of a user id, or else root's or the caller's own. What the crontab command is told of it;
-// nothing if the user id has no account.
-std::optional<std::string> crontabCommand(std::optional<int> uid)
-{
-    const std::string command = "/usr/bin/crontab ";
-    if (!uid)
-        return command + (geteuid() == 0 ? "-u root " : "");
-    const auto name = accountName(*uid);
-    return name ? std::optional<std::string>(command + "-u " + *name + " ") : std::nullopt;
-}
-
 std::string crontabCopy()
 {
     return tempPath + "crontemp.txt";
@@ -102,25 +92,50 @@ std::string filteredCopy()
     return tempPath + "temp2.txt";
 }
 
-Copy readCrontab(std::optional<int> uid)
-{
-    const auto command = crontabCommand(uid);
-    return command ? copyOutput((*command + "-l").c_str(), crontabCopy().c_str()) : Copy::notStarted;
-}
+// One user's crontab, as the crontab command reaches it. The account is looked up once: were it found for installing
+// only, because the look-up before reading has failed, an empty crontab would be installed.
+class Crontab {
+public:
+    // Root's if the effective user is the super-user, else the caller's own.
+    static Crontab own() { return Crontab(std::string(command) + (geteuid() == 0 ? "-u root " : "")); }
 
-bool installCrontab(const std::string& file, std::optional<int> uid)
-{
-    const auto command = crontabCommand(uid);
-    return command && started(*command + file);
-}
+    static Crontab ofUser(int uid)
+    {
+        const auto name = accountName(uid);
+        return name ? Crontab(command + ("-u " + *name + " ")) : Crontab();
+    }
 
-// The scratch copy has one name for all users. Without the removal, a read that fails would leave the last user's jobs
-// there to be installed for this one.
-Copy readCrontabAnew(std::optional<int> uid)
-{
-    std::remove(crontabCopy().c_str());
-    return readCrontab(uid);
-}
+    bool hasAccount() const { return !m_command.empty(); }
+
+    // Runs nothing without an account, and neither does install().
+    Copy read() const
+    {
+        return hasAccount() ? copyOutput((m_command + "-l").c_str(), crontabCopy().c_str()) : Copy::notStarted;
+    }
+
+    // The scratch files have one name for all users. Without the removal, what a read that fails, or an earlier run
+    // that was killed, has left there of another user's jobs would be installed for this one.
+    Copy readAnew() const
+    {
+        std::remove(crontabCopy().c_str());
+        std::remove(filteredCopy().c_str());
+        return read();
+    }
+
+    bool install(const std::string& file) const { return hasAccount() && started(m_command + file); }
+
+private:
+    static constexpr auto command = "/usr/bin/crontab ";
+
+    Crontab() = default;
+
+    explicit Crontab(std::string beginning)
+        : m_command(std::move(beginning))
+    {
+    }
+
+    std::string m_command; // up to what it is to do; empty without an account
+};
 
 // True if all that was written has reached the file. A file that could not be opened at all does not count: what is
 // then not there is left to the crontab command to refuse.
@@ -136,9 +151,9 @@ using TextEdit = std::function<void(std::istream& in, std::ostream& out)>;
 
 // The shape of every pass that rewrites a crontab: copy it, edit the copy into a second file, install that, remove
 // both. An exception leaves both files where they are.
-void rewriteCrontab(std::optional<int> uid, const TextEdit& edit)
+void rewriteCrontab(const Crontab& crontab, const TextEdit& edit)
 {
-    const Copy read = readCrontabAnew(uid);
+    const Copy read = crontab.readAnew();
     std::ifstream in(crontabCopy());
     std::ofstream out(filteredCopy());
     edit(in, out);
@@ -146,7 +161,7 @@ void rewriteCrontab(std::optional<int> uid, const TextEdit& edit)
     in.close();
     const bool written = closeWritten(out);
     if (!cutOff && written) // what a full or broken disk has left of a crontab is not the user's
-        installCrontab(filteredCopy(), uid);
+        crontab.install(filteredCopy());
     std::remove(crontabCopy().c_str());
     std::remove(filteredCopy().c_str());
 }
@@ -172,9 +187,9 @@ void appendTaskLine(TaskEditor& editor, int id, std::ostream& out)
         writeTaskLine(out, cronTime, id);
 }
 
-void appendTaskLines(TaskEditor& editor, int uid)
+void appendTaskLines(TaskEditor& editor, int uid, const Crontab& crontab)
 {
-    const Copy read = readCrontabAnew(uid);
+    const Copy read = crontab.readAnew();
     std::ofstream out(crontabCopy(), std::ios::app);
     const int count = editor.getNumTaskRecordForUser(uid); // what this throws ends the pass
     if (count < 1)
@@ -193,7 +208,7 @@ void appendTaskLines(TaskEditor& editor, int uid)
         }
     }
     if (closeWritten(out) && read != Copy::incomplete)
-        installCrontab(crontabCopy(), uid);
+        crontab.install(crontabCopy());
     std::remove(crontabCopy().c_str());
 }
 
@@ -252,38 +267,40 @@ TaskEditor::TaskEditor() = default;
 
 std::string TaskEditor::readCron()
 {
-    readCrontab(std::nullopt);
+    Crontab::own().read();
     return crontabCopy();
 }
 
 std::string TaskEditor::readCron(int uid)
 {
-    readCrontab(uid);
+    Crontab::ofUser(uid).read();
     return crontabCopy();
 }
 
 bool TaskEditor::writeCron(std::string file)
 {
-    return installCrontab(file, std::nullopt);
+    return Crontab::own().install(file);
 }
 
 bool TaskEditor::writeCron(std::string file, int uid)
 {
-    return installCrontab(file, uid);
+    return Crontab::ofUser(uid).install(file);
 }
 
 bool TaskEditor::cleanCron()
 {
     for (const int uid : taskOwners(*this)) // with or without an account: one without has no crontab to lose
-        rewriteCrontab(uid, dropTaskLines);
+        rewriteCrontab(Crontab::ofUser(uid), dropTaskLines);
     return true;
 }
 
 bool TaskEditor::putCronFromDB()
 {
-    for (const int uid : taskOwners(*this))
-        if (accountName(uid))
-            appendTaskLines(*this, uid);
+    for (const int uid : taskOwners(*this)) {
+        const Crontab crontab = Crontab::ofUser(uid);
+        if (crontab.hasAccount())
+            appendTaskLines(*this, uid, crontab);
+    }
     return true;
 }
 
@@ -291,7 +308,8 @@ bool TaskEditor::refreshCron()
 {
     const CronTimeOf cronTimeOf = [this](int id) { return readTask(*this, id)->cronTime; };
     for (const int uid : taskOwners(*this))
-        rewriteCrontab(uid, [&](std::istream& in, std::ostream& out) { splitTaskLines(cronTimeOf, in, out); });
+        rewriteCrontab(
+            Crontab::ofUser(uid), [&](std::istream& in, std::ostream& out) { splitTaskLines(cronTimeOf, in, out); });
     return true;
 }
 
@@ -323,9 +341,7 @@ bool TaskEditor::deleteTask(int id, bool fromDatabase, bool)
 bool TaskEditor::deleteCronEntry(int taskId, int uid)
 {
     // The real user decides here: a program that a user runs with raised rights still edits that user's own crontab.
-    std::optional<int> owner;
-    if (getuid() == 0)
-        owner = uid;
-    rewriteCrontab(owner, [taskId](std::istream& in, std::ostream& out) { dropLinesOfTask(taskId, in, out); });
+    rewriteCrontab(getuid() == 0 ? Crontab::ofUser(uid) : Crontab::own(),
+        [taskId](std::istream& in, std::ostream& out) { dropLinesOfTask(taskId, in, out); });
     return true;
 }

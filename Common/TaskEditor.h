@@ -24,8 +24,8 @@ bool executeCommand(const char* command, const char* path);
 /// crontab it refuses stays as it was without a word. Editing another user's crontab takes the super-user.
 ///
 /// The three passes go through the users who own tasks, in the store's order, and edit the crontab of each: it is
-/// copied to "crontemp.txt", changed, installed, and the scratch files are removed. A scratch file that an earlier run
-/// left is removed first. If the crontab cannot be read at all, it counts as empty; if a scratch file could be opened
+/// copied to "crontemp.txt", changed, installed, and the scratch files are removed. What an earlier run left of
+/// them is removed first. If the crontab cannot be read at all, it counts as empty; if a scratch file could be opened
 /// but not read or written to its end (a full disk), the crontab is not installed. They return true whenever they
 /// return, and throw SqliteException as the store's operations do; users not reached are then not touched, and the
 /// scratch files of the present one stay.
