@@ -1,0 +1,115 @@
+#include "OrvException.h"
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <type_traits>
+
+namespace {
+
+std::string messageFor(const std::string& text)
+{
+    return SqliteException(1, text.c_str()).getMessage();
+}
+
+int codeFor(long code)
+{
+    return SqliteException(code, "").getErrorCode();
+}
+
+/// The place of a virtual operation in the table of the class, whose first two places are the destructors'.
+template <class Operation> std::size_t slotOf(Operation operation)
+{
+    std::size_t offset
+        = 0; // the language's binary interface keeps it in the pointer to member, on some machines with bit 0
+    std::memcpy(&offset, &operation, sizeof offset);
+    return offset / sizeof(void*);
+}
+
+TEST(OrvException, CarriesMessageAndCode)
+{
+    SqliteException failure(401, "Data not found");
+    EXPECT_STREQ("Data not found", failure.getMessage());
+    EXPECT_EQ(401, failure.getErrorCode());
+}
+
+TEST(OrvException, KeepsAMessageOf4095CharactersWhole)
+{
+    const std::string longest(4095, 'm');
+    EXPECT_EQ(longest, messageFor(longest));
+}
+
+TEST(OrvException, CutsALongerMessageTo4095Characters)
+{
+    EXPECT_EQ(std::string(4095, 'm'), messageFor(std::string(4095, 'm') + "e"));
+    EXPECT_EQ(std::string(4095, 'm'), messageFor(std::string(4095, 'm') + std::string(10000, 'e')));
+}
+
+TEST(OrvException, KeepsAnEmptyMessage)
+{
+    EXPECT_EQ("", messageFor(""));
+}
+
+TEST(OrvException, TakesPercentSignsOfAMessageAsTheyAre)
+{
+    EXPECT_EQ("100%s of %d%%", messageFor("100%s of %d%%"));
+}
+
+TEST(OrvException, KeepsTheLow32BitsOfACode)
+{
+    EXPECT_EQ(401, codeFor(0x100000191));
+    EXPECT_EQ(-1, codeFor(0xffffffff));
+    EXPECT_EQ(INT32_MIN, codeFor(0x780000000));
+    EXPECT_EQ(0, codeFor(0x7fffffff00000000));
+    EXPECT_EQ(-5, codeFor(-5));
+}
+
+TEST(OrvException, IsCaughtAsWhatItIsAndAsWhatItDerivesFrom)
+{
+    EXPECT_THROW(throw SqliteException(1, "text"), SqliteException);
+    EXPECT_THROW(throw SqliteException(1, "text"), OrvException);
+    EXPECT_THROW(throw SqliteException(1, "text"), std::exception);
+}
+
+TEST(OrvException, SaysWhatAnyStandardExceptionSays)
+{
+    const SqliteException failure(1, "text");
+    EXPECT_STREQ(std::exception().what(), failure.what());
+}
+
+TEST(OrvException, HoldsItsMessageItself)
+{
+    SqliteException failure(1, "text");
+    const auto begin = reinterpret_cast<std::uintptr_t>(&failure);
+    const auto message = reinterpret_cast<std::uintptr_t>(failure.getMessage());
+    EXPECT_EQ(begin + sizeof(std::exception), message);
+    EXPECT_LE(message + 4096 + sizeof(std::int32_t), begin + sizeof failure);
+}
+
+TEST(OrvException, ACopyOutlivesTheOriginal)
+{
+    auto original = std::make_unique<SqliteException>(7, "no memory");
+    SqliteException copy(*original);
+    original.reset();
+    EXPECT_STREQ("no memory", copy.getMessage());
+    EXPECT_EQ(7, copy.getErrorCode());
+}
+
+TEST(OrvException, SqliteExceptionAddsNoField)
+{
+    EXPECT_EQ(sizeof(OrvException), sizeof(SqliteException));
+}
+
+TEST(OrvException, MessageAndCodeAreTheOperationsAfterWhat)
+{
+    EXPECT_TRUE(std::has_virtual_destructor_v<OrvException>);
+    EXPECT_EQ(2U, slotOf(&std::exception::what));
+    EXPECT_EQ(3U, slotOf(&OrvException::getMessage));
+    EXPECT_EQ(4U, slotOf(&OrvException::getErrorCode));
+}
+
+} // namespace
