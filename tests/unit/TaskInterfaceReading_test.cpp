@@ -1,0 +1,353 @@
+#include <climits>
+
+#include "StoreTest.h"
+
+using namespace support;
+
+namespace {
+
+class TaskReading : public StoreTest {
+protected:
+    int addTaskWith(const std::string& column, const std::string& xmlElement)
+    {
+        return addTask(column + "=" + blobLiteral(xmlDocument(xmlElement)));
+    }
+};
+
+TEST_F(TaskReading, ReadsAWholeTask)
+{
+    const int id = addTask("description='Nightly scan' || char(10), type=4, crontime='0 3 * * 1-5',"
+                           "created='5,30,8,16,10,126,1,319,0,', lastRun='6,30,8,16,10,126,1,319,0,', status=2,"
+                           "count=17, userId=501, recType=1");
+    const OwnedTask task = readTask(id);
+    EXPECT_EQ(id, task->id);
+    EXPECT_EQ("Nightly scan\n", task->description);
+    EXPECT_EQ(nxcScanTask, task->type);
+    EXPECT_EQ("0 3 * * 1-5", task->cronTime);
+    EXPECT_EQ(nullptr, task->parameter);
+    EXPECT_EQ(nullptr, task->result);
+    EXPECT_EQ(1794817805, task->created);
+    EXPECT_EQ(1794817806, task->lastRun);
+    EXPECT_EQ(2, task->status);
+    EXPECT_EQ(17, task->count);
+    EXPECT_EQ(anna, task->userId);
+    EXPECT_EQ(1, task->recType);
+}
+
+TEST_F(TaskReading, ReadingAWholeTaskReturnsTrue)
+{
+    const int id = addTask();
+    TaskInfo* task = nullptr;
+    EXPECT_TRUE(store->getTaskInfoObject(id, &task));
+    const OwnedTask owner(task);
+    EXPECT_NE(nullptr, task);
+}
+
+TEST_F(TaskReading, ReadsTheTaskThatIsAskedFor)
+{
+    addTask("description='first', userId=501");
+    addTask("description='second', userId=502");
+    EXPECT_EQ("first", readTask(1)->description);
+    EXPECT_EQ("second", readTask(2)->description);
+}
+
+TEST_F(TaskReading, NothingOfANewTaskShowsInOneThatIsRead)
+{
+    const int id = addTask("description='', crontime='', status=NULL, created='', lastRun=''");
+    const OwnedTask task = readTask(id);
+    EXPECT_EQ("", task->description);
+    EXPECT_EQ("", task->cronTime);
+    EXPECT_EQ(0, task->status);
+    EXPECT_EQ(0, task->userId);
+}
+
+TEST_F(TaskReading, ATaskThatThereIsNotIsNotFoundWithTheCodeZero)
+{
+    TaskInfo untouched(scanTask);
+    TaskInfo* task = &untouched;
+    EXPECT_EQ("Database: taskId not found (0)", failureOf([&] { store->getTaskInfoObject(7, &task); }));
+    EXPECT_EQ(&untouched, task);
+}
+
+TEST_F(TaskReading, AFailedReadLeavesThePointerAsItWas)
+{
+    execSql("drop table TaskTable");
+    TaskInfo untouched(scanTask);
+    TaskInfo* task = &untouched;
+    EXPECT_EQ("Error in querying table (1)", failureOf([&] { store->getTaskInfoObject(1, &task); }));
+    EXPECT_EQ(&untouched, task);
+}
+
+TEST_F(TaskReading, ATypeWithoutANameStaysWhatItIs)
+{
+    for (const int type : {0, 7, -3, INT_MAX, INT_MIN}) {
+        const int id = addTask("type=" + std::to_string(type));
+        EXPECT_EQ(type, readTask(id)->type);
+        EXPECT_EQ(type, store->getTaskType(id));
+    }
+}
+
+TEST_F(TaskReading, TheRecordFlagIsSetByTheNumberOneOnly)
+{
+    const std::pair<const char*, int> flags[]
+        = {{"1", 1}, {"0", 0}, {"2", 0}, {"-1", 0}, {"257", 0}, {"4294967297", 0}, {"'x'", 0}};
+    for (const auto& [stored, read] : flags)
+        EXPECT_EQ(read, readTask(addTask(std::string("recType=") + stored))->recType) << stored;
+}
+
+TEST_F(TaskReading, NumbersAreReadFromTheTextOfTheirColumn)
+{
+    const int id = addTask("type='4x', status=' 12 and more', count=3.9, userId='none'");
+    const OwnedTask task = readTask(id);
+    EXPECT_EQ(4, task->type);
+    EXPECT_EQ(12, task->status);
+    EXPECT_EQ(3, task->count);
+    EXPECT_EQ(0, task->userId);
+}
+
+TEST_F(TaskReading, NumbersBeyondTheRangeOfIntBecomeTheNearestInt)
+{
+    const int id = addTask("type=4294967298, status=-4294967298, count=2147483648, userId=-2147483648");
+    const OwnedTask task = readTask(id);
+    EXPECT_EQ(INT_MAX, task->type);
+    EXPECT_EQ(INT_MIN, task->status);
+    EXPECT_EQ(INT_MAX, task->count);
+    EXPECT_EQ(INT_MIN, task->userId);
+}
+
+TEST_F(TaskReading, TextsAreReadWholeWhateverTheirBytes)
+{
+    const int id = addTask("description=cast(x'610062' as text), crontime='0 3 * * *' || char(10) || '\u00e4'");
+    const OwnedTask task = readTask(id);
+    EXPECT_EQ(std::string("a\0b", 3), task->description);
+    EXPECT_EQ("0 3 * * *\n\u00e4", task->cronTime);
+}
+
+TEST_F(TaskReading, MissingTimeStampsAreTheLastDayOf1899)
+{
+    const OwnedTask task = readTask(addTask());
+    EXPECT_EQ(-2209075200, task->created);
+    EXPECT_EQ(-2209075200, task->lastRun);
+}
+
+TEST_F(TaskReading, UnreadableTimeStampsAreNoError)
+{
+    const OwnedTask task = readTask(addTask("created='yesterday', lastRun='0,0,0,1,2147483647,2147483647,0,0,0,'"));
+    EXPECT_EQ(-2209075200, task->created);
+    EXPECT_EQ(-1, task->lastRun);
+}
+
+// Property lists.
+
+TEST_F(TaskReading, ReadsTheParameterAsAPropertyListOfTheCallers)
+{
+    const int id = addTaskWith("parameter",
+        "<dict>\n\t<key>Paths</key>\n\t<array>\n\t\t<string>/Users</string>\n\t</array>\n"
+        "\t<key>Depth</key>\n\t<integer>3</integer>\n</dict>");
+    const OwnedTask task = readTask(id);
+    ASSERT_NE(nullptr, task->parameter);
+    EXPECT_EQ(1, CFGetRetainCount(task->parameter));
+    EXPECT_EQ(xmlDocument("<dict>\n\t<key>Depth</key>\n\t<integer>3</integer>\n\t<key>Paths</key>\n\t<array>\n\t\t"
+                          "<string>/Users</string>\n\t</array>\n</dict>"),
+        xmlOf(task->parameter));
+    EXPECT_EQ(nullptr, task->result);
+}
+
+TEST_F(TaskReading, TheParametersContainersCanBeChangedAtEveryDepth)
+{
+    const int id = addTaskWith("parameter", "<dict>\n\t<key>Paths</key>\n\t<array>\n\t\t<dict/>\n\t</array>\n</dict>");
+    const OwnedTask task = readTask(id);
+    const auto dictionary = static_cast<CFMutableDictionaryRef>(const_cast<void*>(task->parameter));
+    const auto paths
+        = static_cast<CFMutableArrayRef>(const_cast<void*>(CFDictionaryGetValue(dictionary, CFSTR("Paths"))));
+    const auto inner = static_cast<CFMutableDictionaryRef>(const_cast<void*>(CFArrayGetValueAtIndex(paths, 0)));
+    CFDictionarySetValue(inner, CFSTR("Path"), CFSTR("/Users"));
+    CFArrayAppendValue(paths, kCFBooleanTrue);
+    CFDictionarySetValue(dictionary, CFSTR("More"), kCFBooleanFalse);
+    EXPECT_EQ(
+        xmlDocument("<dict>\n\t<key>More</key>\n\t<false/>\n\t<key>Paths</key>\n\t<array>\n\t\t<dict>\n\t\t\t"
+                    "<key>Path</key>\n\t\t\t<string>/Users</string>\n\t\t</dict>\n\t\t<true/>\n\t</array>\n</dict>"),
+        xmlOf(dictionary));
+}
+
+TEST_F(TaskReading, TheParameterCanBeAnyPropertyList)
+{
+    for (const char* element : {"<string>text</string>", "<integer>-5</integer>", "<true/>", "<array/>", "<dict/>"})
+        EXPECT_EQ(xmlDocument(element), xmlOf(readTask(addTaskWith("parameter", element))->parameter)) << element;
+}
+
+TEST_F(TaskReading, ReadsTheResultAsAMutableDictionaryOfTheCallers)
+{
+    const int id = addTaskWith("result", "<dict>\n\t<key>Files</key>\n\t<integer>12</integer>\n</dict>");
+    const OwnedTask task = readTask(id);
+    ASSERT_NE(nullptr, task->result);
+    EXPECT_EQ(1, CFGetRetainCount(task->result));
+    CFDictionarySetValue(task->result, CFSTR("Threats"), kCFBooleanFalse);
+    EXPECT_EQ(
+        xmlDocument("<dict>\n\t<key>Files</key>\n\t<integer>12</integer>\n\t<key>Threats</key>\n\t<false/>\n</dict>"),
+        xmlOf(task->result));
+    EXPECT_EQ(nullptr, task->parameter);
+}
+
+TEST_F(TaskReading, AnEmptyResultIsAnEmptyDictionaryThatCanBeChanged)
+{
+    const OwnedTask task = readTask(addTaskWith("result", "<dict/>"));
+    ASSERT_NE(nullptr, task->result);
+    EXPECT_EQ(0, CFDictionaryGetCount(task->result));
+    CFDictionarySetValue(task->result, CFSTR("Key"), kCFBooleanTrue);
+    EXPECT_EQ(1, CFDictionaryGetCount(task->result));
+}
+
+TEST_F(TaskReading, AResultThatIsNoDictionaryIsNone)
+{
+    for (const char* element :
+        {"<array/>", "<string>text</string>", "<integer>1</integer>", "<true/>", "<data>\n\tYQ==\n\t</data>"})
+        EXPECT_EQ(nullptr, readTask(addTaskWith("result", element))->result) << element;
+}
+
+TEST_F(TaskReading, NullPropertyListsAreNone)
+{
+    const OwnedTask task = readTask(addTask("parameter=NULL, result=NULL"));
+    EXPECT_EQ(nullptr, task->parameter);
+    EXPECT_EQ(nullptr, task->result);
+}
+
+TEST_F(TaskReading, EmptyBlobsAndTextsAreNoPropertyLists)
+{
+    for (const char* empty : {"x''", "''"}) {
+        const OwnedTask task = readTask(addTask(std::string("parameter=") + empty + ", result=" + empty));
+        EXPECT_EQ(nullptr, task->parameter) << empty;
+        EXPECT_EQ(nullptr, task->result) << empty;
+    }
+}
+
+TEST_F(TaskReading, ABlobCutAtAnyLengthIsNoErrorAndTheRestOfTheTaskIsRead)
+{
+    const std::string whole = xmlDocument("<dict>\n\t<key>Key</key>\n\t<string>value</string>\n</dict>");
+    const std::size_t end = whole.find("</dict>");
+    const int id = addTask("userId=501, recType=1");
+    for (std::size_t length = 0; length < end; ++length) {
+        const std::string blob = blobLiteral(whole.substr(0, length));
+        execSql("update TaskTable set parameter=" + blob + ", result=" + blob);
+        const OwnedTask task = readTask(id);
+        EXPECT_EQ(nullptr, task->parameter) << length;
+        EXPECT_EQ(nullptr, task->result) << length;
+        EXPECT_EQ(anna, task->userId);
+        EXPECT_EQ(1, task->recType);
+    }
+}
+
+TEST_F(TaskReading, ValuesOfOtherKindsAreNoPropertyLists)
+{
+    for (const char* value : {"5", "-1.5", "'text'", "x'00ff'"}) {
+        const OwnedTask task = readTask(addTask(std::string("parameter=") + value + ", result=" + value));
+        EXPECT_EQ(nullptr, task->parameter) << value;
+        EXPECT_EQ(nullptr, task->result) << value;
+    }
+}
+
+TEST_F(TaskReading, APropertyListThatWasStoredAsTextIsReadToo)
+{
+    const std::string text = "'" + xmlDocument("<dict/>") + "'";
+    const OwnedTask task = readTask(addTask("parameter=" + text + ", result=" + text));
+    EXPECT_EQ(xmlDocument("<dict/>"), xmlOf(task->parameter));
+    EXPECT_EQ(xmlDocument("<dict/>"), xmlOf(task->result));
+}
+
+TEST_F(TaskReading, ReadsBinaryPropertyLists)
+{
+    const std::string binary("bplist00\xd1\x01\x02Sone\x10\x01\x08\x0b\x0f"
+                             "\0\0\0\0\0\0\x01\x01\0\0\0\0\0\0\0\x03\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\x11",
+        52);
+    const OwnedTask task = readTask(addTask("parameter=" + blobLiteral(binary) + ", result=" + blobLiteral(binary)));
+    const std::string expected = xmlDocument("<dict>\n\t<key>one</key>\n\t<integer>1</integer>\n</dict>");
+    EXPECT_EQ(expected, xmlOf(task->parameter));
+    EXPECT_EQ(expected, xmlOf(task->result));
+}
+
+// Single values.
+
+TEST_F(TaskReading, ReadsAnyColumnAsText)
+{
+    const int id = addTask("crontime='0 3 * * *', userId=501, parameter=x'610062'");
+    EXPECT_EQ("0 3 * * *", store->getTaskParameter(id, "crontime"));
+    EXPECT_EQ("0 3 * * *", store->getTaskParameter(id, "cronTime"));
+    EXPECT_EQ("501", store->getTaskParameter(id, "userId"));
+    EXPECT_EQ("task", store->getTaskParameter(id, "description"));
+    EXPECT_EQ(std::string("a\0b", 3), store->getTaskParameter(id, "parameter"));
+    EXPECT_EQ("", store->getTaskParameter(id, "created"));
+}
+
+TEST_F(TaskReading, AColumnThatThereIsNotIsReportedWithSqlitesCode)
+{
+    const int id = addTask();
+    EXPECT_EQ("Error in the parameter (1)", failureOf([&] { store->getTaskParameter(id, "cron time"); }));
+    EXPECT_EQ("Error in the parameter (1)", failureOf([&] { store->getTaskParameter(id, "'open"); }));
+}
+
+TEST_F(TaskReading, FindsATaskByItsWholeName)
+{
+    addTask("description='Nightly'");
+    addTask("description='Nightly scan'");
+    addTask("description='nightly scan'");
+    EXPECT_EQ(2, store->getTaskIdByName("Nightly scan"));
+    EXPECT_EQ(3, store->getTaskIdByName("nightly scan"));
+    EXPECT_EQ("Data not found (401)", failureOf([this] { store->getTaskIdByName("Nightly "); }));
+    EXPECT_EQ("Data not found (401)", failureOf([this] { store->getTaskIdByName(""); }));
+}
+
+TEST_F(TaskReading, OfTasksWithOneNameTheFirstIsFound)
+{
+    addTask("id=9, description='twice'");
+    addTask("id=5, description='twice'");
+    EXPECT_EQ(5, store->getTaskIdByName("twice"));
+}
+
+TEST_F(TaskReading, AnApostropheInANameBreaksTheStatement)
+{
+    addTask("description='it''s'");
+    EXPECT_EQ("Error in taskName (1)", failureOf([this] { store->getTaskIdByName("it's"); }));
+}
+
+TEST_F(TaskReading, AnyOtherCharacterOfANameIsTakenAsItIs)
+{
+    const std::string name = "a\n\"b\"; -- %d \\ \u00e4";
+    const int id = addTask("description='" + name + "'");
+    EXPECT_EQ(id, store->getTaskIdByName(name));
+}
+
+TEST_F(TaskReading, ReadsTypeAndStatus)
+{
+    const int id = addTask("type=6, status=-3");
+    addTask("type=2, status=9");
+    EXPECT_EQ(6, store->getTaskType(id));
+    EXPECT_EQ(-3, store->getTaskStatus(id));
+}
+
+TEST_F(TaskReading, AStatusThatIsNullIsZero)
+{
+    EXPECT_EQ(0, store->getTaskStatus(addTask("status=NULL")));
+}
+
+TEST_F(TaskReading, TypeStatusAndIdAreCutTo32Bits)
+{
+    const int id = addTask("type=4294967298, status=-4294967297");
+    EXPECT_EQ(2, store->getTaskType(id));
+    EXPECT_EQ(-1, store->getTaskStatus(id));
+    addTask("id=4294967308, description='beyond'");
+    EXPECT_EQ(12, store->getTaskIdByName("beyond"));
+}
+
+TEST_F(TaskReading, ANegativeIdMatchesOnlyItself)
+{
+    addTask();
+    EXPECT_EQ("Data not found (401)", failureOf([this] { store->getTaskType(-1); }));
+    EXPECT_EQ("Data not found (401)", failureOf([this] { store->getTaskStatus(INT_MIN); }));
+    EXPECT_EQ("Data not found (401)", failureOf([this] { store->getTaskParameter(-1, "id"); }));
+    EXPECT_EQ("Database: taskId not found (0)", failureOf([this] { readTask(-1); }));
+    addTask("id=-1, type=5");
+    EXPECT_EQ(5, store->getTaskType(-1));
+    EXPECT_EQ(-1, readTask(-1)->id);
+}
+
+} // namespace

@@ -1,0 +1,599 @@
+#include <climits>
+#include <sqlite3.h>
+
+#include "StoreTest.h"
+
+using namespace support;
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+constexpr time_t creation = 1794817805; // "5,30,8,16,10,126,1,319,0," in UTC
+const std::string everyColumn
+    = "select id, description, type, crontime, parameter, result, created, lastRun, status, count, userId, recType"
+      " from TaskTable";
+
+class TaskWriting : public StoreTest {
+protected:
+    /// A task whose every field differs from what a new one has.
+    TaskInfo nightlyScan() const
+    {
+        TaskInfo task(quickOdsTask);
+        task.id = 77;
+        task.description = "Nightly scan";
+        task.cronTime = "0 3 * * *";
+        task.created = creation;
+        task.lastRun = creation + 1;
+        task.status = TaskStatus(2);
+        task.count = 9;
+        task.userId = anna;
+        task.recType = 1;
+        return task;
+    }
+
+    /// Makes the deletion of one task fail.
+    void protectTask(int id)
+    {
+        execSql("create trigger Protect before delete on TaskTable when old.id=" + std::to_string(id)
+            + " begin select raise(abort, 'protected'); end");
+    }
+
+    Lines ids() { return queryRows("select id from TaskTable order by id"); }
+    std::string rows() { return queryRows("select count(*) from TaskTable").at(0); }
+
+    std::string insertFailure(TaskInfo& task)
+    {
+        return failureOf([&] { store->writeDbTask(task); });
+    }
+    std::string updateFailure(TaskInfo& task)
+    {
+        return failureOf([&] { store->modifyDbTask(task); });
+    }
+};
+
+/// A list that holds what no property list can hold: a key that is no text.
+CfRef<CFMutableDictionaryRef> unstorableList()
+{
+    CfRef<CFMutableDictionaryRef> list(
+        CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
+    CFDictionarySetValue(list.get(), kCFBooleanTrue, CFSTR("value"));
+    return list;
+}
+
+// Inserting.
+
+TEST_F(TaskWriting, AnInsertStoresTheTaskWithANewIdAndTheTablesDefaults)
+{
+    TaskInfo task = nightlyScan();
+    EXPECT_EQ(1, store->writeDbTask(task));
+    EXPECT_EQ(
+        Lines{"1|Nightly scan|6|0 3 * * *|NULL|NULL|5,30,8,16,10,126,1,319,0,|6,30,8,16,10,126,1,319,0,|1|0|501|1"},
+        queryRows(everyColumn));
+}
+
+TEST_F(TaskWriting, AnInsertReturnsTheIdOfTheNewRow)
+{
+    addTask("id=41");
+    TaskInfo task = nightlyScan();
+    EXPECT_EQ(42, store->writeDbTask(task));
+    EXPECT_EQ(43, store->writeDbTask(task));
+    EXPECT_EQ((Lines{"41", "42", "43"}), ids());
+}
+
+TEST_F(TaskWriting, AnInsertChangesNothingOfTheTask)
+{
+    TaskInfo task = nightlyScan();
+    const CfRef<CFPropertyListRef> parameter = listOf(xmlDocument("<dict/>"));
+    task.parameter = parameter.get();
+    store->writeDbTask(task);
+    EXPECT_EQ(77, task.id);
+    EXPECT_EQ("Nightly scan", task.description);
+    EXPECT_EQ("0 3 * * *", task.cronTime);
+    EXPECT_EQ(parameter.get(), task.parameter);
+    EXPECT_EQ(1, CFGetRetainCount(parameter.get()));
+    EXPECT_EQ(2, task.status);
+    EXPECT_EQ(9, task.count);
+}
+
+TEST_F(TaskWriting, AnIdIsNeverGivenOutTwice)
+{
+    TaskInfo task = nightlyScan();
+    EXPECT_EQ(1, store->writeDbTask(task));
+    EXPECT_EQ(2, store->writeDbTask(task));
+    store->deleteDbTask(2);
+    EXPECT_EQ(3, store->writeDbTask(task));
+    store->clearDatabase();
+    EXPECT_EQ(4, store->writeDbTask(task));
+}
+
+TEST_F(TaskWriting, ANewTaskIsReadBackAsItWas)
+{
+    TaskInfo task(fullOdsTask);
+    task.userId = ben;
+    const OwnedTask read = readTask(store->writeDbTask(task));
+    EXPECT_EQ(task.description, read->description);
+    EXPECT_EQ('\n', read->description.back());
+    EXPECT_EQ(task.cronTime, read->cronTime);
+    EXPECT_EQ(task.created, read->created);
+    EXPECT_EQ(task.lastRun, read->lastRun);
+    EXPECT_EQ(fullOdsTask, read->type);
+    EXPECT_EQ(ben, read->userId);
+}
+
+TEST_F(TaskWriting, ADescriptionIsStoredExactly)
+{
+    const std::string description("it's \"a\", b;\n-- ?1 %d \u00e4\0 end", 29);
+    TaskInfo task = nightlyScan();
+    task.description = description;
+    const int id = store->writeDbTask(task);
+    EXPECT_EQ(description, readTask(id)->description);
+    EXPECT_EQ(Lines{"text"}, queryRows("select typeof(description) from TaskTable"));
+
+    task.id = id;
+    task.description = "'" + description;
+    store->modifyDbTask(task);
+    EXPECT_EQ("'" + description, readTask(id)->description);
+}
+
+TEST_F(TaskWriting, AnEmptyDescriptionIsAText)
+{
+    TaskInfo task = nightlyScan();
+    task.description = "";
+    task.id = store->writeDbTask(task);
+    EXPECT_EQ(Lines{"text|0"}, queryRows("select typeof(description), length(description) from TaskTable"));
+    store->modifyDbTask(task);
+    EXPECT_EQ(Lines{"text|0"}, queryRows("select typeof(description), length(description) from TaskTable"));
+}
+
+TEST_F(TaskWriting, ALongDescriptionIsStoredWhole)
+{
+    TaskInfo task = nightlyScan();
+    task.description = std::string(100000, 'd');
+    task.cronTime = std::string(100000, 'c');
+    const OwnedTask read = readTask(store->writeDbTask(task));
+    EXPECT_EQ(task.description, read->description);
+    EXPECT_EQ(task.cronTime, read->cronTime);
+}
+
+TEST_F(TaskWriting, TheRecordFlagIsStoredAsOneOrZero)
+{
+    for (const auto& [flag, stored] : {std::pair(1, "1"), {0, "0"}, {2, "0"}, {-1, "0"}, {257, "0"}}) {
+        TaskInfo task = nightlyScan();
+        task.recType = flag;
+        task.id = store->writeDbTask(task);
+        const std::string query = "select recType from TaskTable where id=" + std::to_string(task.id);
+        EXPECT_EQ(Lines{stored}, queryRows(query)) << flag;
+        execSql("update TaskTable set recType=5");
+        store->modifyDbTask(task);
+        EXPECT_EQ(Lines{stored}, queryRows(query)) << flag;
+    }
+}
+
+TEST_F(TaskWriting, ExtremeNumbersAreStored)
+{
+    TaskInfo task = nightlyScan();
+    task.type = static_cast<TaskType>(INT_MIN);
+    task.userId = INT_MIN;
+    task.id = store->writeDbTask(task);
+    EXPECT_EQ(Lines{"-2147483648|-2147483648"}, queryRows("select type, userId from TaskTable"));
+    task.type = static_cast<TaskType>(INT_MAX);
+    task.userId = INT_MAX;
+    task.count = INT_MIN;
+    task.status = TaskStatus(INT_MIN);
+    store->modifyDbTask(task);
+    EXPECT_EQ(Lines{"2147483647|2147483647|-2147483648|-2147483648"},
+        queryRows("select type, userId, count, status from TaskTable"));
+}
+
+TEST_F(TaskWriting, ADoubleQuoteInTheScheduleMakesTheInsertFail)
+{
+    TaskInfo task = nightlyScan();
+    task.cronTime = "0 3 * * \"1\"";
+    EXPECT_EQ("Database: Write failed (1)", insertFailure(task));
+    EXPECT_EQ("0", rows());
+}
+
+TEST_F(TaskWriting, ApostrophesInTheScheduleAreStored)
+{
+    TaskInfo task = nightlyScan();
+    task.cronTime = "it's ' * '";
+    EXPECT_EQ("it's ' * '", readTask(store->writeDbTask(task))->cronTime);
+}
+
+TEST_F(TaskWriting, AMomentWithoutALocalTimeIsStoredAsAnEmptyTextAndLogged)
+{
+    TaskInfo task = nightlyScan();
+    task.created = LONG_MAX;
+    task.lastRun = LONG_MIN;
+    task.id = store->writeDbTask(task);
+    EXPECT_EQ(
+        Lines{"text||text|"}, queryRows("select typeof(created), created, typeof(lastRun), lastRun from TaskTable"));
+    const std::string line = "3: convertTmToString : Error while getting localtime() ";
+    EXPECT_EQ((Lines{line, line}), takeLog());
+    store->modifyDbTask(task);
+    EXPECT_EQ(Lines{line}, takeLog());
+}
+
+TEST_F(TaskWriting, AParameterIsStoredAsItsXml)
+{
+    const std::string xml = xmlDocument("<dict>\n\t<key>Depth</key>\n\t<integer>3</integer>\n</dict>");
+    const CfRef<CFPropertyListRef> parameter = listOf(xml);
+    TaskInfo task = nightlyScan();
+    task.parameter = parameter.get();
+    const int id = store->writeDbTask(task);
+    EXPECT_EQ(Lines{"blob|" + xml}, queryRows("select typeof(parameter), parameter from TaskTable"));
+    EXPECT_EQ(xml, xmlOf(readTask(id)->parameter));
+    EXPECT_EQ(Lines{"Nightly scan|6|0 3 * * *|NULL|501"},
+        queryRows("select description, type, crontime, result, userId from TaskTable"));
+}
+
+TEST_F(TaskWriting, TheResultOfATaskIsNotStoredWithIt)
+{
+    const CfRef<CFMutableDictionaryRef> result(
+        CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
+    TaskInfo task = nightlyScan();
+    task.result = result.get();
+    task.id = store->writeDbTask(task);
+    store->modifyDbTask(task);
+    EXPECT_EQ(Lines{"NULL"}, queryRows("select result from TaskTable"));
+}
+
+TEST_F(TaskWriting, AParameterThatIsNoPropertyListCannotBeInserted)
+{
+    const auto parameter = unstorableList();
+    TaskInfo task = nightlyScan();
+    task.parameter = parameter.get();
+    EXPECT_EQ("Database: Write failed (21)", insertFailure(task));
+    EXPECT_EQ("0", rows());
+    EXPECT_EQ(1, CFGetRetainCount(parameter.get()));
+}
+
+TEST_F(TaskWriting, TheTableIsBoundedAfterAParameterThatCannotBeInserted)
+{
+    addTasks(45, "status=3");
+    const auto parameter = unstorableList();
+    TaskInfo task = nightlyScan();
+    task.parameter = parameter.get();
+    EXPECT_EQ("Database: Write failed (21)", insertFailure(task));
+    EXPECT_EQ("40", rows());
+}
+
+TEST_F(TaskWriting, AFailedInsertIsReportedWithThePrimaryCode)
+{
+    execSql("create unique index OneName on TaskTable (description)");
+    TaskInfo task = nightlyScan();
+    store->writeDbTask(task);
+    EXPECT_EQ("Database: Write failed (19)", insertFailure(task));
+}
+
+// Modifying.
+
+TEST_F(TaskWriting, AnUpdateStoresAllButCreationAndResult)
+{
+    const std::string list = blobLiteral(xmlDocument("<dict/>"));
+    const int id = addTask("created='then', result=" + list + ", parameter=" + list);
+    TaskInfo task = nightlyScan();
+    task.id = id;
+    EXPECT_TRUE(store->modifyDbTask(task));
+    EXPECT_EQ(Lines{"1|Nightly scan|6|0 3 * * *|" + xmlDocument("<dict/>") + "|" + xmlDocument("<dict/>")
+                  + "|then|6,30,8,16,10,126,1,319,0,|2|9|501|1"},
+        queryRows(everyColumn));
+}
+
+TEST_F(TaskWriting, AnUpdateTouchesItsOwnRowOnly)
+{
+    addTask("description='first'");
+    addTask("description='second'");
+    TaskInfo task = nightlyScan();
+    task.id = 2;
+    store->modifyDbTask(task);
+    EXPECT_EQ((Lines{"1|first", "2|Nightly scan"}), queryRows("select id, description from TaskTable"));
+}
+
+TEST_F(TaskWriting, AnUpdateOfATaskThatThereIsNotSucceeds)
+{
+    addTask("description='first'");
+    TaskInfo task = nightlyScan();
+    EXPECT_TRUE(store->modifyDbTask(task));
+    EXPECT_EQ(Lines{"1|first"}, queryRows("select id, description from TaskTable"));
+}
+
+TEST_F(TaskWriting, AnUpdateChangesNothingOfTheTask)
+{
+    const CfRef<CFPropertyListRef> parameter = listOf(xmlDocument("<dict/>"));
+    TaskInfo task = nightlyScan();
+    task.id = addTask();
+    task.parameter = parameter.get();
+    store->modifyDbTask(task);
+    EXPECT_EQ("Nightly scan", task.description);
+    EXPECT_EQ(parameter.get(), task.parameter);
+    EXPECT_EQ(1, CFGetRetainCount(parameter.get()));
+    EXPECT_EQ(creation, task.created);
+}
+
+TEST_F(TaskWriting, AnUpdateReplacesTheParameter)
+{
+    const std::string xml = xmlDocument("<array>\n\t<string>new</string>\n</array>");
+    const CfRef<CFPropertyListRef> parameter = listOf(xml);
+    TaskInfo task = nightlyScan();
+    task.id = addTask("parameter=x'00'");
+    task.parameter = parameter.get();
+    store->modifyDbTask(task);
+    EXPECT_EQ(Lines{"blob|" + xml}, queryRows("select typeof(parameter), parameter from TaskTable"));
+}
+
+TEST_F(TaskWriting, AnUpdateLeavesAParameterOutThatIsNoPropertyList)
+{
+    const auto parameter = unstorableList();
+    TaskInfo task = nightlyScan();
+    task.id = addTask("parameter=x'6b657074'");
+    task.parameter = parameter.get();
+    EXPECT_TRUE(store->modifyDbTask(task));
+    EXPECT_EQ(Lines{"kept|Nightly scan"}, queryRows("select parameter, description from TaskTable"));
+    EXPECT_EQ(1, CFGetRetainCount(parameter.get()));
+}
+
+TEST_F(TaskWriting, ADoubleQuoteInTheScheduleMakesTheUpdateFail)
+{
+    TaskInfo task = nightlyScan();
+    task.id = addTask("description='kept'");
+    task.cronTime = "\"";
+    EXPECT_EQ("Database: Write failed (1)", updateFailure(task));
+    EXPECT_EQ(Lines{"kept"}, queryRows("select description from TaskTable"));
+}
+
+// Deleting.
+
+TEST_F(TaskWriting, ADeletionTakesItsOwnRowOnly)
+{
+    addTasks(12, "");
+    EXPECT_TRUE(store->deleteDbTask(1));
+    EXPECT_EQ("11", rows());
+    EXPECT_EQ(Lines{"0"}, queryRows("select count(*) from TaskTable where id=1"));
+}
+
+TEST_F(TaskWriting, DeletingATaskThatThereIsNotSucceeds)
+{
+    addTask();
+    EXPECT_TRUE(store->deleteDbTask(7));
+    EXPECT_TRUE(store->deleteDbTask(-1));
+    EXPECT_EQ("1", rows());
+}
+
+TEST_F(TaskWriting, ADeletionThatFailsIsReported)
+{
+    const int id = addTask();
+    protectTask(id);
+    EXPECT_EQ("Deletion failed (19)", failureOf([&] { store->deleteDbTask(id); }));
+    EXPECT_EQ("Deletion failed (19)", failureOf([&] { store->clearDatabase(); }));
+    EXPECT_EQ("1", rows());
+}
+
+TEST_F(TaskWriting, ClearingTakesEveryRowAndLeavesTheTable)
+{
+    addTasks(3, "");
+    EXPECT_TRUE(store->clearDatabase());
+    EXPECT_EQ("0", rows());
+    EXPECT_TRUE(store->clearDatabase());
+}
+
+TEST_F(TaskWriting, ADeletionDoesNotBoundTheTable)
+{
+    addTasks(45, "status=3");
+    store->deleteDbTask(1);
+    EXPECT_EQ("44", rows());
+}
+
+// The bound of 40 tasks.
+
+TEST_F(TaskWriting, FortyTasksAreNotTooMany)
+{
+    addTasks(40, "status=3");
+    EXPECT_TRUE(store->dbMaxRecordCleaner());
+    EXPECT_EQ("40", rows());
+}
+
+TEST_F(TaskWriting, OfFortyOneTasksTheFirstFinishedOneGoes)
+{
+    addTask("status=1");
+    addTasks(40, "status=5");
+    EXPECT_TRUE(store->dbMaxRecordCleaner());
+    EXPECT_EQ("40", rows());
+    EXPECT_EQ(Lines{"1"}, queryRows("select count(*) from TaskTable where id=1"));
+    EXPECT_EQ(Lines{"0"}, queryRows("select count(*) from TaskTable where id=2"));
+}
+
+TEST_F(TaskWriting, TooManyTasksStayWhenTooFewAreFinished)
+{
+    addTasks(42, "status=1");
+    addTasks(2, "status=3");
+    addTask("status=5");
+    EXPECT_TRUE(store->dbMaxRecordCleaner());
+    EXPECT_EQ("42", rows());
+    EXPECT_EQ(Lines{"1"}, queryRows("select distinct status from TaskTable"));
+}
+
+TEST_F(TaskWriting, NoMoreFinishedTasksGoThanAreTooMany)
+{
+    addTasks(30, "status=3");
+    addTasks(15, "status=5");
+    EXPECT_TRUE(store->dbMaxRecordCleaner());
+    EXPECT_EQ((Lines{"3|25", "5|15"}), queryRows("select status, count(*) from TaskTable group by status"));
+    EXPECT_EQ(Lines{"6"}, queryRows("select min(id) from TaskTable"));
+}
+
+TEST_F(TaskWriting, TasksOfOtherStatesAreNeverRemovedByTheBound)
+{
+    for (const char* status : {"-3", "0", "1", "2", "4", "6", "7", "35", "NULL"})
+        addTasks(5, std::string("status=") + status);
+    EXPECT_TRUE(store->dbMaxRecordCleaner());
+    EXPECT_EQ("45", rows());
+}
+
+TEST_F(TaskWriting, TheBoundGoesByTheOrderInWhichSqliteReturnsTheRows)
+{
+    addTasks(40, "status=1");
+    addTask("id=500, status=3");
+    addTask("id=300, status=5");
+    addTask("id=400, status=3");
+    execSql("delete from TaskTable where id<=1");
+    EXPECT_TRUE(store->dbMaxRecordCleaner());
+    EXPECT_EQ(Lines{"500"}, queryRows("select id from TaskTable where status<>1"));
+}
+
+TEST_F(TaskWriting, TheBoundHoldsAfterAnInsert)
+{
+    addTasks(40, "status=3");
+    TaskInfo task = nightlyScan();
+    EXPECT_EQ(41, store->writeDbTask(task));
+    EXPECT_EQ("40", rows());
+    EXPECT_EQ(Lines{"2|41"}, queryRows("select min(id), max(id) from TaskTable"));
+}
+
+TEST_F(TaskWriting, TheBoundHoldsAfterAnUpdate)
+{
+    addTasks(44, "status=3");
+    TaskInfo task = nightlyScan();
+    task.id = addTask();
+    EXPECT_TRUE(store->modifyDbTask(task));
+    EXPECT_EQ("40", rows());
+}
+
+TEST_F(TaskWriting, TheBoundHoldsAfterAFailedInsert)
+{
+    addTasks(45, "status=3");
+    TaskInfo task = nightlyScan();
+    task.cronTime = "\"";
+    EXPECT_EQ("Database: Write failed (1)", insertFailure(task));
+    EXPECT_EQ("40", rows());
+}
+
+TEST_F(TaskWriting, AFailedUpdateDoesNotBoundTheTable)
+{
+    addTasks(45, "status=3");
+    TaskInfo task = nightlyScan();
+    task.cronTime = "\"";
+    EXPECT_EQ("Database: Write failed (1)", updateFailure(task));
+    EXPECT_EQ("45", rows());
+}
+
+TEST_F(TaskWriting, TheBoundMayTakeTheVeryTaskThatWasFinished)
+{
+    addTasks(41, "status=1");
+    TaskInfo task = nightlyScan();
+    task.id = 20;
+    task.status = TaskStatus(5);
+    EXPECT_TRUE(store->modifyDbTask(task));
+    EXPECT_EQ("40", rows());
+    EXPECT_EQ(Lines{"0"}, queryRows("select count(*) from TaskTable where id=20"));
+}
+
+TEST_F(TaskWriting, ADeletionThatFailsEndsTheBoundAndKeepsWhatWasDone)
+{
+    addTasks(45, "status=3");
+    protectTask(3);
+    EXPECT_FALSE(store->dbMaxRecordCleaner());
+    EXPECT_EQ("43", rows());
+    EXPECT_EQ(Lines{"3"}, queryRows("select min(id) from TaskTable"));
+}
+
+TEST_F(TaskWriting, ADeletionThatFailsInTheBoundDoesNotFailTheInsertOrTheUpdate)
+{
+    addTasks(45, "status=3");
+    protectTask(1);
+    TaskInfo task = nightlyScan();
+    EXPECT_EQ(46, store->writeDbTask(task));
+    task.id = 46;
+    EXPECT_TRUE(store->modifyDbTask(task));
+    EXPECT_EQ("46", rows());
+}
+
+TEST_F(TaskWriting, ADeletionThatFailsInTheBoundDoesNotHideAFailedInsert)
+{
+    addTasks(45, "status=3");
+    protectTask(1);
+    TaskInfo task = nightlyScan();
+    task.cronTime = "\"";
+    EXPECT_EQ("Database: Write failed (1)", insertFailure(task));
+}
+
+TEST_F(TaskWriting, FinishedTasksThatCannotBeListedAreLeft)
+{
+    addTasks(45, "status=3");
+    execSql("alter table TaskTable rename column status to state");
+    EXPECT_TRUE(store->dbMaxRecordCleaner());
+    EXPECT_EQ("45", rows());
+}
+
+TEST_F(TaskWriting, TheTableIsCountedOnceForTheBound)
+{
+    addTasks(43, "status=3");
+    SqliteWatch watch;
+    watch.beforePreparing("delete from TaskTable where id=1", [] { execSql("delete from TaskTable where id>20"); });
+    EXPECT_TRUE(store->dbMaxRecordCleaner());
+    EXPECT_EQ(Lines{"17"}, queryRows("select count(*) from TaskTable"));
+}
+
+TEST_F(TaskWriting, ATaskIsStoredThoughTheTableCannotBeCountedForTheBound)
+{
+    const auto hideTable = [] { execSql("alter table TaskTable rename to Hidden"); };
+    {
+        SqliteWatch watch;
+        watch.beforePreparing("select count(*) from TaskTable", hideTable);
+        TaskInfo task = nightlyScan();
+        EXPECT_EQ("TaskTable doesn't exist-1 (1)", insertFailure(task));
+    }
+    EXPECT_EQ(Lines{"1|Nightly scan"}, queryRows("select id, description from Hidden"));
+    execSql("alter table Hidden rename to TaskTable");
+    {
+        SqliteWatch watch;
+        watch.beforePreparing("select count(*) from TaskTable", hideTable);
+        TaskInfo task = nightlyScan();
+        task.id = 1;
+        task.description = "changed";
+        EXPECT_EQ("TaskTable doesn't exist-1 (1)", updateFailure(task));
+    }
+    EXPECT_EQ(Lines{"1|changed"}, queryRows("select id, description from Hidden"));
+}
+
+TEST_F(TaskWriting, BuffersAreReleasedWhenTheBoundThrows)
+{
+    const CfRef<CFPropertyListRef> parameter = listOf(xmlDocument("<dict/>"));
+    TaskInfo task = nightlyScan();
+    task.parameter = parameter.get();
+    execSql("drop table TaskTable");
+    EXPECT_EQ("TaskTable doesn't exist-1 (1)", insertFailure(task)); // a leak checker sees what was not released
+    EXPECT_EQ("Database: Write failed (1)", updateFailure(task));
+    EXPECT_EQ(1, CFGetRetainCount(parameter.get()));
+}
+
+TEST_F(TaskWriting, ANegativeIdIsUpdatedAndDeletedAsAnyOther)
+{
+    addTask("id=-5");
+    TaskInfo task = nightlyScan();
+    task.id = -5;
+    store->modifyDbTask(task);
+    EXPECT_EQ(Lines{"-5|Nightly scan"}, queryRows("select id, description from TaskTable"));
+    store->deleteDbTask(-5);
+    EXPECT_EQ("0", rows());
+}
+
+TEST_F(TaskWriting, AppendsValuesForPlaceholders)
+{
+    std::vector<SqliteDataContainer> values;
+    char bytes[] = "bytes";
+    TaskInterface::PushSqliteDataContainerIntoVector(values, bytes, 5, sqliteText, 1);
+    TaskInterface::PushSqliteDataContainerIntoVector(values, nullptr, 0x100000007, sqliteBlob, 2);
+    ASSERT_EQ(2U, values.size());
+    EXPECT_EQ(sqliteText, values[0].type);
+    EXPECT_EQ(static_cast<void*>(bytes), values[0].data);
+    EXPECT_EQ(5, values[0].length);
+    EXPECT_EQ(1, values[0].index);
+    EXPECT_EQ(sqliteBlob, values[1].type);
+    EXPECT_EQ(nullptr, values[1].data);
+    EXPECT_EQ(7, values[1].length); // cut to 32 bits
+    EXPECT_EQ(2, values[1].index);
+}
+
+} // namespace
