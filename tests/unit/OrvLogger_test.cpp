@@ -1,0 +1,86 @@
+#include "OrvLogger.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <string>
+#include <syslog.h>
+#include <vector>
+
+namespace {
+
+struct Message {
+    int priority;
+    std::string text;
+};
+std::vector<Message> gMessages;
+
+Message takeMessage()
+{
+    EXPECT_EQ(1U, gMessages.size());
+    const Message message = gMessages.empty() ? Message{-1, ""} : gMessages.front();
+    gMessages.clear();
+    return message;
+}
+
+} // namespace
+
+/// Takes the place of the system's: what syslog would be told stays here.
+extern "C" void vsyslog(int priority, const char* format, va_list arguments)
+{
+    char text[8192];
+    std::vsnprintf(text, sizeof text, format, arguments);
+    gMessages.push_back({priority, text});
+}
+
+extern "C" void __vsyslog_chk(int priority, int, const char* format, va_list arguments)
+{
+    vsyslog(priority, format, arguments);
+}
+
+namespace {
+
+TEST(OrvLogger, HandsAMessageToSyslogWithItsLevelAsPriority)
+{
+    for (int level = LOG_EMERG; level <= LOG_DEBUG; ++level) {
+        LogMsg(level, "a message");
+        const Message message = takeMessage();
+        EXPECT_EQ(level, LOG_PRI(message.priority));
+        EXPECT_EQ(LOG_USER, message.priority & LOG_FACMASK);
+        EXPECT_EQ("a message", message.text);
+    }
+}
+
+TEST(OrvLogger, Level3IsAnError)
+{
+    LogMsg(3, "failed");
+    EXPECT_EQ(LOG_USER | LOG_ERR, takeMessage().priority);
+}
+
+TEST(OrvLogger, FormatsAsPrintfDoes)
+{
+    LogMsg(3, "popen failed for %s, task %d of %ld%%", "command", -7, 12345678901L);
+    EXPECT_EQ("popen failed for command, task -7 of 12345678901%", takeMessage().text);
+}
+
+TEST(OrvLogger, TakesPercentSignsOfAnArgumentAsTheyAre)
+{
+    LogMsg(3, "%s", "%s%n%d");
+    EXPECT_EQ("%s%n%d", takeMessage().text);
+}
+
+TEST(OrvLogger, KeepsALongMessageWhole)
+{
+    const std::string text(4000, 'l');
+    LogMsg(3, "%s ", text.c_str());
+    EXPECT_EQ(text + " ", takeMessage().text);
+}
+
+TEST(OrvLogger, ALevelBeyondThePrioritiesDoesNotReachTheFacility)
+{
+    LogMsg(LOG_MAIL | LOG_ERR, "text");
+    EXPECT_EQ(LOG_USER | LOG_ERR, takeMessage().priority);
+}
+
+} // namespace
