@@ -1,0 +1,234 @@
+#include "OrvException.h"
+#include "SystemTest.h"
+#include "TaskEditor.h"
+
+#include <algorithm>
+#include <cctype>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <map>
+#include <ostream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+// The man pages say under CAVEATS what is lost and joined, as crontabs before and after. What is run here is read from
+// the pages' own source.
+
+using namespace support;
+
+namespace {
+
+const std::vector<std::string> pages = {"man8/OrvCronCleaner.8", "man3/OrvScheduling.3"};
+
+/// One heading under CAVEATS with what stands below it.
+struct Caveat {
+    std::string page;
+    std::string heading;
+    std::string action; ///< as in "Before a clean:"
+    std::string before;
+    std::vector<std::string> after; ///< "After it:", and "After another:"
+};
+
+std::ostream& operator<<(std::ostream& out, const Caveat& caveat)
+{
+    return out << caveat.page << ", " << caveat.heading;
+}
+
+std::string expandOne(const std::string& word)
+{
+    if (word == "nul")
+        return std::string(1, '\0');
+    if (word.compare(0, 5, "task ") == 0)
+        return "7 * * * * " + taskManager + " " + word.substr(5) + " >> /dev/null 2>&1";
+    if (word.compare(0, 2, "x ") == 0)
+        return std::string(std::stoul(word.substr(2)), 'x');
+    throw std::runtime_error("the pages do not explain {" + word + "}");
+}
+
+void cutEnd(std::string& text, const std::string& end)
+{
+    if (text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0)
+        text.erase(text.size() - end.size());
+}
+
+/// A text of a page, line breaks included, as the crontab that it stands for.
+std::string expand(std::string text)
+{
+    if (text == "{nothing}\n")
+        return "";
+    cutEnd(text, "{end}\n");
+    for (size_t open = text.find('{'); open != std::string::npos; open = text.find('{', open)) {
+        const size_t close = text.find('}', open);
+        const std::string meant = expandOne(text.substr(open + 1, close - open - 1));
+        text.replace(open, close - open + 1, meant);
+        open += meant.size();
+    }
+    return text;
+}
+
+std::string display(std::istream& page)
+{
+    std::string text;
+    for (std::string line; std::getline(page, line) && line != ".Ed";)
+        text += line + "\n";
+    return text;
+}
+
+bool startsWith(const std::string& line, const std::string& start)
+{
+    return line.compare(0, start.size(), start) == 0;
+}
+
+/// The caveats of one page, in order. Anything that is not understood throws: no example is left out unseen.
+class CaveatReader {
+public:
+    explicit CaveatReader(const std::string& name)
+        : m_name(name)
+        , m_page(std::string(ORV_MAN_PAGES) + "/" + name)
+    {
+    }
+
+    std::vector<Caveat> read()
+    {
+        bool within = false;
+        for (std::string line; std::getline(m_page, line);) {
+            if (startsWith(line, ".Sh "))
+                within = line == ".Sh CAVEATS";
+            else if (within)
+                readLine(line);
+        }
+        return m_caveats;
+    }
+
+private:
+    void readLine(const std::string& line)
+    {
+        if (startsWith(line, ".Ss ")) {
+            m_caveats.push_back({m_name, line.substr(4), "", "", {}});
+            m_label.clear();
+        } else if (startsWith(line, "Before ") || startsWith(line, "After ")) {
+            m_label = line;
+        } else if (startsWith(line, ".Bd ")) {
+            readDisplay();
+        }
+    }
+
+    void readDisplay()
+    {
+        Caveat& caveat = m_caveats.at(m_caveats.size() - 1);
+        const std::string text = expand(display(m_page));
+        if (startsWith(m_label, "Before ") && m_label.back() == ':' && caveat.action.empty()) {
+            caveat.action = m_label.substr(7, m_label.size() - 8);
+            caveat.before = text;
+        } else if ((m_label == "After it:" && caveat.after.empty())
+            || (m_label == "After another:" && !caveat.after.empty())) {
+            caveat.after.push_back(text);
+        } else {
+            throw std::runtime_error(m_name + ": \"" + m_label + "\" says nothing of the text below it");
+        }
+        m_label.clear();
+    }
+
+    const std::string m_name;
+    std::ifstream m_page;
+    std::string m_label;
+    std::vector<Caveat> m_caveats;
+};
+
+std::vector<Caveat> caveatsOf(const std::string& page)
+{
+    return CaveatReader(page).read();
+}
+
+std::vector<Caveat> allCaveats()
+{
+    std::vector<Caveat> all;
+    for (const auto& page : pages)
+        for (const auto& caveat : caveatsOf(page))
+            all.push_back(caveat);
+    return all;
+}
+
+std::string testName(const testing::TestParamInfo<Caveat>& info)
+{
+    std::string name;
+    bool wordStarts = true;
+    for (const char letter : info.param.heading) {
+        const auto code = static_cast<unsigned char>(letter);
+        if (std::isalnum(code) != 0)
+            name += wordStarts ? static_cast<char>(std::toupper(code)) : letter;
+        wordStarts = std::isalnum(code) == 0;
+    }
+    return name;
+}
+
+void deleteTask12()
+{
+    EXPECT_TRUE(TaskEditor::getInstance()->deleteTask(12, true, false));
+}
+
+void refreshWithTask0()
+{
+    addTask({0, carla, "7 * * * *"});
+    EXPECT_TRUE(TaskEditor::getInstance()->refreshCron());
+}
+
+void refreshWithoutTask0()
+{
+    try {
+        TaskEditor::getInstance()->refreshCron();
+        FAIL() << "nothing was thrown";
+    } catch (SqliteException& thrown) {
+        EXPECT_STREQ("Database: taskId not found", thrown.getMessage());
+    }
+}
+
+const std::string listsNothing = "[ $operation != list ] || exit 1";
+const std::string ownerAppends
+    = "[ $operation != install ] || echo '30 6 * * 1 /bin/report' >>/usr/local/private-world/crontab/tabs/$user";
+
+using Action = void (*)();
+const std::map<std::string, Action> actions = {
+    {"a clean", [] { clean(); }},
+    {"a rebuild", [] { rebuild(); }},
+    {"a clean while crontab -l prints nothing", [] { onCrontabCall(listsNothing), clean(); }},
+    {"a rebuild while crontab -l prints nothing", [] { onCrontabCall(listsNothing), rebuild(); }},
+    {"a clean while the owner appends a job", [] { onCrontabCall(ownerAppends), clean(); }},
+    {"deleteTask of task 12", deleteTask12},
+    {"refreshCron with a task 0 that runs at minute 7", refreshWithTask0},
+    {"refreshCron without a task 0", refreshWithoutTask0},
+};
+
+class Caveats : public RecordedSystemTest, public testing::WithParamInterface<Caveat> {
+protected:
+    void TearDown() override { TaskEditor::ReleaseInstance(); }
+};
+
+TEST_P(Caveats, Shows)
+{
+    const Caveat& caveat = GetParam();
+    ASSERT_NE(0u, actions.count(caveat.action)) << "nobody knows how to do \"" << caveat.action << "\"";
+    ASSERT_FALSE(caveat.after.empty());
+    addTask({12, anna, "7 * * * *"});
+    addTask({15, anna, "7 * * * *"});
+    setCrontab("anna", caveat.before);
+    for (const auto& after : caveat.after) {
+        actions.at(caveat.action)();
+        EXPECT_EQ(after, crontabOf("anna"));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Page, Caveats, testing::ValuesIn(allCaveats()), testName);
+
+TEST(CaveatsPages, HaveAnExampleUnderEachHeading)
+{
+    for (const auto& page : pages) {
+        const auto caveats = caveatsOf(page);
+        EXPECT_GT(caveats.size(), 5u) << page;
+        for (const auto& caveat : caveats)
+            EXPECT_FALSE(caveat.action.empty() || caveat.after.empty()) << caveat;
+    }
+}
+
+} // namespace
