@@ -1,0 +1,78 @@
+// Any bytes as a task's property lists: they are read as nothing or as a list, and a list that was read is written and
+// read again without a change.
+//
+// Input: the bytes of both columns.
+#include "CfRef.h"
+#include "FuzzStore.h"
+#include "TaskEditor.h"
+
+#include <cstdint>
+#include <string>
+
+extern "C" int LLVMFuzzerInitialize(int*, char***)
+{
+    support::enterPrivateWorld();
+    support::resetWorld();
+    TaskEditor::getInstance();
+    run(prepared("insert into TaskTable(id, description, crontime) values(1, 'lists', '* * * * *')"));
+    return 0;
+}
+
+namespace {
+
+void store(const std::uint8_t* data, std::size_t size)
+{
+    const Statement update = prepared("update TaskTable set parameter=?1, result=?1");
+    sqlite3_bind_blob(
+        update.get(), 1, size == 0 ? "" : static_cast<const void*>(data), static_cast<int>(size), SQLITE_STATIC);
+    run(update);
+}
+
+std::string column(const char* name)
+{
+    const Statement select = prepared(std::string("select ") + name + " from TaskTable");
+    EXPECT(sqlite3_step(select.get()) == SQLITE_ROW);
+    const char* bytes = static_cast<const char*>(sqlite3_column_blob(select.get(), 0));
+    return bytes == nullptr ? "" : std::string(bytes, static_cast<std::size_t>(sqlite3_column_bytes(select.get(), 0)));
+}
+
+// A date beyond what libplist can write, say, can be read all the same.
+bool canBeWritten(CFPropertyListRef list)
+{
+    const CfRef<CFDataRef> data(
+        CFPropertyListCreateData(kCFAllocatorDefault, list, kCFPropertyListXMLFormat_v1_0, 0, nullptr));
+    return data != nullptr;
+}
+
+OwnedTask read()
+{
+    TaskInfo* task = nullptr;
+    EXPECT(TaskEditor::getInstance()->getTaskInfoObject(1, &task));
+    return OwnedTask(task);
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    store(data, size);
+    const OwnedTask task = read();
+    EXPECT(task->result == nullptr || CFGetTypeID(task->result) == CFDictionaryGetTypeID());
+    EXPECT(task->result == nullptr || task->parameter != nullptr);
+    if (task->parameter == nullptr)
+        return 0;
+
+    EXPECT(TaskEditor::getInstance()->modifyDbTask(*task));
+    const std::string written = column("parameter");
+    if (!canBeWritten(task->parameter)) {
+        EXPECT(written == std::string(reinterpret_cast<const char*>(data), size)); // as it was stored
+        return 0;
+    }
+    EXPECT(written.compare(0, 5, "<?xml") == 0);
+    const OwnedTask again = read();
+    EXPECT(again->parameter != nullptr);
+    EXPECT(CFGetTypeID(again->parameter) == CFGetTypeID(task->parameter));
+    EXPECT(TaskEditor::getInstance()->modifyDbTask(*again));
+    EXPECT(column("parameter") == written);
+    return 0;
+}

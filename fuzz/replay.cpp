@@ -1,0 +1,49 @@
+// Runs a fuzzer's function over every file of the folders that are named on the command line. For compilers without
+// libFuzzer, and for the kept inputs in every test run.
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <vector>
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv);
+
+namespace {
+
+int replay(const std::filesystem::path& folder)
+{
+    int inputs = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        std::ifstream file(entry.path(), std::ios::binary);
+        const std::vector<char> bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+        if (!file.is_open() || file.bad()) {
+            std::fprintf(stderr, "%s cannot be read\n", entry.path().c_str());
+            return -1;
+        }
+        const std::vector<std::uint8_t> input(bytes.begin(), bytes.end()); // of its own size, so that overreads show
+        LLVMFuzzerTestOneInput(input.data(), input.size());
+        ++inputs;
+    }
+    return inputs;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    std::vector<std::filesystem::path> folders(argv + 1, argv + argc);
+    LLVMFuzzerInitialize(&argc, &argv);
+    int inputs = 0;
+    for (const auto& folder : folders) {
+        const int replayed = replay(folder);
+        if (replayed < 1) {
+            std::fprintf(stderr, "%s holds no input\n", folder.c_str());
+            return 1;
+        }
+        inputs += replayed;
+    }
+    std::printf("%d inputs replayed\n", inputs);
+    return inputs > 0 ? 0 : 1;
+}
