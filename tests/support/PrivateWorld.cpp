@@ -43,7 +43,7 @@ const char* const crontabProgram = "/usr/bin/crontab";
 
 bool gEntered = false;
 bool gRecording = false;
-bool gScratchLimited = false;
+std::vector<std::string> gScratchMounts; // in the order they were made
 gid_t gCrontabGroup = 0;
 std::map<std::string, int> gAccounts;
 
@@ -217,11 +217,10 @@ void forgetRecordings()
     setOwnerAndMode(recorderState + "calls", 0, 0, 0666);
 }
 
-void unlimitScratchDirectory()
+void undoScratchMounts()
 {
-    if (gScratchLimited)
-        unmount(scratchDirectory);
-    gScratchLimited = false;
+    for (; !gScratchMounts.empty(); gScratchMounts.pop_back())
+        unmount(gScratchMounts.back());
 }
 
 struct DatabaseCloser {
@@ -275,7 +274,7 @@ void resetWorld()
 {
     requireWorld();
     useRealCrontab();
-    unlimitScratchDirectory();
+    undoScratchMounts();
     emptyDirectory("/usr/local/Quarno");
     emptyDirectory(testDirectory);
     fs::create_directories(scratchDirectory);
@@ -394,11 +393,21 @@ std::vector<std::string> scratchFiles()
 void limitScratchDirectory(long bytes, int files)
 {
     requireWorld();
-    unlimitScratchDirectory();
-    // The root of the file system is one of its files.
-    mountTmpfs(scratchDirectory,
-        "mode=0700,size=" + std::to_string(bytes) + ",nr_inodes=" + std::to_string(files == 0 ? 0 : files + 1));
-    gScratchLimited = true;
+    const int inodes = files == 0 ? 0 : files + 1; // the directory itself is one
+    mountTmpfs(scratchDirectory, "mode=0700,size=" + std::to_string(bytes) + ",nr_inodes=" + std::to_string(inodes));
+    gScratchMounts.push_back(scratchDirectory);
+}
+
+void blockScratchFile(const std::string& name)
+{
+    // Opening a socket fails for everybody; removing a mount point does, too.
+    const std::string socket = testDirectory + "blocking-" + name;
+    const std::string blocked = scratchDirectory + name;
+    if (mknod(socket.c_str(), S_IFSOCK | 0600, 0) != 0)
+        failCall("making " + socket);
+    writeFile(blocked, "");
+    bindMount(socket, blocked);
+    gScratchMounts.push_back(blocked);
 }
 
 void execSql(const std::string& sql)

@@ -72,6 +72,9 @@ std::vector<std::string> scratchFiles();
 /// Lays a file system of this many bytes (a multiple of the page size) and this many files over the scratch directory,
 /// until the next resetWorld(). 0 stands for no limit.
 void limitScratchDirectory(long bytes, int files);
+/// Makes a file of the scratch directory, until the next resetWorld(), one that can be neither opened nor removed, not
+/// even by root. It is listed by scratchFiles().
+void blockScratchFile(const std::string& name);
 
 /// Runs SQL statements on the task database, which is made if it is missing.
 void execSql(const std::string& sql);

@@ -1,0 +1,214 @@
+#include "SystemTest.h"
+
+using namespace support;
+
+namespace {
+
+const std::string foreign = "0 1 * * * /bin/backup\n";
+
+// Anna's crontab with a foreign line, and one task of hers in the table.
+class EntryPoint : public SystemTest {
+protected:
+    void SetUp() override
+    {
+        SystemTest::SetUp();
+        addTask({3, anna});
+        setCrontab("anna", foreign);
+    }
+
+    const std::string rebuilt = foreign + taskLine("0 3 * * *", 3);
+};
+
+class EntryPointRecorded : public RecordedSystemTest {
+protected:
+    static void expectOnlyTheMessage(const std::vector<std::string>& arguments)
+    {
+        const auto end = runProgram(arguments);
+        EXPECT_EQ(0, end.status);
+        EXPECT_EQ(message, end.output);
+        EXPECT_EQ("", end.errors);
+        EXPECT_EQ(Calls{}, crontabCalls());
+    }
+};
+
+const StandardOutput uselessOutputs[] = {StandardOutput::closed, StandardOutput::full, StandardOutput::withoutReader};
+
+} // namespace
+
+TEST_F(EntryPoint, CleansWithoutAnArgument)
+{
+    setCrontab("anna", rebuilt);
+    const auto end = runProgram({program});
+    EXPECT_EQ(0, end.status);
+    EXPECT_EQ("", end.output);
+    EXPECT_EQ("", end.errors);
+    EXPECT_EQ(foreign, crontabOf("anna"));
+}
+
+TEST_F(EntryPoint, RebuildsWithOneArgument)
+{
+    const auto end = runProgram({program, "x"});
+    EXPECT_EQ(0, end.status);
+    EXPECT_EQ("", end.output);
+    EXPECT_EQ("", end.errors);
+    EXPECT_EQ(rebuilt, crontabOf("anna"));
+}
+
+TEST_F(EntryPoint, RebuildsWithAnEmptyArgument)
+{
+    EXPECT_EQ(0, runProgram({program, ""}).status);
+    EXPECT_EQ(rebuilt, crontabOf("anna"));
+}
+
+TEST_F(EntryPoint, RebuildsWithSeveralArguments)
+{
+    EXPECT_EQ(0, runProgram({program, "", "--", "three"}).status);
+    EXPECT_EQ(rebuilt, crontabOf("anna"));
+}
+
+TEST_F(EntryPoint, DoesNotReadWhatAnArgumentSays)
+{
+    for (const std::string argument : {"--help", "--version", "-c", "clean", "0"}) {
+        setCrontab("anna", foreign);
+        const auto end = runProgram({program, argument});
+        EXPECT_EQ(0, end.status) << argument;
+        EXPECT_EQ("", end.output) << argument;
+        EXPECT_EQ(rebuilt, crontabOf("anna")) << argument;
+    }
+}
+
+TEST_F(EntryPoint, ChangesNoRowInEitherMode)
+{
+    addTask({4, anna, "5 4 * * *", 3, 9});
+    addTask({5, nobodysUid});
+    const auto before = queryRows("select * from TaskTable");
+    ASSERT_EQ(3u, before.size());
+    rebuild();
+    EXPECT_EQ(before, queryRows("select * from TaskTable"));
+    clean();
+    EXPECT_EQ(before, queryRows("select * from TaskTable"));
+}
+
+TEST_F(EntryPoint, EndsWithStatus0WhateverBecomesOfItsOutput)
+{
+    for (const auto output : uselessOutputs) {
+        setCrontab("anna", foreign);
+        const auto rebuilding = runProgram({program, "x"}, output);
+        EXPECT_EQ(0, rebuilding.status);
+        EXPECT_EQ("", rebuilding.errors);
+        EXPECT_EQ(rebuilt, crontabOf("anna"));
+        EXPECT_EQ(0, runProgram({program}, output).status);
+        EXPECT_EQ(foreign, crontabOf("anna"));
+    }
+}
+
+TEST_F(EntryPoint, EndsWithStatus0WhenItsMessageCannotBeWritten)
+{
+    execSql("drop table TaskTable; create table TaskTable(somethingElse)");
+    for (const auto output : uselessOutputs) {
+        for (const auto& arguments : {std::vector<std::string>{program}, std::vector<std::string>{program, "x"}}) {
+            const auto end = runProgram(arguments, output);
+            EXPECT_EQ(0, end.status);
+            EXPECT_EQ(0, end.signal);
+            EXPECT_EQ("", end.errors);
+        }
+    }
+    EXPECT_EQ(foreign, crontabOf("anna"));
+}
+
+TEST_F(EntryPoint, DoesItsWorkWithoutAnyOpenDescriptor)
+{
+    const std::string closeAll = "exec \"$0\" \"$@\" <&- >&- 2>&-";
+    EXPECT_EQ(0, runProgram({"/bin/sh", "-c", closeAll, program, "x"}).status);
+    EXPECT_EQ(rebuilt, crontabOf("anna"));
+    EXPECT_EQ(0, runProgram({"/bin/sh", "-c", closeAll, program}).status);
+    EXPECT_EQ(foreign, crontabOf("anna"));
+}
+
+// The descriptor of standard output, if that is closed, is the next file's that is opened.
+TEST_F(EntryPoint, WritesItsMessageIntoNoFileOfItsOwnWhenStandardOutputIsClosed)
+{
+    execSql("alter table TaskTable rename to Tasks; create view TaskTable as select id, type, crontime, userId,"
+            " abs(-9223372036854775808) as status from Tasks");
+    const auto before = readFile(databasePath);
+    EXPECT_EQ(0, runProgram({"/bin/sh", "-c", "exec \"$0\" x <&- >&- 2>&-", program}).status);
+    EXPECT_EQ(before, readFile(databasePath));
+    EXPECT_EQ(Files{"crontemp.txt"}, scratchFiles());
+    EXPECT_EQ(foreign, readFile(crontabCopy));
+}
+
+TEST_F(EntryPoint, ChangesNoCrontabWhenSomebodyElseThanRootStartsIt)
+{
+    const std::string copy = testDirectory + "program"; // the build folder may be closed to others
+    writeFile(copy, readFile(program));
+    ASSERT_EQ(0, runProgram({"/bin/chmod", "755", copy}).status);
+    setCrontab("anna", rebuilt);
+    for (const std::string argument : {"", " x"}) {
+        const auto end = runProgram({"/usr/bin/setpriv", "--reuid=501", "--regid=501", "--clear-groups", "/bin/sh",
+            "-c", "exec " + copy + argument});
+        EXPECT_EQ(0, end.status);
+        EXPECT_EQ("", end.output);
+        EXPECT_EQ(rebuilt, crontabOf("anna"));
+    }
+}
+
+TEST_F(EntryPointRecorded, MakesTheTaskTableOnItsFirstRun)
+{
+    resetWorld();
+    useRecordingCrontab();
+    clean();
+    EXPECT_EQ(
+        std::vector<std::string>{createTaskTable}, queryRows("select sql from sqlite_schema where name='TaskTable'"));
+    EXPECT_EQ(Calls{}, crontabCalls());
+}
+
+TEST_F(EntryPointRecorded, PrintsItsMessageWhenThereIsNoPlaceForTheDatabase)
+{
+    ASSERT_EQ(0, runProgram({"/bin/rm", "-r", productDirectory + "var"}).status);
+    expectOnlyTheMessage({program});
+    expectOnlyTheMessage({program, "x"});
+}
+
+TEST_F(EntryPointRecorded, PrintsItsMessageWhenTheDatabaseIsADirectory)
+{
+    ASSERT_EQ(0, runProgram({"/bin/rm", databasePath}).status);
+    ASSERT_EQ(0, runProgram({"/bin/mkdir", databasePath}).status);
+    expectOnlyTheMessage({program});
+    expectOnlyTheMessage({program, "x"});
+}
+
+TEST_F(EntryPointRecorded, PrintsItsMessageWhenTheDatabaseIsSomethingElse)
+{
+    writeFile(databasePath, std::string(4096, 'x'));
+    expectOnlyTheMessage({program});
+    expectOnlyTheMessage({program, "x"});
+}
+
+TEST_F(EntryPointRecorded, PrintsItsMessageWhenTheUsersCannotBeRead)
+{
+    execSql("drop table TaskTable; create table TaskTable(id integer primary key, somethingElse)");
+    expectOnlyTheMessage({program});
+    expectOnlyTheMessage({program, "x"});
+}
+
+TEST_F(EntryPointRecorded, RunsNoCrontabForAnEmptyTable)
+{
+    clean();
+    rebuild();
+    EXPECT_EQ(Calls{}, crontabCalls());
+    EXPECT_EQ(Files{}, scratchFiles());
+}
+
+TEST_F(EntryPoint, KeepsWhatARebuildHasDoneBeforeAnException)
+{
+    addTask({4, ben});
+    addTask({5, carla});
+    execSql("alter table TaskTable rename to Tasks; create view TaskTable as select id, type, crontime, userId,"
+            " case userId when 502 then abs(-9223372036854775808) else status end as status from Tasks");
+    const auto end = runProgram({program, "x"});
+    EXPECT_EQ(0, end.status);
+    EXPECT_EQ(message, end.output);
+    EXPECT_EQ(rebuilt, crontabOf("anna"));
+    EXPECT_FALSE(hasCrontab("ben"));
+    EXPECT_FALSE(hasCrontab("carla"));
+}

@@ -1,0 +1,382 @@
+#include "SystemTest.h"
+
+using namespace support;
+
+namespace {
+
+class Rebuild : public SystemTest { };
+class RebuildRecorded : public RecordedSystemTest { };
+
+const std::string backup = "0 1 * * * /bin/backup\n";
+const std::string report = "30 6 * * 1 /bin/report --all\n";
+const std::string scan = taskLine("0 3 * * *", 3);
+
+/// Puts a view in the place of TaskTable, in which `column` cannot be read where `condition` holds: SQLite reports an
+/// integer overflow when it gets there.
+void makeUnreadable(const std::string& column, const std::string& condition)
+{
+    std::string columns;
+    for (const std::string name : {"id", "type", "crontime", "status", "userId"})
+        columns += (columns.empty() ? "" : ", ")
+            + (name == column ? "case when " + condition + " then abs(-9223372036854775808) else " + name + " end as "
+                              : "")
+            + name;
+    execSql("alter table TaskTable rename to Tasks; create view TaskTable as select " + columns + " from Tasks");
+}
+
+/// Runs statements of which an index does not hear: it goes on knowing the rows as they were before.
+void execBehind(const std::string& index, const std::string& statements)
+{
+    execSql("create table Kept as select * from sqlite_schema where name='" + index + "'");
+    execSql("pragma writable_schema=on; delete from sqlite_schema where name='" + index + "'");
+    execSql(statements);
+    execSql("pragma writable_schema=on; insert into sqlite_schema select * from Kept");
+}
+
+const std::string bensTasks = "from TaskTable where userId=502 and status<=5";
+
+} // namespace
+
+TEST_F(Rebuild, WritesOneLineForEachTask)
+{
+    addTask({3, anna, "0 3 * * *", 1});
+    addTask({9, anna, "15 4 1 * *", 2});
+    setCrontab("anna", "");
+    EXPECT_EQ("", rebuild());
+    EXPECT_EQ("0 3 * * * /usr/local/Quarno/Kestrelcore/TessaraTaskManager 3 >> /dev/null 2>&1\n"
+              "15 4 1 * * /usr/local/Quarno/Kestrelcore/TessaraTaskManager 9 >> /dev/null 2>&1\n",
+        crontabOf("anna"));
+    EXPECT_EQ(Files{}, scratchFiles());
+}
+
+TEST_F(Rebuild, WritesNoLineForAOneOffTask)
+{
+    addTask({3, anna, "0 3 * * *", 1});
+    addTask({4, anna, "0 4 * * *", 3});
+    addTask({5, anna, "0 5 * * *", 4});
+    rebuild();
+    EXPECT_EQ(taskLine("0 3 * * *", 3) + taskLine("0 5 * * *", 5), crontabOf("anna"));
+}
+
+TEST_F(Rebuild, InstallsTheCrontabAsItIsForAUserWithOneOffTasksOnly)
+{
+    addTask({4, anna, "0 4 * * *", 3});
+    setCrontab("anna", backup);
+    EXPECT_EQ("", rebuild());
+    EXPECT_EQ(backup, crontabOf("anna"));
+    EXPECT_EQ(Files{}, scratchFiles());
+}
+
+TEST_F(Rebuild, WritesALineForEveryOtherType)
+{
+    std::string lines;
+    int id = 0;
+    for (const int type : {1, 2, 4, 5, 6, 0, 7, -3, 33}) {
+        addTask({++id, anna, "0 3 * * *", type});
+        lines += taskLine("0 3 * * *", id);
+    }
+    rebuild();
+    EXPECT_EQ(lines, crontabOf("anna"));
+}
+
+TEST_F(Rebuild, WritesNoLineForATaskOfStatus6OrMore)
+{
+    addTask({3, anna, "0 3 * * *", 1, 5});
+    addTask({4, anna, "0 4 * * *", 1, 6});
+    addTask({5, anna, "0 5 * * *", 1, 700});
+    addTask({6, anna, "0 6 * * *", 1, -1});
+    rebuild();
+    EXPECT_EQ(taskLine("0 3 * * *", 3) + taskLine("0 6 * * *", 6), crontabOf("anna"));
+}
+
+TEST_F(Rebuild, WritesNoLineForATaskWithoutAStatus)
+{
+    addTask({3, anna});
+    addTask({4, anna});
+    execSql("update TaskTable set status=NULL where id=4");
+    rebuild();
+    EXPECT_EQ(scan, crontabOf("anna"));
+}
+
+TEST_F(Rebuild, SkipsAUserIdWithoutAnAccount)
+{
+    addTask({2, nobodysUid});
+    addTask({3, anna});
+    addTask({4, nobodysUid + 1});
+    addTask({5, ben});
+    addTask({6, -1});
+    EXPECT_EQ("no crontab for anna\nno crontab for ben\n", rebuild());
+    EXPECT_EQ(taskLine("0 3 * * *", 3), crontabOf("anna"));
+    EXPECT_EQ(taskLine("0 3 * * *", 5), crontabOf("ben"));
+    EXPECT_EQ(Files{}, scratchFiles());
+}
+
+TEST_F(Rebuild, WritesEveryLineTwiceWhenItRunsTwice)
+{
+    addTask({3, anna});
+    addTask({9, anna, "15 4 1 * *"});
+    const std::string lines = taskLine("0 3 * * *", 3) + taskLine("15 4 1 * *", 9);
+    setCrontab("anna", backup);
+    rebuild();
+    rebuild();
+    EXPECT_EQ(backup + lines + lines, crontabOf("anna"));
+}
+
+TEST_F(Rebuild, KeepsForeignLinesFirstAndUnchanged)
+{
+    addTask({3, anna});
+    const std::string foreign = "# the jobs of the night\n\n\nMAILTO=anna\n#\n" + backup + "\n\n" + report + "\n";
+    setCrontab("anna", foreign);
+    rebuild();
+    EXPECT_EQ(foreign + scan, crontabOf("anna"));
+}
+
+TEST_F(Rebuild, WritesRootsTasksIntoRootsCrontab)
+{
+    addTask({3, 0});
+    setCrontab("root", report);
+    rebuild();
+    EXPECT_EQ(report + scan, crontabOf("root"));
+}
+
+TEST_F(Rebuild, GivesEachUserTheirOwnTasksOnly)
+{
+    addTask({3, anna});
+    addTask({4, ben, "0 4 * * *"});
+    addTask({5, anna, "0 5 * * *"});
+    setCrontab("carla", report);
+    rebuild();
+    EXPECT_EQ(scan + taskLine("0 5 * * *", 5), crontabOf("anna"));
+    EXPECT_EQ(taskLine("0 4 * * *", 4), crontabOf("ben"));
+    EXPECT_EQ(report, crontabOf("carla"));
+}
+
+TEST_F(Rebuild, LeavesACrontabAsItWasWhenCronRefusesASchedule)
+{
+    addTask({3, anna, "61 3 * * *"});
+    addTask({4, anna});
+    addTask({5, ben});
+    setCrontab("anna", backup);
+    EXPECT_NE(std::string::npos, rebuild().find("errors in crontab file, can't install."));
+    EXPECT_EQ(backup, crontabOf("anna"));
+    EXPECT_EQ(taskLine("0 3 * * *", 5), crontabOf("ben"));
+    EXPECT_EQ(Files{}, scratchFiles());
+}
+
+TEST_F(Rebuild, LeavesAUserWithoutCountableTasksAlone)
+{
+    addTask({3, anna, "0 3 * * *", 1, 6});
+    addTask({4, ben});
+    setCrontab("anna", backup);
+    setCrontab("ben", report);
+    rebuild();
+    EXPECT_EQ(backup, crontabOf("anna"));
+    EXPECT_EQ(report + taskLine("0 3 * * *", 4), crontabOf("ben"));
+}
+
+TEST_F(Rebuild, SkipsOnlyTheTaskWhoseRowIsGoneByTheTimeItIsRead)
+{
+    for (const int id : {3, 4, 5})
+        addTask({id, anna});
+    execSql("create index listing on TaskTable(userId, status)"); // it alone answers which tasks a user has
+    execBehind("listing", "delete from TaskTable where id=4");
+    ASSERT_EQ((std::vector<std::string>{"3", "4", "5"}),
+        queryRows("select id from TaskTable where userId=501 and status<=5"));
+    rebuild();
+    EXPECT_EQ(taskLine("0 3 * * *", 3) + taskLine("0 3 * * *", 5), crontabOf("anna"));
+}
+
+TEST_F(Rebuild, SkipsOnlyTheTaskWhoseScheduleCannotBeRead)
+{
+    for (const int id : {3, 4, 5})
+        addTask({id, anna});
+    makeUnreadable("crontime", "id=4");
+    rebuild();
+    EXPECT_EQ(taskLine("0 3 * * *", 3) + taskLine("0 3 * * *", 5), crontabOf("anna"));
+}
+
+TEST_F(Rebuild, SkipsOnlyTheTaskWhoseTypeCannotBeRead)
+{
+    for (const int id : {3, 4, 5})
+        addTask({id, anna});
+    makeUnreadable("type", "id=4");
+    rebuild();
+    EXPECT_EQ(taskLine("0 3 * * *", 3) + taskLine("0 3 * * *", 5), crontabOf("anna"));
+}
+
+TEST_F(Rebuild, InstallsTheCrontabAsItIsWhenNoTaskCanBeRead)
+{
+    addTask({3, anna});
+    setCrontab("anna", backup);
+    makeUnreadable("crontime", "id=3");
+    EXPECT_EQ("", rebuild());
+    EXPECT_EQ(backup, crontabOf("anna"));
+    EXPECT_EQ(Files{}, scratchFiles());
+}
+
+// One index answers how many tasks a user has, the other one which: as if one had been added in between.
+TEST_F(Rebuild, SkipsOnlyTheUserWhoseTasksChangeInNumber)
+{
+    execSql("drop table TaskTable;"
+            "create table TaskTable(id, description, type, crontime varchar(255), status, userId);"
+            "create index lists on TaskTable(userId, status, id, crontime);"
+            "create index numbers on TaskTable(userId, status)"); // the smaller one, where it is enough
+    addTask({3, anna});
+    addTask({4, ben});
+    addTask({5, carla});
+    execBehind("lists", "insert into TaskTable values(6, 'task 6', 1, '0 3 * * *', 1, 502)");
+    ASSERT_EQ(std::vector<std::string>{"2"}, queryRows("select count(*) " + bensTasks));
+    ASSERT_EQ(std::vector<std::string>{"4"}, queryRows("select id " + bensTasks));
+    setCrontab("ben", report);
+    rebuild();
+    EXPECT_EQ(taskLine("0 3 * * *", 3), crontabOf("anna"));
+    EXPECT_EQ(report, crontabOf("ben"));
+    EXPECT_EQ(taskLine("0 3 * * *", 5), crontabOf("carla"));
+}
+
+TEST_F(RebuildRecorded, ReadsAndInstallsUserByUserInTheOrderOfTheTable)
+{
+    addTask({3, carla});
+    addTask({4, nobodysUid});
+    addTask({5, anna});
+    addTask({6, carla});
+    rebuild();
+    EXPECT_EQ((Calls{"-u carla -l", "-u carla /usr/local/Quarno/Kestrelcore/var/tmp/crontemp.txt", "-u anna -l",
+                  "-u anna /usr/local/Quarno/Kestrelcore/var/tmp/crontemp.txt"}),
+        crontabCalls());
+}
+
+TEST_F(RebuildRecorded, WritesTheScheduleAsItIsStored)
+{
+    for (const std::string cronTime : {"", " ", "  0  3 * * *  ", "@reboot", "not a schedule", "0 3 * * * FOO=%d %s",
+             "0 3 * * *\n0 4 * * *", "0 3 \xc3\xa4 * *", "\t*"}) {
+        execSql("delete from TaskTable");
+        addTask({3, anna, cronTime});
+        setCrontab("anna", backup);
+        rebuild();
+        EXPECT_EQ(backup + taskLine(cronTime, 3), crontabOf("anna")) << cronTime;
+    }
+}
+
+TEST_F(RebuildRecorded, WritesAScheduleOf4000Characters)
+{
+    const std::string cronTime(4000, '1');
+    addTask({3, anna, cronTime});
+    rebuild();
+    EXPECT_EQ(taskLine(cronTime, 3), crontabOf("anna"));
+}
+
+TEST_F(RebuildRecorded, WritesIdsInDecimal)
+{
+    std::string lines;
+    for (const int id : {-2147483647, -5, 0, 7, 10, 2147483647}) {
+        addTask({id, anna});
+        lines += taskLine("0 3 * * *", id);
+    }
+    rebuild();
+    EXPECT_EQ(lines, crontabOf("anna"));
+}
+
+TEST_F(RebuildRecorded, WritesTheTasksInTheOrderOfTheTableNotOfTheirMaking)
+{
+    for (const int id : {9, 3, 12, 1})
+        addTask({id, anna, std::to_string(id) + " 3 * * *"});
+    rebuild();
+    EXPECT_EQ(
+        taskLine("1 3 * * *", 1) + taskLine("3 3 * * *", 3) + taskLine("9 3 * * *", 9) + taskLine("12 3 * * *", 12),
+        crontabOf("anna"));
+}
+
+TEST_F(RebuildRecorded, KeepsEveryByteOfTheCrontab)
+{
+    std::string bytes;
+    for (int byte = 0; byte < 256; ++byte)
+        bytes += static_cast<char>(byte);
+    const std::string before = bytes + "\r\n\n" + std::string(5000, 'x') + "\n" + scan + "ab\n";
+    addTask({3, anna});
+    setCrontab("anna", before);
+    rebuild();
+    EXPECT_EQ(before + scan, crontabOf("anna"));
+}
+
+TEST_F(RebuildRecorded, ContinuesALastLineThatHasNoNewline)
+{
+    addTask({3, anna});
+    setCrontab("anna", "0 1 * * * /bin/backup");
+    rebuild();
+    EXPECT_EQ("0 1 * * * /bin/backup" + scan, crontabOf("anna"));
+}
+
+TEST_F(RebuildRecorded, WritesThousandsOfLines)
+{
+    std::string lines;
+    std::string rows;
+    for (int id = 1; id <= 2000; ++id) {
+        lines += taskLine("0 3 * * *", id);
+        rows += (id > 1 ? "," : "") + std::string("('d','0 3 * * *',501)");
+    }
+    execSql("insert into TaskTable(description,crontime,userId) values" + rows);
+    rebuild();
+    EXPECT_EQ(lines, crontabOf("anna"));
+}
+
+TEST_F(RebuildRecorded, ReadsButDoesNotInstallForAUserWithoutCountableTasks)
+{
+    addTask({3, anna, "0 3 * * *", 1, 6});
+    setCrontab("anna", backup);
+    rebuild();
+    EXPECT_EQ(Calls{"-u anna -l"}, crontabCalls());
+    EXPECT_EQ(Files{"crontemp.txt"}, scratchFiles());
+    EXPECT_EQ(backup, readFile(crontabCopy));
+}
+
+TEST_F(RebuildRecorded, ReadsButDoesNotInstallForAUserWhoseTasksCannotBeListed)
+{
+    addTask({3, anna});
+    setCrontab("anna", backup);
+    makeUnreadable("id", "status<=5");
+    rebuild();
+    EXPECT_EQ(Calls{"-u anna -l"}, crontabCalls());
+    EXPECT_EQ(Files{"crontemp.txt"}, scratchFiles());
+}
+
+TEST_F(RebuildRecorded, OpensNoScratchFileForAnIdWithoutAnAccount)
+{
+    addTask({3, anna, "0 3 * * *", 1, 6}); // leaves her copy behind
+    addTask({4, nobodysUid});
+    setCrontab("anna", backup);
+    rebuild();
+    EXPECT_EQ(Calls{"-u anna -l"}, crontabCalls());
+    EXPECT_EQ(Files{"crontemp.txt"}, scratchFiles());
+    EXPECT_EQ(backup, readFile(crontabCopy));
+}
+
+TEST_F(RebuildRecorded, RunsNothingWhenNoIdHasAnAccount)
+{
+    addTask({3, nobodysUid});
+    addTask({4, nobodysUid + 1});
+    EXPECT_EQ("", rebuild());
+    EXPECT_EQ(Calls{}, crontabCalls());
+    EXPECT_EQ(Files{}, scratchFiles());
+}
+
+TEST_F(RebuildRecorded, InstallsTheTaskLinesBehindWhatAListingPrintedBeforeItFailed)
+{
+    addTask({3, anna});
+    setCrontab("anna", backup + report);
+    onCrontabCall("[ $operation = install ] || { echo '0 1 * * * /bin/backup'; exit 1; }");
+    rebuild();
+    EXPECT_EQ(backup + scan, crontabOf("anna"));
+}
+
+TEST_F(RebuildRecorded, GoesOnWithTheNextUserWhenAnInstallFails)
+{
+    addTask({3, anna});
+    addTask({4, ben});
+    setCrontab("anna", backup);
+    onCrontabCall("[ $operation$user != installanna ] || exit 1");
+    rebuild();
+    EXPECT_EQ(backup, crontabOf("anna"));
+    EXPECT_EQ(taskLine("0 3 * * *", 4), crontabOf("ben"));
+    EXPECT_EQ(Files{}, scratchFiles());
+}
