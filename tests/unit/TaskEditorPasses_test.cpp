@@ -317,10 +317,10 @@ TEST_P(FilteringPassTest, EmptiesACrontabThatCannotBeRead)
 TEST_P(FilteringPassTest, EmptiesACrontabWhoseCopyCannotBeMade)
 {
     setUpAnnaAndBen();
-    limitScratchDirectory(0, 1);
-    writeFile(scratchDirectory + "temp2.txt", "");
-    onCrontabCall("[ $user = anna ] || exit 1");
+    blockScratchFile("crontemp.txt");
     EXPECT_TRUE(runPass());
+    EXPECT_EQ((Lines{reading("anna"), installing("anna"), reading("ben"), installing("ben")}), commands.takeCommands());
+    EXPECT_TRUE(hasCrontab("anna"));
     EXPECT_EQ("", crontabOf("anna"));
 }
 
@@ -362,6 +362,16 @@ TEST_P(FilteringPassTest, ReplacesTheFilteredCopyThatAnEarlierRunLeft)
     setUpAnnaAndBen();
     writeFile(scratchDirectory + "temp2.txt", linesOf(5000));
     EXPECT_TRUE(runPass());
+    EXPECT_EQ(backup, crontabOf("anna"));
+}
+
+TEST_P(FilteringPassTest, RemovesTheFilteredCopyThatAnEarlierRunLeftBeforeItReads)
+{
+    setUpAnnaAndBen();
+    limitScratchDirectory(0, 1); // there is room for one of the two files
+    writeFile(scratchDirectory + "temp2.txt", "0 0 * * * /bin/of-somebody-else\n");
+    EXPECT_TRUE(runPass());
+    EXPECT_EQ((Lines{reading("anna"), installing("anna"), reading("ben"), installing("ben")}), commands.takeCommands());
     EXPECT_EQ(backup, crontabOf("anna"));
 }
 

@@ -38,9 +38,14 @@ protected:
     }
 };
 
+/// A lock that `body` leaves held is given back at the end: the next thread's may lie at the same address.
 void inAnotherThread(const std::function<void()>& body)
 {
-    std::thread(body).join();
+    std::thread([&body] {
+        body();
+        if (ThreadsOwn::locked())
+            ThreadsOwn::unlock();
+    }).join();
 }
 
 TEST_F(EditorInstanceTest, IsTheSameForAThreadAtEachCall)
