@@ -1,6 +1,7 @@
 #include "TaskInfo.h"
 
 #include "CfRef.h"
+#include "LocalTime.h"
 
 #include <cstdio>
 #include <unistd.h>
@@ -27,13 +28,10 @@ const char* nameText(TaskType type)
     return "";
 }
 
-// localtime, but for several threads at once; as localtime does, it looks at the time zone anew each time.
 tm localNow()
 {
-    const time_t now = time(nullptr);
     tm local{};
-    tzset();
-    localtime_r(&now, &local);
+    toLocalTime(time(nullptr), local);
     return local;
 }
 

@@ -2,6 +2,7 @@
 
 #include "CfRef.h"
 #include "Constants.h"
+#include "LocalTime.h"
 #include "Number.h"
 #include "OrvException.h"
 #include "OrvLogger.h"
@@ -174,10 +175,8 @@ void runDelete(const std::string& sql)
 
 std::string convertTmToString(long time)
 {
-    const time_t moment = time;
     tm local{};
-    tzset();
-    if (localtime_r(&moment, &local) == nullptr) {
+    if (!toLocalTime(time, local)) {
         LogMsg(logError, "convertTmToString : Error while getting localtime() ");
         return {};
     }
@@ -198,7 +197,7 @@ time_t convertStringToTm(std::string text)
         *field = toInt(std::string_view(text).substr(start, comma - start));
         start = comma == std::string::npos ? 0 : comma + 1; // a short text is read again from its beginning, on purpose
     }
-    return mktime(&local);
+    return fromLocalTime(local);
 }
 
 TaskInterface::TaskInterface()
