@@ -1,0 +1,255 @@
+#include "Process.h"
+#include "WorldTest.h"
+
+#include <algorithm>
+#include <gtest/gtest.h>
+#include <map>
+#include <sstream>
+#include <string>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <vector>
+
+// The built program with one of its system calls failing, or killed at one, from outside, by strace. Its children are
+// not touched. A call that is made to fail is not made at all; a pipe that is not closed would hold the program up for
+// ever, as the system itself never does, so closing fails for the scratch files only.
+
+using namespace support;
+
+namespace {
+
+const std::string foreign = "# jobs\nMAILTO=root\n0 1 * * * /bin/backup --all\n";
+
+std::string taskLine(int id)
+{
+    return "7 * * * * " + taskManager + " " + std::to_string(id) + " >> /dev/null 2>&1\n";
+}
+
+struct Fault {
+    const char* call;
+    const char* error;
+    bool hidesCrontabs; // a crontab that cannot be read counts as empty, and this fault can have that effect
+    bool scratchOnly = false; // only where the call is for a scratch file
+};
+
+std::ostream& operator<<(std::ostream& out, const Fault& fault)
+{
+    return out << fault.call << " " << fault.error;
+}
+
+enum class Pass { clean, rebuild };
+enum class From { once, thenOn };
+
+std::string before(Pass pass, const std::vector<int>& ids)
+{
+    std::string text = foreign;
+    if (pass == Pass::clean)
+        for (const int id : ids)
+            text += taskLine(id);
+    return text;
+}
+
+// What a rebuild appends, possibly without the lines of tasks that could not be read.
+bool areTaskLines(std::string text, const std::vector<int>& ids)
+{
+    for (const int id : ids) {
+        const std::string line = taskLine(id);
+        if (text.compare(0, line.size(), line) == 0)
+            text.erase(0, line.size());
+    }
+    return text.empty();
+}
+
+bool explained(Pass pass, const std::string& text, const std::vector<int>& ids, bool hidden)
+{
+    const std::string old = before(pass, ids);
+    if (text == old || (hidden && text.empty()))
+        return true;
+    if (pass == Pass::clean)
+        return text == foreign;
+    if (text.compare(0, old.size(), old) == 0)
+        return areTaskLines(text.substr(old.size()), ids);
+    return hidden && areTaskLines(text, ids);
+}
+
+class UnderStrace : public WorldTest {
+protected:
+    void SetUp() override
+    {
+        WorldTest::SetUp();
+        execSql(createTaskTable);
+        execSql("insert into TaskTable(description, crontime, userId) values"
+                "('a', '7 * * * *', 501), ('b', '7 * * * *', 502), ('c', '7 * * * *', 501)");
+    }
+
+    void setCrontabs(Pass pass)
+    {
+        setCrontab("anna", before(pass, annas));
+        setCrontab("ben", before(pass, bens));
+        setCrontab("carla", before(Pass::clean, {9}));
+    }
+
+    void expectCarlasCrontabUntouched(const std::string& where)
+    {
+        EXPECT_EQ(before(Pass::clean, {9}), crontabOf("carla")) << where;
+    }
+
+    ProgramEnd run(Pass pass, const std::vector<std::string>& straceOptions)
+    {
+        std::vector<std::string> command = {"/usr/bin/strace", "-o", log};
+        command.insert(command.end(), straceOptions.begin(), straceOptions.end());
+        command.push_back(ORV_CRON_CLEANER);
+        if (pass == Pass::rebuild)
+            command.push_back("rebuild");
+        return runProgram(command);
+    }
+
+    const std::string log = testDirectory + "strace";
+    const std::vector<int> annas = {1, 3};
+    const std::vector<int> bens = {2};
+};
+
+class SystemCallFaults : public UnderStrace, public testing::WithParamInterface<Fault> {
+protected:
+    // True if the fault was met.
+    bool runWithFault(const Fault& fault, Pass pass, int n, From from)
+    {
+        const std::string call = fault.call;
+        const std::string when = std::to_string(n) + (from == From::thenOn ? "+" : "");
+        std::vector<std::string> options
+            = {"-e", "trace=" + call, "-e", "inject=" + call + ":error=" + fault.error + ":when=" + when};
+        if (fault.scratchOnly)
+            options.insert(
+                options.end(), {"-P", scratchDirectory + "crontemp.txt", "-P", scratchDirectory + "temp2.txt"});
+        const ProgramEnd end = run(pass, options);
+        const bool loaded = end.errors.find("error while loading shared libraries") == std::string::npos;
+        EXPECT_EQ(loaded ? 0 : 127, end.status) << end.errors; // what fails before main is not the program's
+        EXPECT_EQ(0, end.signal);
+        EXPECT_TRUE(end.output.empty() || end.output == "Exception while cleaning cron") << end.output;
+        return readFile(log).find("(INJECTED)") != std::string::npos;
+    }
+
+    // The number of calls that were made to fail.
+    int sweep(const Fault& fault, Pass pass, From from)
+    {
+        int n = 0;
+        bool met = true;
+        while (met && !HasFailure()) {
+            setCrontabs(pass);
+            met = runWithFault(fault, pass, ++n, from);
+            const std::string where = std::string(fault.call) + " " + std::to_string(n) + "\n";
+            EXPECT_TRUE(explained(pass, crontabOf("anna"), annas, fault.hidesCrontabs)) << where << crontabOf("anna");
+            EXPECT_TRUE(explained(pass, crontabOf("ben"), bens, fault.hidesCrontabs)) << where << crontabOf("ben");
+            expectCarlasCrontabUntouched(where);
+        }
+        return n - 1;
+    }
+};
+
+class KilledRuns : public UnderStrace {
+protected:
+    void SetUp() override
+    {
+        UnderStrace::SetUp();
+        ASSERT_EQ(0, prctl(PR_SET_CHILD_SUBREAPER, 1)); // what a killed program leaves running comes to this process
+    }
+
+    // How often an undisturbed run makes each system call.
+    std::map<std::string, int> callsOf(Pass pass)
+    {
+        setCrontabs(pass);
+        EXPECT_EQ(0, run(pass, {}).status);
+        std::istringstream lines(readFile(log));
+        std::map<std::string, int> calls;
+        for (std::string line; std::getline(lines, line);)
+            if (line.find('(') != std::string::npos && line.compare(0, 1, "-") != 0 && line.compare(0, 1, "+") != 0)
+                ++calls[line.substr(0, line.find('('))];
+        calls.erase("execve"); // is strace's own until it has returned
+        return calls;
+    }
+
+    // Kills the run as it enters the n-th call of this name, and waits for the end of all that it had started.
+    void killAt(const std::string& call, int n, Pass pass)
+    {
+        setCrontabs(pass);
+        run(pass, {"-e", "trace=" + call, "-e", "inject=" + call + ":signal=KILL:when=" + std::to_string(n)});
+        while (wait(nullptr) > 0) { }
+    }
+
+    template <class Check> int killEverywhere(Pass pass, const Check& check)
+    {
+        int points = 0;
+        for (const auto& [call, count] : callsOf(pass)) {
+            for (int n = 1; n <= count && !HasFailure(); ++n, ++points) {
+                killAt(call, n, pass);
+                run(pass, {});
+                check(call + " " + std::to_string(n) + "\n");
+            }
+        }
+        return points;
+    }
+};
+
+std::string taskLines(const std::vector<int>& ids)
+{
+    std::string text;
+    for (const int id : ids)
+        text += taskLine(id);
+    return text;
+}
+
+bool onceOrTwice(const std::string& text, const std::string& lines)
+{
+    return text == foreign + lines || text == foreign + lines + lines;
+}
+
+} // namespace
+
+TEST_P(SystemCallFaults, ACleanLeavesEveryCrontabWholeWhicheverCallFailsOnce)
+{
+    EXPECT_GT(sweep(GetParam(), Pass::clean, From::once), 0);
+}
+
+TEST_P(SystemCallFaults, ACleanLeavesEveryCrontabWholeWhicheverCallIsTheFirstToFail)
+{
+    EXPECT_GT(sweep(GetParam(), Pass::clean, From::thenOn), 0);
+}
+
+TEST_P(SystemCallFaults, ARebuildLeavesEveryCrontabWholeWhicheverCallFailsOnce)
+{
+    EXPECT_GT(sweep(GetParam(), Pass::rebuild, From::once), 0);
+}
+
+TEST_P(SystemCallFaults, ARebuildLeavesEveryCrontabWholeWhicheverCallIsTheFirstToFail)
+{
+    EXPECT_GT(sweep(GetParam(), Pass::rebuild, From::thenOn), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, SystemCallFaults,
+    testing::Values(Fault{"openat", "EMFILE", true}, Fault{"read", "EIO", false}, Fault{"write", "ENOSPC", false},
+        Fault{"close", "EIO", false, true}, Fault{"unlink", "EACCES", false}, Fault{"pipe2", "EMFILE", true},
+        Fault{"clone3", "EAGAIN", true}, Fault{"fcntl", "EIO", true}, Fault{"flock", "ENOLCK", false},
+        Fault{"lseek", "EIO", false}, Fault{"newfstatat", "EACCES", true}, Fault{"wait4", "ECHILD", false}),
+    [](const auto& instance) { return std::string(instance.param.call); });
+
+TEST_F(KilledRuns, ACleanAfterAKilledCleanEndsAsACleanDoes)
+{
+    const int points = killEverywhere(Pass::clean, [this](const std::string& where) {
+        EXPECT_EQ(foreign, crontabOf("anna")) << where;
+        EXPECT_EQ(foreign, crontabOf("ben")) << where;
+        expectCarlasCrontabUntouched(where);
+        EXPECT_TRUE(scratchFiles().empty()) << where;
+    });
+    EXPECT_GT(points, 100);
+}
+
+TEST_F(KilledRuns, ARebuildAfterAKilledRebuildLeavesTheLinesOnceOrTwice)
+{
+    const int points = killEverywhere(Pass::rebuild, [this](const std::string& where) {
+        EXPECT_TRUE(onceOrTwice(crontabOf("anna"), taskLines(annas))) << where << crontabOf("anna");
+        EXPECT_TRUE(onceOrTwice(crontabOf("ben"), taskLines(bens))) << where << crontabOf("ben");
+        expectCarlasCrontabUntouched(where);
+        EXPECT_TRUE(scratchFiles().empty()) << where;
+    });
+    EXPECT_GT(points, 100);
+}
