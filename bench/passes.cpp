@@ -1,0 +1,396 @@
+// Whole runs of the built program beside a plain C program that makes the same calls, a shell script and a program over
+// python-crontab: the same crontabs, the same database, one after the other in each round, in a private world.
+//
+//   passes [--rounds N] [--pair] [--program PATH] [--floor PATH] [--load USERS,TASKS,LINES]
+//
+// --pair leaves the script and python-crontab out; --program and --floor put other programs in the places of the two;
+// --load measures one load alone: so many users, with so many tasks and lines of their own each.
+// Ends with status 1 and the difference when the program leaves other crontabs or scratch files behind than the floor,
+// or than it should; so it does for the script and python-crontab, whose scratch files and empty lines are their own
+// affair.
+
+#include "Runs.h"
+#include "World.h"
+
+#include "CrontabText.h"
+#include "PrivateWorld.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <optional>
+#include <stdexcept>
+
+namespace {
+
+using std::printf;
+
+struct Options {
+    int rounds = 41;
+    bool pair = false;
+    std::string program = ORV_PROGRAM;
+    std::string floor = ORV_FLOOR;
+    std::optional<Load> load;
+};
+
+struct Contender {
+    std::string name;
+    std::string path;
+    bool slow; ///< does not take part in every round
+};
+
+enum Pass { clean, rebuild };
+const char* const passNames[] = {"clean", "rebuild"};
+
+constexpr int slowRounds = 5;
+constexpr std::size_t program = 0; // the places of the two in the list of contenders
+constexpr std::size_t floorProgram = 1;
+
+std::vector<Contender> contendersOf(const Options& options)
+{
+    std::vector<Contender> contenders = {{"program", options.program, false}, {"floor", options.floor, false}};
+    if (!options.pair) {
+        contenders.push_back({"shell", ORV_BENCH_SCRIPTS "/with_shell", true});
+        contenders.push_back({"python", ORV_BENCH_SCRIPTS "/with_python_crontab", true});
+    }
+    return contenders;
+}
+
+std::vector<std::string> commandFor(const std::string& path, Pass pass)
+{
+    return pass == rebuild ? std::vector<std::string>{path, "rebuild"} : std::vector<std::string>{path};
+}
+
+void requireQuietEnd(const Run& run, const std::string& path)
+{
+    if (run.status != 0 || !run.output.empty())
+        throw std::runtime_error(path + " ended with status " + std::to_string(run.status) + ": " + run.output);
+}
+
+// --- The same result -------------------------------------------------------------------------------------------------
+
+// Everything that the rules treat in a way of their own: blank, short and long lines, a comment that mentions the task
+// manager, an owner without a crontab, one without an account, one-off tasks, tasks that do not count.
+void makeOddWorld()
+{
+    support::resetWorld();
+    support::addAccount("dora", 504);
+    support::addAccount("emil", 505);
+    const std::string task = taskLine("7 * * * *", 9);
+    support::setCrontab("anna", "0 3 * * * /bin/a\n" + task + "# was: " + task + "5 4 * * * /bin/b\n");
+    support::setCrontab("ben", "0 3 * * * /bin/a\n\n" + task + "5 4 * * * /bin/b\n");
+    support::setCrontab("carla", "#1\n#2\n0 3 * * * /bin/a\n" + task + "#3\n");
+    support::setCrontab(
+        "dora", "#" + std::string(498, 'x') + "\n" + task + "#" + std::string(599, 'y') + "\n5 4 * * * /bin/b\n");
+    support::execSql(support::createTaskTable
+        + ";insert into TaskTable(description,type,crontime,status,userId) values"
+          "('',1,'1 * * * *',1,501),('',2,'2 * * * *',5,502),('',3,'3 * * * *',1,501),('',1,'4 * * * *',6,501),"
+          "('',6,'5 * * * *',1,503),('',1,'6 * * * *',1,504),('',1,'7 * * * *',1,777),('',1,'8 * * * *',1,505),"
+          "('',1,'9 * * * *',2,501),('',1,'no schedule',1,0),('',1,'10 * * * *',6,506)");
+    support::addAccount("fred", 506); // whose only task does not count
+}
+
+std::vector<Outcome> outcomesInOddWorld(const std::string& path)
+{
+    makeOddWorld();
+    std::vector<Outcome> outcomes;
+    for (const Pass pass : {rebuild, rebuild, clean, rebuild, clean}) {
+        requireQuietEnd(timedRun(commandFor(path, pass)), path);
+        outcomes.push_back(presentOutcome());
+    }
+    return outcomes;
+}
+
+void requireSame(const Outcome& found, const Outcome& expected, const std::string& whose)
+{
+    const std::string where = difference(found, expected);
+    if (!where.empty())
+        throw std::runtime_error(whose + " leaves something else behind: " + where);
+}
+
+void requireAgreement(const Options& options)
+{
+    const auto ours = outcomesInOddWorld(options.program);
+    const auto theirs = outcomesInOddWorld(options.floor);
+    for (std::size_t i = 0; i < ours.size(); ++i)
+        requireSame(ours[i], theirs[i], options.program);
+    printf("Program and floor leave the same crontabs and scratch files behind in a world of odd crontabs.\n");
+}
+
+// --- Timing ----------------------------------------------------------------------------------------------------------
+
+struct Times {
+    std::vector<double> milliseconds; ///< of each round; of a slow contender, of the first rounds only
+    std::vector<double> processor;
+    long peakKiB = 0;
+};
+
+// Program and floor change places from round to round, and so do the two slow ones behind them.
+std::vector<std::size_t> orderOfRound(int round, std::size_t contenders)
+{
+    std::vector<std::size_t> order;
+    for (std::size_t pair = 0; pair < contenders; pair += 2) {
+        const auto first = static_cast<std::size_t>(round % 2);
+        order.push_back(pair + first);
+        order.push_back(pair + 1 - first);
+    }
+    return order;
+}
+
+Outcome comparable(Outcome outcome, const Contender& contender)
+{
+    return contender.slow ? Outcome{withoutEmptyLines(outcome.crontabs), {}} : outcome;
+}
+
+Run checkedRun(const Contender& contender, Pass pass, const LoadedWorld& world)
+{
+    pass == clean ? world.restoreRebuilt() : world.restoreCleaned();
+    Run run = timedRun(commandFor(contender.path, pass));
+    requireQuietEnd(run, contender.path);
+    requireSame(
+        comparable(presentOutcome(), contender), pass == clean ? world.cleaned() : world.rebuilt(), contender.path);
+    return run;
+}
+
+std::vector<Times> measure(const std::vector<Contender>& contenders, Pass pass, const LoadedWorld& world, int rounds)
+{
+    std::vector<Times> times(contenders.size());
+    for (int round = -1; round < rounds; ++round) // the first is for the caches, and does not count
+        for (const std::size_t i : orderOfRound(round + 1, contenders.size())) {
+            if (contenders[i].slow && round >= slowRounds)
+                continue;
+            const Run run = checkedRun(contenders[i], pass, world);
+            if (round < 0)
+                continue;
+            times[i].milliseconds.push_back(run.milliseconds);
+            times[i].processor.push_back(run.processor);
+            times[i].peakKiB = std::max(times[i].peakKiB, run.peakKiB);
+        }
+    return times;
+}
+
+// --- Tables ----------------------------------------------------------------------------------------------------------
+
+double mebibytes(long kibibytes)
+{
+    return static_cast<double>(kibibytes) / 1024;
+}
+
+void printHead(const std::vector<Contender>& contenders)
+{
+    printf("\n| pass | users | tasks each | own lines each | program ms | floor ms | program / floor | quartiles |"
+           " processor time, program / floor | peak program, floor MiB |");
+    for (std::size_t i = 2; i < contenders.size(); ++i)
+        printf(" %s ms | %s / program |", contenders[i].name.c_str(), contenders[i].name.c_str());
+    printf("\n| --- |");
+    for (std::size_t column = 0; column < 9 + 2 * (contenders.size() - 2); ++column)
+        printf(" ---: |");
+    printf("\n");
+}
+
+void printRow(Pass pass, const Load& load, const std::vector<Times>& times)
+{
+    const auto& ours = times[program].milliseconds;
+    const auto pairs = ratios(ours, times[floorProgram].milliseconds);
+    printf("| %s | %d | %d | %d | %.2f | %.2f | %.3f | %.3f-%.3f | %.3f | %.2f, %.2f |", passNames[pass], load.users,
+        load.tasksOfEach, load.linesOfEach, median(ours), median(times[floorProgram].milliseconds), median(pairs),
+        quantile(pairs, 0.25), quantile(pairs, 0.75),
+        median(ratios(times[program].processor, times[floorProgram].processor)), mebibytes(times[program].peakKiB),
+        mebibytes(times[floorProgram].peakKiB));
+    for (std::size_t i = 2; i < times.size(); ++i)
+        printf(" %.1f | %.1f |", median(times[i].milliseconds), median(ratios(times[i].milliseconds, ours)));
+    printf("\n");
+    std::fflush(stdout);
+}
+
+/// Loads that differ in one number, and what that number counts, of all users together.
+struct Axis {
+    const char* counted;
+    std::function<int(const Load&)> count;
+    std::vector<Load> loads;
+};
+
+// What one more of the counted costs, between each two neighbours on the axis.
+void printGrowth(const Axis& axis, const std::vector<Contender>& contenders,
+    const std::vector<std::vector<Times>>& timesOfLoads, Pass pass)
+{
+    for (std::size_t i = 0; i < contenders.size(); ++i) {
+        printf("| %s | us per %s |", passNames[pass], axis.counted);
+        printf(" %s |", contenders[i].name.c_str());
+        for (std::size_t load = 1; load < axis.loads.size(); ++load) {
+            const double more
+                = median(timesOfLoads[load][i].milliseconds) - median(timesOfLoads[load - 1][i].milliseconds);
+            const int counted = axis.count(axis.loads[load]) - axis.count(axis.loads[load - 1]);
+            printf(" %.2f |", more * 1e3 / counted);
+        }
+        printf("\n");
+    }
+}
+
+void printGrowthHead(const Axis& axis)
+{
+    printf("\n| pass | unit | of |");
+    for (std::size_t load = 1; load < axis.loads.size(); ++load)
+        printf(" %d to %d |", axis.count(axis.loads[load - 1]), axis.count(axis.loads[load]));
+    printf("\n| --- | --- | --- |");
+    for (std::size_t load = 1; load < axis.loads.size(); ++load)
+        printf(" ---: |");
+    printf("\n");
+}
+
+void measureAxis(const Axis& axis, const std::vector<Contender>& contenders, int rounds)
+{
+    std::vector<std::vector<Times>> times[2];
+    printHead(contenders);
+    for (const Load& load : axis.loads) {
+        const LoadedWorld world(load);
+        for (const Pass pass : {clean, rebuild}) {
+            times[pass].push_back(measure(contenders, pass, world, rounds));
+            printRow(pass, load, times[pass].back());
+        }
+    }
+    if (axis.loads.size() < 2)
+        return;
+    printGrowthHead(axis);
+    for (const Pass pass : {clean, rebuild})
+        printGrowth(axis, contenders, times[pass], pass);
+}
+
+// --- What a line costs -----------------------------------------------------------------------------------------------
+
+double secondsOf(const std::function<void()>& work)
+{
+    const auto start = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+void dropInFiles(const std::string& from, const std::string& to)
+{
+    std::ifstream in(from);
+    std::ofstream out(to);
+    dropTaskLines(in, out);
+}
+
+void writeTaskLines(const std::string& to, int lines)
+{
+    std::ofstream out(to);
+    for (int id = 0; id < lines; ++id)
+        writeTaskLine(out, "7 * * * *", id);
+}
+
+struct LineCosts {
+    std::vector<double> list, install, drop, write; ///< microseconds for the whole text
+};
+
+LineCosts costsOf(int lines, int rounds)
+{
+    const std::string text = support::testDirectory + "text";
+    const std::string filtered = support::testDirectory + "filtered";
+    support::writeFile(text, ownLines(lines));
+    support::setCrontab("anna", ownLines(lines));
+    LineCosts costs;
+    for (int round = 0; round < rounds; ++round) {
+        costs.list.push_back(timedRun({"/usr/bin/crontab", "-u", "anna", "-l"}).milliseconds * 1e3);
+        costs.install.push_back(timedRun({"/usr/bin/crontab", "-u", "anna", text}).milliseconds * 1e3);
+        costs.drop.push_back(secondsOf([&] { dropInFiles(text, filtered); }) * 1e6);
+        costs.write.push_back(secondsOf([&] { writeTaskLines(filtered, lines); }) * 1e6);
+    }
+    if (support::readFile(text) != ownLines(lines))
+        throw std::runtime_error("the text of the line costs has changed");
+    return costs;
+}
+
+void measureLines(int rounds)
+{
+    constexpr int few = 1000;
+    constexpr int many = 9000;
+    support::resetWorld();
+    const LineCosts small = costsOf(few, rounds);
+    const LineCosts large = costsOf(many, rounds);
+    const auto perLine = [](const std::vector<double>& one, const std::vector<double>& other) {
+        return (median(other) - median(one)) / (many - few);
+    };
+    printf("\n| what one line costs, between %d and %d | us |\n| --- | ---: |\n", few, many);
+    printf("| crontab -l | %.3f |\n", perLine(small.list, large.list));
+    printf("| crontab FILE | %.3f |\n", perLine(small.install, large.install));
+    printf("| dropTaskLines, with its flush | %.3f |\n", perLine(small.drop, large.drop));
+    printf("| writeTaskLine, with its flush | %.3f |\n", perLine(small.write, large.write));
+}
+
+// --- Options ---------------------------------------------------------------------------------------------------------
+
+Load loadFrom(const char* text)
+{
+    Load load{};
+    if (std::sscanf(text, "%d,%d,%d", &load.users, &load.tasksOfEach, &load.linesOfEach) != 3)
+        throw std::runtime_error(std::string("what load is ") + text + "?");
+    return load;
+}
+
+Options optionsFrom(int argc, char** argv)
+{
+    Options options;
+    for (int i = 1; i < argc; ++i) {
+        const std::string name = argv[i];
+        if (name == "--pair")
+            options.pair = true;
+        else if (i + 1 == argc)
+            throw std::runtime_error("what is " + name + "?");
+        else if (name == "--rounds")
+            options.rounds = std::max(1, std::atoi(argv[++i]));
+        else if (name == "--program")
+            options.program = argv[++i];
+        else if (name == "--floor")
+            options.floor = argv[++i];
+        else if (name == "--load")
+            options.load = loadFrom(argv[++i]);
+        else
+            throw std::runtime_error("what is " + name + "?");
+    }
+    return options;
+}
+
+const Axis axes[] = {
+    {"user", [](const Load& load) { return load.users; },
+        {{0, 13, 20}, {3, 13, 20}, {10, 13, 20}, {50, 13, 20}, {200, 13, 20}}},
+    {"task", [](const Load& load) { return load.users * load.tasksOfEach; },
+        {{3, 1, 20}, {3, 13, 20}, {3, 130, 20}, {3, 1300, 20}}},
+    {"line", [](const Load& load) { return load.users * load.linesOfEach; },
+        {{3, 2, 10}, {3, 2, 100}, {3, 2, 1000}, {3, 2, 9000}}},
+};
+
+std::vector<Axis> axesFor(const Options& options)
+{
+    if (options.load)
+        return {{"user", [](const Load& load) { return load.users; }, {*options.load}}};
+    return {std::begin(axes), std::end(axes)};
+}
+
+void measureAll(const Options& options)
+{
+    support::enterPrivateWorld();
+    setenv("TMPDIR", support::testDirectory.c_str(), 1); // python-crontab makes a file there
+    requireAgreement(options);
+    for (const Axis& axis : axesFor(options))
+        measureAxis(axis, contendersOf(options), options.rounds);
+    if (!options.load)
+        measureLines(options.rounds);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        measureAll(optionsFrom(argc, argv));
+    } catch (const std::exception& error) {
+        std::fflush(stdout);
+        std::fprintf(stderr, "passes: %s\n", error.what());
+        return 1;
+    }
+    return 0;
+}
