@@ -1,0 +1,59 @@
+# What `cmake --install` puts where: the program and the libraries under the prefix, and the product's directories at
+# their fixed place.
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+# The program edits other users' crontabs and is for root.
+install(TARGETS OrvCronCleaner RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
+
+set_target_properties(OrvScheduling PROPERTIES EXPORT_NAME Scheduling)
+set_target_properties(OrvLogger PROPERTIES EXPORT_NAME Logger)
+set_target_properties(OrvCoreFoundation PROPERTIES EXPORT_NAME CoreFoundation)
+install(TARGETS OrvScheduling kblutils OrvLogger OrvCoreFoundation
+  EXPORT OrvSchedulingTargets
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+
+# The targets name these two directories as well. CronCleaner.h is the program's own.
+set(orvHeaders include/OrvScheduling)
+set(orvPlatformHeaders ${orvHeaders}/platform)
+install(FILES
+  Common/CfRef.h
+  Common/CrontabText.h
+  Common/Number.h
+  Common/TaskEditor.h
+  Common/TaskInfo.h
+  Common/TaskInterface.h
+  Common/db/SqliteDb.h
+  Common/include/Constants.h
+  Common/include/OrvException.h
+  DESTINATION ${orvHeaders})
+install(FILES platform/OrvLogger/OrvLogger.h DESTINATION ${orvPlatformHeaders})
+if(NOT APPLE)
+  install(FILES platform/CoreFoundation/include/CoreFoundation/CoreFoundation.h
+    DESTINATION ${orvPlatformHeaders}/CoreFoundation)
+endif()
+
+set(orvPackage ${CMAKE_INSTALL_LIBDIR}/cmake/OrvScheduling)
+configure_package_config_file(cmake/OrvSchedulingConfig.cmake.in ${PROJECT_BINARY_DIR}/OrvSchedulingConfig.cmake
+  INSTALL_DESTINATION ${orvPackage}
+  NO_SET_AND_CHECK_MACRO)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/OrvSchedulingConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES
+  ${PROJECT_BINARY_DIR}/OrvSchedulingConfig.cmake
+  ${PROJECT_BINARY_DIR}/OrvSchedulingConfigVersion.cmake
+  DESTINATION ${orvPackage})
+install(EXPORT OrvSchedulingTargets NAMESPACE Orv:: DESTINATION ${orvPackage})
+
+foreach(page man3/OrvScheduling.3 man8/OrvCronCleaner.8)
+  if(EXISTS ${PROJECT_SOURCE_DIR}/man/${page})
+    cmake_path(GET page PARENT_PATH section)
+    install(FILES man/${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/${section})
+  endif()
+endforeach()
+
+# The paths of the task database and of the scratch copies of crontabs are constants of the library, whatever the prefix.
+# The copies are of all users' crontabs: nobody but root may look.
+set(orvVar /usr/local/Quarno/Kestrelcore/var)
+install(DIRECTORY DESTINATION ${orvVar}
+  DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+install(DIRECTORY DESTINATION ${orvVar}/tmp DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
