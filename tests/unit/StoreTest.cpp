@@ -53,10 +53,10 @@ public:
     ~InSqlite() { --gDepth; }
 };
 
-void note(const std::string& call)
+void note(const char* call, const char* argument = "")
 {
     if (gWatch && gDepth == 0)
-        gWatch->calls.push_back(call);
+        gWatch->calls.push_back(std::string(call) + argument);
 }
 
 /// The action may use SQLite itself, which is not written down.
@@ -99,7 +99,7 @@ extern "C" time_t time(time_t* out) noexcept
 extern "C" int sqlite3_open_v2(const char* path, sqlite3** connection, int flags, const char* vfs)
 {
     static const auto real = systemsOwn<decltype(sqlite3_open_v2)>("sqlite3_open_v2");
-    note(std::string("open ") + path);
+    note("open ", path);
     const InSqlite inside;
     const int result = real(path, connection, flags, vfs);
     if (gWatch && gWatch->doubleQuotesRefused)
