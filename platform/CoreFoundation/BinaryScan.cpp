@@ -14,7 +14,8 @@ constexpr size_t trailerSize = 32;
 // What sharing may add to a list: an object counts once for each place in which it is used.
 constexpr uint64_t extraObjects = 1 << 20;
 constexpr uint64_t extraBytes = 16 << 20;
-constexpr uint64_t bytesPerByte = 64; // keys and short strings are shared a lot, and rightly so
+constexpr uint64_t extraLevels = 64 << 20;
+constexpr uint64_t perByte = 64; // of bytes and levels: keys and short strings are shared a lot, and rightly so
 
 /// `count` bytes, the most significant first; 8 at most.
 uint64_t bigEndian(std::string_view bytes)
@@ -51,6 +52,7 @@ bool isAsciiText(std::string_view bytes)
 struct Weight {
     uint64_t objects = 0;
     uint64_t bytes = 0;
+    uint64_t levels = 0; ///< the sum, over the objects, of the containers around each
     size_t depth = 0; ///< containers within one another
 };
 
@@ -188,7 +190,7 @@ private:
         }
     }
 
-    Weight leaf(std::string_view content) const { return {1, content.size(), 0}; }
+    Weight leaf(std::string_view content) const { return {1, content.size(), 0, 0}; }
 
     void requireStrings(std::string_view references) const
     {
@@ -201,15 +203,17 @@ private:
 
     Weight weighMembers(std::string_view references, size_t depth)
     {
-        Weight sum{1, 0, 1};
+        Weight sum{1, 0, 0, 1};
         for (; !references.empty(); references.remove_prefix(m_referenceSize)) {
             // objects may overlap in the file, so that their references are more than its bytes
             require(++m_referencesSeen <= maxObjects());
             const Weight& member = visit(bigEndian(references.substr(0, m_referenceSize)), depth + 1);
             sum.objects += member.objects;
             sum.bytes += member.bytes;
+            sum.levels += member.levels + member.objects;
             sum.depth = std::max(sum.depth, member.depth + 1);
-            require(sum.objects <= maxObjects() && sum.bytes <= m_bytes.size() * bytesPerByte + extraBytes);
+            require(sum.objects <= maxObjects() && sum.bytes <= m_bytes.size() * perByte + extraBytes);
+            require(sum.levels <= m_bytes.size() * perByte + extraLevels);
         }
         return sum;
     }

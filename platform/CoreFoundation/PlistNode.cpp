@@ -1,5 +1,6 @@
 #include "PlistNode.h"
 
+#include <cmath>
 #include <cstring>
 #include <limits>
 #include <string>
@@ -41,7 +42,7 @@ Node nodeFromBinary(std::string_view bytes)
 
 double secondsOf(plist_t dateNode)
 {
-    // plist_get_date_val has room for the years from 1933 to 2069 only, and plist_new_date likewise
+    // plist_get_date_val has room for the years from 1933 to 2069 only
     char* bytes = nullptr; // is not written to unless it is NULL
     uint32_t count = 0;
     plist_to_bin(dateNode, &bytes, &count);
@@ -58,6 +59,9 @@ double secondsOf(plist_t dateNode)
 
 Node dateNode(double seconds)
 {
+    using Whole = std::numeric_limits<int32_t>;
+    if (seconds >= Whole::min() && seconds <= Whole::max() && std::trunc(seconds) == seconds)
+        return Node(plist_new_date(static_cast<int32_t>(seconds), 0));
     uint64_t bits = 0;
     std::memcpy(&bits, &seconds, sizeof bits);
     std::string list(beforeSeconds, secondsAt);

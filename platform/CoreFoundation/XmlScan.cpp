@@ -27,14 +27,12 @@ public:
         if (m_text.find('\0') != nowhere)
             return std::nullopt;
         m_out.reserve(m_text.size());
-        while (m_at < m_text.size() && m_depth <= maxDepth) {
+        while (m_at < m_text.size() && m_harmless) {
             takeText();
             if (m_at < m_text.size())
                 takeMarkup();
         }
-        if (m_depth > maxDepth)
-            return std::nullopt;
-        return std::move(m_out);
+        return m_harmless ? std::optional(std::move(m_out)) : std::nullopt;
     }
 
 private:
@@ -51,7 +49,7 @@ private:
     void takeText()
     {
         const size_t end = std::min(m_text.find('<', m_at), m_text.size());
-        if (m_inString)
+        if (m_element == "string" || m_element == "key")
             while (end - m_at > longText)
                 takePiece(end);
         takeUntil(end);
@@ -75,6 +73,9 @@ private:
 
     void takeMarkup()
     {
+        // libplist decodes only what stands before the first comment or CDATA section
+        if (startsWith(rest(), "<!") && (m_element == "data" || m_element == "date"))
+            m_harmless = false;
         if (startsWith(rest(), "<?"))
             takePast(findUnquoted("?>", m_at + 1), 2);
         else if (startsWith(rest(), "<!--"))
@@ -128,11 +129,12 @@ private:
             return;
         }
         takeUntil(end + 1);
-        m_inString = name == "string" || name == "key";
-        if (m_text[end - 1] == '/')
+        const bool isEmpty = m_text[end - 1] == '/';
+        m_element = isEmpty ? std::string_view() : name;
+        if (isEmpty)
             return;
         if (name == "array" || name == "dict")
-            ++m_depth;
+            m_harmless = ++m_depth <= maxDepth;
         else if ((name == "/array" || name == "/dict") && m_depth > 0)
             --m_depth;
     }
@@ -140,7 +142,8 @@ private:
     const std::string_view m_text;
     size_t m_at = 0;
     size_t m_depth = 0;
-    bool m_inString = false;
+    bool m_harmless = true;
+    std::string_view m_element; ///< the name of the last tag: text and comments that follow are in it
     std::string m_out;
 };
 
