@@ -226,7 +226,8 @@ void startTaskManager(int id, const std::string& source)
         ? std::snprintf(command, sizeof command, "%sTessaraTaskManager %d &", tmanagerPath.c_str(), id)
         : std::snprintf(
             command, sizeof command, "%sTessaraTaskManager %d %s &", tmanagerPath.c_str(), id, source.c_str());
-    const bool fits = length < static_cast<int>(sizeof command); // a cut one would lose its "&", or run something else
+    // A cut command would lose its "&", or run something else. A negative length is one beyond what int can say.
+    const bool fits = static_cast<std::size_t>(length) < sizeof command;
     Pipe pipe(fits ? popen(command, "r") : nullptr);
     if (pipe == nullptr)
         LogMsg(logError, "popen failed for %s", command);
