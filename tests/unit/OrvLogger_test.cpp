@@ -19,12 +19,14 @@ std::vector<Message> gMessages;
 Message takeMessage()
 {
     EXPECT_EQ(1U, gMessages.size());
-    const Message message = gMessages.empty() ? Message{-1, ""} : gMessages.front();
+    Message message = gMessages.empty() ? Message{-1, ""} : gMessages.front();
     gMessages.clear();
     return message;
 }
 
 } // namespace
+
+// NOLINTBEGIN(*-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp,readability-inconsistent-declaration-parameter-name)
 
 /// Takes the place of the system's: what syslog would be told stays here.
 extern "C" void vsyslog(int priority, const char* format, va_list arguments)
@@ -34,10 +36,14 @@ extern "C" void vsyslog(int priority, const char* format, va_list arguments)
     gMessages.push_back({priority, text});
 }
 
-extern "C" void __vsyslog_chk(int priority, int, const char* format, va_list arguments)
+/// The same, of a C library that checks formats.
+extern "C" __attribute__((format(printf, 3, 0))) void __vsyslog_chk(
+    int priority, int, const char* format, va_list arguments)
 {
     vsyslog(priority, format, arguments);
 }
+
+// NOLINTEND(*-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp,readability-inconsistent-declaration-parameter-name)
 
 namespace {
 

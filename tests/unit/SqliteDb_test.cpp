@@ -686,6 +686,17 @@ TEST_F(SqliteDbTest, AListOfIdsIsKeptInTensOfBytesAnId)
     EXPECT_EQ(ids, rows);
 }
 
+TEST_F(SqliteDbTest, ANewReadLetsGoOfTheBytesOfTheLast)
+{
+    SqliteDb db(":memory:", false);
+    const char* const megabyte = "select printf('%.*c', 1000000, 'm')";
+    ASSERT_TRUE(db.doReadSql(megabyte));
+    const std::size_t before = bytesInUse();
+    for (int read = 0; read < 20; ++read)
+        ASSERT_TRUE(db.doReadSql(megabyte));
+    EXPECT_LT(bytesInUse(), before + 5000000);
+}
+
 /// A SqliteDb as other programs derive from it.
 class CountedRows : public SqliteDb {
 public:

@@ -85,6 +85,8 @@ void LogMsg(int level, const char* format, ...)
     gLog.push_back(std::to_string(level) + ": " + text);
 }
 
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
+
 extern "C" time_t time(time_t* out) noexcept
 {
     static const auto real = systemsOwn<time_t(time_t*)>("time");
@@ -135,6 +137,8 @@ extern "C" int sqlite3_step(sqlite3_stmt* statement)
     const InSqlite inside;
     return real(statement);
 }
+
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)
 
 namespace support {
 
