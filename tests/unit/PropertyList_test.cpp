@@ -1,0 +1,1094 @@
+#include <CoreFoundation/CoreFoundation.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <limits>
+#include <map>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <type_traits>
+#include <vector>
+
+namespace {
+
+using namespace std::string_literals;
+namespace fs = std::filesystem;
+
+// --- Objects and their owners ----------------------------------------------------------------------------------------
+
+struct Releaser {
+    void operator()(CFTypeRef object) const { CFRelease(object); }
+};
+template <class Reference> using Owned = std::unique_ptr<std::remove_pointer_t<Reference>, Releaser>;
+
+using OwnedObject = Owned<CFTypeRef>;
+using OwnedArray = Owned<CFMutableArrayRef>;
+using OwnedDictionary = Owned<CFMutableDictionaryRef>;
+
+OwnedArray newArray()
+{
+    return OwnedArray(CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks));
+}
+
+OwnedDictionary newDictionary()
+{
+    return OwnedDictionary(
+        CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
+}
+
+OwnedObject newString(const std::u16string& units)
+{
+    const std::vector<UniChar> copy(units.begin(), units.end());
+    return OwnedObject(CFStringCreateWithCharacters(nullptr, copy.data(), static_cast<CFIndex>(copy.size())));
+}
+
+template <class T> OwnedObject newNumber(CFNumberType type, T value)
+{
+    return OwnedObject(CFNumberCreate(nullptr, type, &value));
+}
+
+OwnedObject newDate(double seconds)
+{
+    return OwnedObject(CFDateCreate(nullptr, seconds));
+}
+
+Owned<CFDataRef> newData(const std::string& bytes)
+{
+    return Owned<CFDataRef>(
+        CFDataCreate(nullptr, reinterpret_cast<const UInt8*>(bytes.data()), static_cast<CFIndex>(bytes.size())));
+}
+
+OwnedObject arrayOf(CFTypeRef value)
+{
+    OwnedArray array = newArray();
+    CFArrayAppendValue(array.get(), value);
+    return OwnedObject(array.release());
+}
+
+OwnedObject dictionaryOf(CFTypeRef key, CFTypeRef value)
+{
+    OwnedDictionary dictionary = newDictionary();
+    CFDictionarySetValue(dictionary.get(), key, value);
+    return OwnedObject(dictionary.release());
+}
+
+/// `depth` arrays within one another; the innermost is empty.
+OwnedObject nestedArrays(size_t depth)
+{
+    OwnedObject list(newArray().release());
+    for (size_t i = 1; i < depth; ++i)
+        list = arrayOf(list.get());
+    return list;
+}
+
+OwnedObject nestedDictionaries(size_t depth)
+{
+    OwnedObject list(newDictionary().release());
+    for (size_t i = 1; i < depth; ++i)
+        list = dictionaryOf(CFSTR("k"), list.get());
+    return list;
+}
+
+// --- Reading and writing ---------------------------------------------------------------------------------------------
+
+std::string text(CFDataRef data)
+{
+    return {reinterpret_cast<const char*>(CFDataGetBytePtr(data)), static_cast<size_t>(CFDataGetLength(data))};
+}
+
+constexpr char refused[] = "(NULL)";
+
+/// The list as bytes, or `refused`.
+std::string written(CFTypeRef list, CFPropertyListFormat format = kCFPropertyListXMLFormat_v1_0)
+{
+    const Owned<CFDataRef> data(CFPropertyListCreateData(kCFAllocatorDefault, list, format, 0, nullptr));
+    return data != nullptr ? text(data.get()) : refused;
+}
+
+OwnedObject read(const std::string& bytes, CFOptionFlags options = kCFPropertyListImmutable)
+{
+    return OwnedObject(
+        CFPropertyListCreateWithData(kCFAllocatorDefault, newData(bytes).get(), options, nullptr, nullptr));
+}
+
+OwnedObject deepCopy(CFTypeRef list, CFOptionFlags options = kCFPropertyListMutableContainers)
+{
+    return OwnedObject(CFPropertyListCreateDeepCopy(kCFAllocatorDefault, list, options));
+}
+
+const std::string prolog = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+                           "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+                           "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+                           "<plist version=\"1.0\">\n";
+
+std::string document(const std::string& content)
+{
+    return prolog + content + "\n</plist>\n";
+}
+
+std::string repeated(const std::string& part, size_t count)
+{
+    std::string all;
+    all.reserve(part.size() * count);
+    for (size_t i = 0; i < count; ++i)
+        all += part;
+    return all;
+}
+
+/// The deepest list that is read, written or copied.
+constexpr size_t deepest = 1000;
+
+/// A binary list built by hand: objects as bytes, with references of two bytes, the first on top.
+class BinaryList {
+public:
+    BinaryList& add(const std::string& object)
+    {
+        m_objects.push_back(object);
+        return *this;
+    }
+
+    std::string bytes() const
+    {
+        std::string list = "bplist00";
+        std::string offsets;
+        for (const std::string& object : m_objects) {
+            offsets += bigEndian(list.size(), 4);
+            list += object;
+        }
+        const std::string trailer = std::string(6, '\0') + "\x04\x02" + bigEndian(m_objects.size(), 8) + bigEndian(0, 8)
+            + bigEndian(list.size(), 8);
+        return list + offsets + trailer;
+    }
+
+    static std::string bigEndian(size_t value, int count)
+    {
+        std::string bytes;
+        for (int shift = 8 * (count - 1); shift >= 0; shift -= 8)
+            bytes += static_cast<char>(value >> shift & 0xff);
+        return bytes;
+    }
+
+    static std::string array(const std::vector<size_t>& members)
+    {
+        std::string object = "\xaf\x11" + bigEndian(members.size(), 2);
+        for (const size_t member : members)
+            object += bigEndian(member, 2);
+        return object;
+    }
+
+    static std::string dictionary(const std::vector<size_t>& keysThenValues)
+    {
+        std::string object = "\xdf\x11" + bigEndian(keysThenValues.size() / 2, 2);
+        for (const size_t member : keysThenValues)
+            object += bigEndian(member, 2);
+        return object;
+    }
+
+private:
+    std::vector<std::string> m_objects;
+};
+
+std::string binary(const std::string& object)
+{
+    return BinaryList().add(object).bytes();
+}
+
+// --- The recorded cases ----------------------------------------------------------------------------------------------
+
+const fs::path dataFolder = fs::path(ORV_TEST_DATA) / "plist";
+
+std::string fileText(const fs::path& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    EXPECT_TRUE(file.is_open()) << path;
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+/// The string between double quotes, as in JSON.
+std::u16string unquoted(const std::string& literal)
+{
+    static const std::map<char, char16_t> escapes{
+        {'b', u'\b'}, {'t', u'\t'}, {'n', u'\n'}, {'f', u'\f'}, {'r', u'\r'}, {'"', u'"'}, {'\\', u'\\'}, {'/', u'/'}};
+    std::u16string units;
+    for (size_t i = 1; i + 1 < literal.size(); ++i) {
+        if (literal[i] != '\\') {
+            units += static_cast<char16_t>(literal[i]);
+        } else if (literal[++i] == 'u') {
+            units += static_cast<char16_t>(std::stoul(literal.substr(i + 1, 4), nullptr, 16));
+            i += 4;
+        } else {
+            units += escapes.at(literal[i]);
+        }
+    }
+    return units;
+}
+
+std::string sequence(size_t count)
+{
+    std::string bytes;
+    for (size_t i = 0; i < count; ++i)
+        bytes += static_cast<char>((7 * i + 1) % 256);
+    return bytes;
+}
+
+std::string fromHex(const std::string& digits)
+{
+    std::string bytes;
+    for (size_t i = 0; i + 1 < digits.size(); i += 2)
+        bytes += static_cast<char>(std::stoul(digits.substr(i, 2), nullptr, 16));
+    return bytes;
+}
+
+/// Takes the next line: its first word, and what follows that.
+std::pair<std::string, std::string> takeLine(std::istream& lines)
+{
+    std::string word;
+    std::string rest;
+    lines >> word;
+    if (lines.peek() == ' ')
+        lines.get();
+    std::getline(lines, rest);
+    return {word, rest};
+}
+
+OwnedObject takeObject(std::istream& lines);
+
+OwnedObject takeArray(std::istream& lines, size_t count)
+{
+    OwnedArray array = newArray();
+    for (size_t i = 0; i < count; ++i)
+        CFArrayAppendValue(array.get(), takeObject(lines).get());
+    return OwnedObject(array.release());
+}
+
+OwnedObject takeDictionary(std::istream& lines, size_t count)
+{
+    OwnedDictionary dictionary = newDictionary();
+    for (size_t i = 0; i < count; ++i) {
+        const OwnedObject key = newString(unquoted(takeLine(lines).second));
+        CFDictionarySetValue(dictionary.get(), key.get(), takeObject(lines).get());
+    }
+    return OwnedObject(dictionary.release());
+}
+
+OwnedObject takeObject(std::istream& lines)
+{
+    const auto [kind, value] = takeLine(lines);
+    if (kind == "dict")
+        return takeDictionary(lines, std::stoul(value));
+    if (kind == "array")
+        return takeArray(lines, std::stoul(value));
+    if (kind == "string")
+        return newString(unquoted(value));
+    if (kind == "int8")
+        return newNumber(kCFNumberSInt8Type, static_cast<SInt8>(std::stoi(value)));
+    if (kind == "int16")
+        return newNumber(kCFNumberSInt16Type, static_cast<SInt16>(std::stoi(value)));
+    if (kind == "int32")
+        return newNumber(kCFNumberSInt32Type, static_cast<SInt32>(std::stol(value)));
+    if (kind == "int64")
+        return newNumber(kCFNumberSInt64Type, static_cast<SInt64>(std::stoll(value)));
+    if (kind == "float32")
+        return newNumber(kCFNumberFloat32Type, std::strtof(value.c_str(), nullptr));
+    if (kind == "float64")
+        return newNumber(kCFNumberFloat64Type, std::strtod(value.c_str(), nullptr));
+    if (kind == "true" || kind == "false")
+        return OwnedObject(CFRetain(kind == "true" ? kCFBooleanTrue : kCFBooleanFalse));
+    if (kind == "date")
+        return newDate(std::strtod(value.c_str(), nullptr));
+    if (kind == "data-seq")
+        return OwnedObject(newData(sequence(std::stoul(value))).release());
+    if (kind == "data-hex")
+        return OwnedObject(newData(fromHex(value)).release());
+    throw std::runtime_error("cases.txt has an object of unknown kind: " + kind);
+}
+
+struct WriterCase {
+    std::string name;
+    std::string object; ///< its lines
+
+    OwnedObject make() const
+    {
+        std::istringstream lines(object);
+        return takeObject(lines);
+    }
+};
+
+std::vector<WriterCase> writerCases()
+{
+    std::vector<WriterCase> cases;
+    std::ifstream file(dataFolder / "writer" / "cases.txt");
+    for (std::string line; std::getline(file, line);) {
+        if (line.rfind("case ", 0) == 0)
+            cases.push_back({line.substr(5), ""});
+        else if (!line.empty() && line[0] != '#')
+            cases.back().object += line + "\n";
+    }
+    return cases;
+}
+
+struct ReaderCase {
+    std::string name;
+    std::string outcome; ///< "rejected", or format, type and whether it cannot be copied
+};
+
+std::vector<ReaderCase> readerCases()
+{
+    std::vector<ReaderCase> cases;
+    std::ifstream file(dataFolder / "reader" / "CASES.md");
+    for (std::string line; std::getline(file, line);) {
+        const size_t nameEnd = line.find(" |", 2);
+        const size_t outcomeStart = line.rfind("| ", line.size() - 2);
+        const std::string name = line.substr(2, nameEnd - 2);
+        if (line.rfind("| ", 0) == 0 && name != "name")
+            cases.push_back({name, line.substr(outcomeStart + 2, line.size() - outcomeStart - 4)});
+    }
+    return cases;
+}
+
+void PrintTo(const WriterCase& writerCase, std::ostream* out)
+{
+    *out << writerCase.name;
+}
+void PrintTo(const ReaderCase& readerCase, std::ostream* out)
+{
+    *out << readerCase.name;
+}
+
+template <class Case> std::string caseName(const testing::TestParamInfo<Case>& info)
+{
+    return info.param.name;
+}
+
+size_t filesWith(const fs::path& folder, const std::string& extension)
+{
+    size_t count = 0;
+    for (const auto& entry : fs::directory_iterator(folder))
+        count += entry.path().extension() == extension;
+    return count;
+}
+
+TEST(RecordedLists, AreAllTested)
+{
+    EXPECT_GT(writerCases().size(), 0U);
+    EXPECT_EQ(filesWith(dataFolder / "writer", ".xml"), writerCases().size());
+    EXPECT_GT(readerCases().size(), 0U);
+    EXPECT_EQ(filesWith(dataFolder / "reader", ".in"), readerCases().size());
+}
+
+class WrittenList : public testing::TestWithParam<WriterCase> { };
+
+TEST_P(WrittenList, IsTheSameToTheByte)
+{
+    EXPECT_EQ(fileText(dataFolder / "writer" / (GetParam().name + ".xml")), written(GetParam().make().get()));
+}
+
+TEST_P(WrittenList, SurvivesTheBinaryFormat)
+{
+    const OwnedObject list = GetParam().make();
+    const OwnedObject again = read(written(list.get(), kCFPropertyListBinaryFormat_v1_0));
+    ASSERT_NE(nullptr, again);
+    EXPECT_EQ(written(list.get()), written(again.get()));
+}
+
+TEST_P(WrittenList, IsEqualToItsDeepCopy)
+{
+    const OwnedObject list = GetParam().make();
+    const OwnedObject copy = deepCopy(list.get());
+    ASSERT_NE(nullptr, copy);
+    EXPECT_TRUE(CFEqual(list.get(), copy.get()));
+}
+
+INSTANTIATE_TEST_SUITE_P(Recorded, WrittenList, testing::ValuesIn(writerCases()), caseName<WriterCase>);
+
+class ReadList : public testing::TestWithParam<ReaderCase> {
+protected:
+    bool outcomeHas(const std::string& word) const { return GetParam().outcome.find(word) != std::string::npos; }
+    fs::path file(const std::string& extension) const { return dataFolder / "reader" / (GetParam().name + extension); }
+    std::string input() const { return fileText(file(".in")); }
+};
+
+/// The name of the object's type; that of a keyed archiver's UID is the one type which is not public.
+std::string typeName(CFTypeRef object)
+{
+    const std::map<CFTypeID, std::string> names{{CFStringGetTypeID(), "CFString"}, {CFNumberGetTypeID(), "CFNumber"},
+        {CFBooleanGetTypeID(), "CFBoolean"}, {CFArrayGetTypeID(), "CFArray"}, {CFDataGetTypeID(), "CFData"},
+        {CFDateGetTypeID(), "CFDate"}, {CFDictionaryGetTypeID(), "CFDictionary"}};
+    const auto found = names.find(CFGetTypeID(object));
+    return found != names.end() ? found->second : "CFKeyedArchiverUID";
+}
+
+TEST_P(ReadList, IsWrittenBackToTheByteUnlessItIsRejected)
+{
+    ASSERT_EQ(outcomeHas("rejected"), fs::exists(file(".rejected")));
+    const std::string expected = outcomeHas("rejected") ? refused : fileText(file(".out.xml"));
+    const OwnedObject list = read(input());
+    EXPECT_EQ(expected, written(list.get()));
+}
+
+TEST_P(ReadList, HasItsTypeAndFormat)
+{
+    CFPropertyListFormat format = 0;
+    const OwnedObject list(
+        CFPropertyListCreateWithData(kCFAllocatorDefault, newData(input()).get(), 0, &format, nullptr));
+    std::string outcome = "rejected";
+    if (list != nullptr)
+        outcome = (format == kCFPropertyListBinaryFormat_v1_0 ? "binary, " : "xml, ") + typeName(list.get());
+    EXPECT_EQ(GetParam().outcome.substr(0, GetParam().outcome.find(';')), outcome);
+}
+
+TEST_P(ReadList, IsCopiedUnlessItHoldsAUid)
+{
+    const OwnedObject list = read(input());
+    const OwnedObject copy = list != nullptr ? deepCopy(list.get()) : nullptr;
+    EXPECT_EQ(outcomeHas("rejected") || outcomeHas("deep copy NULL"), copy == nullptr);
+}
+
+INSTANTIATE_TEST_SUITE_P(Recorded, ReadList, testing::ValuesIn(readerCases()), caseName<ReaderCase>);
+
+// --- Writing ---------------------------------------------------------------------------------------------------------
+
+/// An object that no property list may hold: what a failed reading left behind.
+OwnedObject foreignObject()
+{
+    CFErrorRef error = nullptr;
+    EXPECT_EQ(nullptr, CFPropertyListCreateWithData(nullptr, newData("").get(), 0, nullptr, &error));
+    return OwnedObject(error);
+}
+
+void expectRefused(CFTypeRef list)
+{
+    EXPECT_EQ(refused, written(list));
+    EXPECT_EQ(refused, written(list, kCFPropertyListBinaryFormat_v1_0));
+    EXPECT_FALSE(CFPropertyListIsValid(list, kCFPropertyListXMLFormat_v1_0));
+}
+
+TEST(PropertyListWriting, RefusesNull)
+{
+    expectRefused(nullptr);
+    EXPECT_EQ(nullptr, deepCopy(nullptr));
+}
+
+TEST(PropertyListWriting, RefusesForeignContentAtAnyDepth)
+{
+    const OwnedObject foreign = foreignObject();
+    const OwnedObject inArray = arrayOf(foreign.get());
+    const OwnedObject inDictionary = dictionaryOf(CFSTR("k"), inArray.get());
+    for (const OwnedObject* list : {&foreign, &inArray, &inDictionary}) {
+        expectRefused(list->get());
+        EXPECT_EQ(nullptr, deepCopy(list->get()));
+    }
+}
+
+TEST(PropertyListWriting, RefusesKeysThatAreNotStrings)
+{
+    const OwnedObject number = newNumber(kCFNumberIntType, 1);
+    const OwnedObject list = dictionaryOf(number.get(), CFSTR("v"));
+    expectRefused(list.get());
+    EXPECT_EQ(nullptr, deepCopy(list.get()));
+}
+
+TEST(PropertyListWriting, RefusesContainersWithinThemselves)
+{
+    const OwnedArray array = newArray();
+    const OwnedDictionary dictionary = newDictionary();
+    CFArrayAppendValue(array.get(), kCFBooleanTrue);
+    CFArrayAppendValue(array.get(), dictionary.get());
+    CFDictionarySetValue(dictionary.get(), CFSTR("a"), array.get());
+    CFDictionarySetValue(dictionary.get(), CFSTR("b"), array.get());
+    for (const CFTypeRef list : {CFTypeRef(array.get()), CFTypeRef(dictionary.get())}) {
+        expectRefused(list);
+        EXPECT_EQ(nullptr, deepCopy(list));
+    }
+    CFDictionaryRemoveAllValues(dictionary.get());
+}
+
+TEST(PropertyListWriting, RefusesValuesThatAreNull)
+{
+    const Owned<CFMutableArrayRef> array(CFArrayCreateMutable(nullptr, 0, nullptr));
+    CFArrayAppendValue(array.get(), nullptr);
+    expectRefused(array.get());
+    EXPECT_EQ(nullptr, deepCopy(array.get()));
+}
+
+TEST(PropertyListWriting, RefusesOtherFormats)
+{
+    for (const CFPropertyListFormat format : {0L, 1L, 99L, 101L, 201L, -1L}) {
+        EXPECT_EQ(refused, written(kCFBooleanTrue, format));
+        EXPECT_FALSE(CFPropertyListIsValid(kCFBooleanTrue, format));
+    }
+    EXPECT_TRUE(CFPropertyListIsValid(kCFBooleanTrue, kCFPropertyListXMLFormat_v1_0));
+    EXPECT_TRUE(CFPropertyListIsValid(kCFBooleanTrue, kCFPropertyListBinaryFormat_v1_0));
+}
+
+TEST(PropertyListWriting, RefusesStringsThatLibplistWouldCutOrSpoil)
+{
+    for (const std::u16string& units :
+        {u"a\0b"s, u"\0"s, u"b\0"s, u"a\xd800"s, u"\xd800z"s, u"\xdc00"s, u"\xdc00\xd800"s, u"\xd83d\xd83d\xde00"s}) {
+        const OwnedObject string = newString(units);
+        expectRefused(string.get());
+        expectRefused(dictionaryOf(string.get(), kCFBooleanTrue).get());
+        EXPECT_NE(nullptr, deepCopy(arrayOf(string.get()).get()));
+    }
+}
+
+TEST(PropertyListWriting, WritesDatesFromTheYear1000To9999)
+{
+    const std::map<double, std::string> dates{{-31588531200.0, "1000-01-01T00:00:00Z"},
+        {-2147483649.0, "1932-12-13T20:45:51Z"}, {-2147483648.5, "1932-12-13T20:45:51Z"},
+        {-2147483648.0, "1932-12-13T20:45:52Z"}, {-0.001, "2000-12-31T23:59:59Z"}, {0.999, "2001-01-01T00:00:00Z"},
+        {2147483647.9, "2069-01-19T03:14:07Z"}, {2147483648.0, "2069-01-19T03:14:08Z"},
+        {252423993599.0, "9999-12-31T23:59:59Z"}, {252423993599.5, "9999-12-31T23:59:59Z"}};
+    for (const auto& [seconds, text] : dates)
+        EXPECT_EQ(document("<date>" + text + "</date>"), written(newDate(seconds).get())) << seconds;
+}
+
+TEST(PropertyListWriting, RefusesDatesBeyondFourDigitsOfYears)
+{
+    const double infinity = std::numeric_limits<double>::infinity();
+    for (const double seconds : {-31588531200.5, -31588531201.0, 252423993600.0, 1e18, -1e18, 1e300, infinity,
+             -infinity, std::numeric_limits<double>::quiet_NaN()}) {
+        expectRefused(newDate(seconds).get());
+        EXPECT_NE(nullptr, deepCopy(newDate(seconds).get()));
+    }
+}
+
+template <class T> std::string writtenNumber(CFNumberType type, T value)
+{
+    const std::string xml = written(newNumber(type, value).get());
+    const size_t end = xml.find("\n</plist>");
+    return xml.substr(prolog.size(), end == std::string::npos ? end : end - prolog.size());
+}
+
+TEST(PropertyListWriting, WritesIntegersOfEveryType)
+{
+    EXPECT_EQ("<integer>-128</integer>", writtenNumber(kCFNumberSInt8Type, SInt8(-128)));
+    EXPECT_EQ("<integer>127</integer>", writtenNumber(kCFNumberCharType, static_cast<char>(127)));
+    EXPECT_EQ("<integer>-32768</integer>", writtenNumber(kCFNumberSInt16Type, SInt16(-32768)));
+    EXPECT_EQ("<integer>-1</integer>", writtenNumber(kCFNumberShortType, static_cast<short>(-1)));
+    EXPECT_EQ("<integer>-2147483648</integer>", writtenNumber(kCFNumberSInt32Type, SInt32(INT32_MIN)));
+    EXPECT_EQ("<integer>2147483647</integer>", writtenNumber(kCFNumberIntType, 2147483647));
+    EXPECT_EQ("<integer>-9223372036854775808</integer>", writtenNumber(kCFNumberSInt64Type, SInt64(INT64_MIN)));
+    EXPECT_EQ("<integer>9223372036854775807</integer>", writtenNumber(kCFNumberLongType, 9223372036854775807L));
+    EXPECT_EQ("<integer>-1</integer>", writtenNumber(kCFNumberLongLongType, -1LL));
+    EXPECT_EQ("<integer>-2</integer>", writtenNumber(kCFNumberCFIndexType, CFIndex(-2)));
+}
+
+TEST(PropertyListWriting, WritesRealsOfEveryType)
+{
+    EXPECT_EQ("<real>0.10000000149011612</real>", writtenNumber(kCFNumberFloat32Type, 0.1f));
+    EXPECT_EQ("<real>1</real>", writtenNumber(kCFNumberFloatType, 1.0f));
+    EXPECT_EQ("<real>0.10000000000000001</real>", writtenNumber(kCFNumberFloat64Type, 0.1));
+    EXPECT_EQ("<real>-0.5</real>", writtenNumber(kCFNumberDoubleType, -0.5));
+    EXPECT_EQ("<real>0.0</real>", writtenNumber(kCFNumberDoubleType, -0.0));
+    EXPECT_EQ("<real>nan</real>", writtenNumber(kCFNumberDoubleType, -std::numeric_limits<double>::quiet_NaN()));
+    EXPECT_EQ("<real>-infinity</real>", writtenNumber(kCFNumberFloatType, -std::numeric_limits<float>::infinity()));
+}
+
+TEST(PropertyListWriting, SortsKeysByTheirUnitsWhateverTheirOrder)
+{
+    const std::vector<std::u16string> ascending{
+        u"", u"A", u"AA", u"B", u"a", u"\u00e9", u"\ud7ff", u"\U0001f600", u"\ue000", u"\uff21", u"\uffff"};
+    const OwnedDictionary forwards = newDictionary();
+    const OwnedDictionary backwards = newDictionary();
+    for (size_t i = 0; i < ascending.size(); ++i) {
+        CFDictionarySetValue(forwards.get(), newString(ascending[i]).get(), newNumber(kCFNumberIntType, i).get());
+        const size_t last = ascending.size() - 1 - i;
+        CFDictionarySetValue(
+            backwards.get(), newString(ascending[last]).get(), newNumber(kCFNumberIntType, last).get());
+    }
+    const std::string xml = written(forwards.get());
+    std::istringstream lines(xml);
+    std::string numbers;
+    for (std::string line; std::getline(lines, line);)
+        if (line.rfind("\t<integer>", 0) == 0)
+            numbers += line.substr(10, line.find('<', 10) - 10) + " ";
+    EXPECT_EQ("0 1 2 3 4 5 6 7 8 9 10 ", numbers);
+    EXPECT_EQ(xml, written(backwards.get()));
+}
+
+TEST(PropertyListWriting, WritesDataOfEveryLengthAtEveryDepthReadably)
+{
+    for (size_t depth = 0; depth < 14; ++depth)
+        for (const size_t length : {0, 1, 2, 3, 8, 9, 10, 27, 44, 45, 56, 57, 58, 1000, 100001}) {
+            OwnedObject list(newData(sequence(length)).release());
+            for (size_t i = 0; i < depth; ++i)
+                list = arrayOf(list.get());
+            const OwnedObject again = read(written(list.get()));
+            ASSERT_NE(nullptr, again);
+            EXPECT_TRUE(CFEqual(list.get(), again.get())) << length << " bytes at depth " << depth;
+        }
+}
+
+TEST(PropertyListWriting, WritesAThousandLevelsAndNoMore)
+{
+    for (const auto nested : {nestedArrays, nestedDictionaries})
+        for (const auto format : {kCFPropertyListXMLFormat_v1_0, kCFPropertyListBinaryFormat_v1_0}) {
+            const OwnedObject list = nested(deepest);
+            const OwnedObject again = read(written(list.get(), format));
+            ASSERT_NE(nullptr, again);
+            EXPECT_TRUE(CFEqual(list.get(), again.get()));
+            EXPECT_EQ(refused, written(nested(deepest + 1).get(), format));
+        }
+}
+
+TEST(PropertyListWriting, RefusesWhatItWouldTakeAgesToWrite)
+{
+    OwnedObject list = arrayOf(kCFBooleanTrue);
+    for (int doublings = 0; doublings < 100; ++doublings) {
+        const OwnedArray pair = newArray();
+        CFArrayAppendValue(pair.get(), list.get());
+        CFArrayAppendValue(pair.get(), list.get());
+        list.reset(CFRetain(pair.get()));
+    }
+    expectRefused(list.get());
+    EXPECT_EQ(nullptr, deepCopy(list.get()));
+}
+
+TEST(PropertyListWriting, SetsTheErrorEitherWay)
+{
+    CFErrorRef error = nullptr;
+    EXPECT_EQ(nullptr, CFPropertyListCreateData(nullptr, nullptr, kCFPropertyListXMLFormat_v1_0, 0, &error));
+    ASSERT_NE(nullptr, error);
+    const OwnedObject owner(error);
+    EXPECT_EQ(CFErrorGetTypeID(), CFGetTypeID(error));
+    EXPECT_EQ(kCFPropertyListWriteStreamError, CFErrorGetCode(error));
+
+    const Owned<CFDataRef> data(
+        CFPropertyListCreateData(nullptr, kCFBooleanTrue, kCFPropertyListXMLFormat_v1_0, 0, &error));
+    EXPECT_NE(nullptr, data);
+    EXPECT_EQ(nullptr, error);
+}
+
+// --- Reading ---------------------------------------------------------------------------------------------------------
+
+TEST(PropertyListReading, SetsTheErrorEitherWay)
+{
+    CFErrorRef error = nullptr;
+    EXPECT_EQ(nullptr, CFPropertyListCreateWithData(nullptr, newData("{").get(), 0, nullptr, &error));
+    ASSERT_NE(nullptr, error);
+    const OwnedObject owner(error);
+    EXPECT_EQ(kCFPropertyListReadCorruptError, CFErrorGetCode(error));
+
+    const OwnedObject list(CFPropertyListCreateWithData(nullptr, newData("<true/>").get(), 0, nullptr, &error));
+    EXPECT_EQ(kCFBooleanTrue, list.get());
+    EXPECT_EQ(nullptr, error);
+}
+
+TEST(PropertyListReading, LeavesTheFormatOfARefusedListAlone)
+{
+    CFPropertyListFormat format = 4711;
+    EXPECT_EQ(nullptr, CFPropertyListCreateWithData(nullptr, newData("<true>").get(), 0, &format, nullptr));
+    EXPECT_EQ(4711, format);
+}
+
+/// How many pairs the dictionary and its empty inner dictionary have after one has been added to each.
+std::pair<CFIndex, CFIndex> countsAfterAdding(CFTypeRef dictionary)
+{
+    const auto outer = static_cast<CFMutableDictionaryRef>(const_cast<void*>(dictionary));
+    const auto inner
+        = static_cast<CFMutableDictionaryRef>(const_cast<void*>(CFDictionaryGetValue(outer, CFSTR("inner"))));
+    CFDictionarySetValue(inner, CFSTR("new"), kCFBooleanTrue);
+    CFDictionarySetValue(outer, CFSTR("new"), kCFBooleanTrue);
+    return {CFDictionaryGetCount(outer), CFDictionaryGetCount(inner)};
+}
+
+TEST(PropertyListReading, GivesMutableContainersWhenAskedTo)
+{
+    const std::string xml = document("<dict><key>inner</key><dict/></dict>");
+    const std::string bin = written(read(xml).get(), kCFPropertyListBinaryFormat_v1_0);
+    const std::pair<CFIndex, CFIndex> unchanged(1, 0);
+    const std::pair<CFIndex, CFIndex> changed(2, 1);
+    for (const std::string& bytes : {xml, bin}) {
+        EXPECT_EQ(unchanged, countsAfterAdding(read(bytes, kCFPropertyListImmutable).get()));
+        EXPECT_EQ(changed, countsAfterAdding(read(bytes, kCFPropertyListMutableContainers).get()));
+        EXPECT_EQ(changed, countsAfterAdding(read(bytes, kCFPropertyListMutableContainersAndLeaves).get()));
+    }
+}
+
+TEST(PropertyListReading, TellsMinusOneFromTheLargestUnsignedInteger)
+{
+    const OwnedObject list
+        = read(document("<array><integer>-1</integer><integer>18446744073709551615</integer></array>"));
+    const auto array = static_cast<CFArrayRef>(list.get());
+    const auto negative = static_cast<CFNumberRef>(CFArrayGetValueAtIndex(array, 0));
+    const auto large = static_cast<CFNumberRef>(CFArrayGetValueAtIndex(array, 1));
+    SInt64 value = 0;
+    EXPECT_TRUE(CFNumberGetValue(negative, kCFNumberSInt64Type, &value));
+    EXPECT_EQ(-1, value);
+    EXPECT_FALSE(CFNumberGetValue(large, kCFNumberSInt64Type, &value));
+    EXPECT_EQ(INT64_MAX, value);
+    EXPECT_FALSE(CFEqual(negative, large));
+}
+
+TEST(PropertyListReading, KeepsTheFractionOfABinaryDate)
+{
+    for (const double seconds : {475145103.75, -0.1, 1e10 + 0.5, -1e10 - 0.25}) {
+        const OwnedObject date = read(written(newDate(seconds).get(), kCFPropertyListBinaryFormat_v1_0));
+        ASSERT_NE(nullptr, date);
+        EXPECT_EQ(seconds, CFDateGetAbsoluteTime(static_cast<CFDateRef>(date.get())));
+    }
+}
+
+TEST(PropertyListReading, TakesTheFirstOfEqualKeysInABinaryList)
+{
+    const OwnedObject list = read(BinaryList()
+                                      .add(BinaryList::dictionary({1, 1, 2, 3}))
+                                      .add("\x51k")
+                                      .add("\x51"
+                                           "1")
+                                      .add("\x51"
+                                           "2")
+                                      .bytes());
+    ASSERT_NE(nullptr, list);
+    EXPECT_TRUE(CFEqual(dictionaryOf(CFSTR("k"), CFSTR("1")).get(), list.get()));
+}
+
+TEST(PropertyListReading, TakesTheLastOfEqualKeysInXml)
+{
+    const std::string pair = "<key>k</key><array><string>x</string></array>";
+    const OwnedObject list = read(document("<dict>" + repeated(pair, 1000) + "<key>k</key><true/></dict>"));
+    ASSERT_NE(nullptr, list);
+    EXPECT_TRUE(CFEqual(dictionaryOf(CFSTR("k"), kCFBooleanTrue).get(), list.get()));
+}
+
+TEST(PropertyListReading, ReadsLargeContainers)
+{
+    const OwnedDictionary dictionary = newDictionary();
+    const OwnedArray array = newArray();
+    for (int i = 0; i < 5000; ++i) {
+        const OwnedObject number = newNumber(kCFNumberIntType, i);
+        const std::string digits = std::to_string(i);
+        CFDictionarySetValue(dictionary.get(), newString({digits.begin(), digits.end()}).get(), number.get());
+        CFArrayAppendValue(array.get(), number.get());
+    }
+    for (const CFTypeRef list : {CFTypeRef(dictionary.get()), CFTypeRef(array.get())})
+        for (const auto format : {kCFPropertyListXMLFormat_v1_0, kCFPropertyListBinaryFormat_v1_0})
+            EXPECT_TRUE(CFEqual(list, read(written(list, format)).get()));
+}
+
+TEST(PropertyListReading, MakesAUidOfADictionaryOnlyIfItHasNothingElseAndAFittingInteger)
+{
+    const auto typeOf = [](const std::string& value) {
+        return typeName(read(document("<dict><key>CF$UID</key>" + value + "</dict>")).get());
+    };
+    EXPECT_EQ("CFKeyedArchiverUID", typeOf("<integer>0</integer>"));
+    EXPECT_EQ("CFKeyedArchiverUID", typeOf("<integer>4294967295</integer>"));
+    EXPECT_EQ("CFDictionary", typeOf("<integer>4294967296</integer>"));
+    EXPECT_EQ("CFDictionary", typeOf("<integer>-1</integer>"));
+    EXPECT_EQ("CFDictionary", typeOf("<real>5</real>"));
+    EXPECT_EQ("CFDictionary", typeOf("<string>5</string>"));
+    EXPECT_EQ("CFDictionary", typeOf("<integer>5</integer><key>k</key><true/>"));
+}
+
+TEST(PropertyListReading, MakesNoPropertyListOfAUid)
+{
+    const OwnedObject uid = read(document("<dict><key>CF$UID</key><integer>5</integer></dict>"));
+    EXPECT_FALSE(CFPropertyListIsValid(uid.get(), kCFPropertyListXMLFormat_v1_0));
+    EXPECT_EQ(nullptr, deepCopy(arrayOf(uid.get()).get()));
+    EXPECT_TRUE(CFEqual(uid.get(), read(written(uid.get(), kCFPropertyListBinaryFormat_v1_0)).get()));
+}
+
+TEST(PropertyListReading, RefusesTextThatIsNotUtf8OrHasAZeroByte)
+{
+    for (const std::string& bad : {"\xff"s, "\xc0\x80"s, "\xed\xa0\x80"s, "\xf4\x90\x80\x80"s, "\xe2\x82"s, "\x80"s,
+             "a\0b"s, "\0"s, "&#xD800;"s, "&#xDC00;"s, "&#0;"s, "&#x110000;"s}) {
+        EXPECT_EQ(nullptr, read(document("<string>" + bad + "</string>"))) << bad;
+        EXPECT_EQ(nullptr, read(document("<dict><key>" + bad + "</key><true/></dict>"))) << bad;
+    }
+}
+
+TEST(PropertyListReading, RefusesCommentsAndSectionsWithinDataAndDates)
+{
+    EXPECT_EQ(nullptr, read(document("<data>AQ<!-- c -->ID</data>")));
+    EXPECT_EQ(nullptr, read(document("<data><!-- c -->AQID</data>")));
+    EXPECT_EQ(nullptr, read(document("<data>AQ<![CDATA[ID]]></data>")));
+    EXPECT_EQ(nullptr, read(document("<date>2001-01-01T<!-- c -->00:00:00Z</date>")));
+    EXPECT_NE(nullptr, read(document("<array><data/><!-- c --><data /><!-- c --><date></date><!-- c --></array>")));
+}
+
+// --- Harmful input ---------------------------------------------------------------------------------------------------
+
+TEST(HarmfulXml, IsRefusedFromATooDeepLevelOn)
+{
+    const auto nested
+        = [](size_t depth) { return document(repeated("<array>", depth) + "<true/>" + repeated("</array>", depth)); };
+    EXPECT_NE(nullptr, read(nested(deepest)));
+    EXPECT_EQ(nullptr, read(nested(deepest + 1)));
+    EXPECT_EQ(nullptr, read(nested(100000)));
+}
+
+TEST(HarmfulXml, IsRefusedWhenItNeverEnds)
+{
+    EXPECT_EQ(nullptr, read(repeated("<array>", 100000)));
+    EXPECT_EQ(nullptr, read(repeated("<dict><key>k</key>", 100000)));
+    EXPECT_EQ(nullptr, read(repeated("<dict>", 100000)));
+    EXPECT_EQ(nullptr, read(repeated("<plist>", 100000)));
+}
+
+TEST(HarmfulXml, CannotHideItsDepthBehindEndsThatAreNone)
+{
+    const std::vector<std::string> hidden{"<array><!-- </array> -->", "<array a=\"></array>\">",
+        "<array><?x </array>?>", "<array><?x \"?>\"</array>?>", "<array><string>x</string >",
+        "<array><string><![CDATA[</array>]]></string>", "<array><string><!--></array>--></string>",
+        "<array></array x=\""};
+    for (const std::string& opening : hidden)
+        EXPECT_EQ(nullptr, read(repeated(opening, 100000))) << opening;
+}
+
+TEST(HarmfulXml, IsNotWhatStandsInCommentsAndText)
+{
+    const std::string openings = repeated("<array>", deepest * 2);
+    const std::string text = document("<string>x<![CDATA[" + openings + "]]></string>");
+    EXPECT_NE(nullptr, read("<!--" + openings + "-->" + text));
+    EXPECT_NE(nullptr, read("<?x " + openings + "?>" + text));
+    EXPECT_NE(nullptr, read(document("<array>" + repeated("<array/><array></array>", deepest * 2) + "</array>")));
+}
+
+TEST(HarmfulXml, IsRefusedWhenCutAnywhere)
+{
+    const std::string whole = fileText(dataFolder / "writer" / "task_parameter.xml");
+    ASSERT_NE(nullptr, read(whole));
+    for (size_t length = 0; length <= whole.rfind("</dict>") + 6; ++length)
+        EXPECT_EQ(nullptr, read(whole.substr(0, length))) << length;
+}
+
+TEST(HarmfulXml, LosesNothingOfALongTextFullOfEntities)
+{
+    for (size_t shift = 0; shift < 8; ++shift) {
+        const std::string before(shift, 'x');
+        const std::string xml = document("<string>" + before + repeated("&lt;&#233;;&amp;", 20000) + "<![CDATA[&lt;]]>"
+            + repeated("y", 5000) + "</string>");
+        std::u16string expected(shift, u'x');
+        for (int i = 0; i < 20000; ++i)
+            expected += u"<\u00e9;&";
+        expected += u"&lt;" + std::u16string(5000, u'y');
+        EXPECT_TRUE(CFEqual(newString(expected).get(), read(xml).get())) << shift;
+    }
+}
+
+TEST(HarmfulBinaryList, IsRefusedFromATooDeepLevelOn)
+{
+    const auto nested = [](size_t depth) {
+        BinaryList list;
+        for (size_t i = 1; i < depth; ++i)
+            list.add(BinaryList::array({i}));
+        return list.add(BinaryList::array({})).bytes();
+    };
+    EXPECT_NE(nullptr, read(nested(deepest)));
+    EXPECT_EQ(nullptr, read(nested(deepest + 1)));
+    EXPECT_EQ(nullptr, read(nested(60000)));
+}
+
+TEST(HarmfulBinaryList, IsRefusedWhenALevelIsReachedByALongerWay)
+{
+    BinaryList list; // the first member is shallow, and the chain that the second starts leads to it again
+    list.add(BinaryList::array({deepest, 1}));
+    for (size_t i = 1; i < deepest; ++i)
+        list.add(BinaryList::array({i + 1}));
+    list.add(BinaryList::array({deepest + 1})).add(BinaryList::array({}));
+    EXPECT_EQ(nullptr, read(list.bytes()));
+}
+
+TEST(HarmfulBinaryList, IsRefusedWhenItContainsItself)
+{
+    EXPECT_EQ(nullptr, read(binary(BinaryList::array({0}))));
+    EXPECT_EQ(nullptr, read(BinaryList().add(BinaryList::array({1})).add(BinaryList::array({0})).bytes()));
+    EXPECT_EQ(nullptr, read(BinaryList().add(BinaryList::dictionary({1, 0})).add("\x51k").bytes()));
+    EXPECT_EQ(nullptr, read(BinaryList().add(BinaryList::dictionary({0, 1})).add("\x51k").bytes()));
+}
+
+TEST(HarmfulBinaryList, IsRefusedWhenSharingMakesItHuge)
+{
+    BinaryList doubled; // 2^40 strings
+    for (size_t i = 0; i < 40; ++i)
+        doubled.add(BinaryList::array({i + 1, i + 1}));
+    EXPECT_EQ(nullptr, read(doubled.add("\x51x").bytes()));
+
+    const size_t length = 60000; // as often: 3.6 GB
+    BinaryList longStrings;
+    longStrings.add(BinaryList::array(std::vector<size_t>(length, 1)));
+    EXPECT_EQ(nullptr, read(longStrings.add("\x4f\x11" + BinaryList::bigEndian(length, 2) + sequence(length)).bytes()));
+}
+
+TEST(HarmfulBinaryList, IsRefusedWhenManyObjectsLieDeep)
+{
+    BinaryList list;
+    for (size_t i = 1; i < deepest; ++i)
+        list.add(BinaryList::array({i}));
+    list.add(BinaryList::array(std::vector<size_t>(1000, deepest))); // 1000 times 1000 booleans, each under 1000 levels
+    EXPECT_EQ(nullptr, read(list.add(BinaryList::array(std::vector<size_t>(1000, deepest + 1))).add("\x09").bytes()));
+}
+
+TEST(HarmfulBinaryList, IsRefusedWhenItsObjectsOverlap)
+{
+    // every object is the same 60000 references in the file, so that these few bytes stand for 60000 arrays of that
+    // many
+    std::vector<size_t> members(60000);
+    for (size_t i = 0; i < members.size(); ++i)
+        members[i] = i + 1;
+    const std::string top = "bplist00" + BinaryList::array(members);
+    const std::string inner = BinaryList::array(std::vector<size_t>(60000, 60001));
+    const size_t innerAt = top.size();
+    const size_t leafAt = innerAt + inner.size();
+    std::string offsets = BinaryList::bigEndian(8, 4);
+    for (size_t i = 0; i < members.size(); ++i)
+        offsets += BinaryList::bigEndian(innerAt, 4);
+    offsets += BinaryList::bigEndian(leafAt, 4);
+    EXPECT_EQ(nullptr,
+        read(top + inner + "\x09" + offsets + std::string(6, '\0') + "\x04\x02" + BinaryList::bigEndian(60002, 8)
+            + BinaryList::bigEndian(0, 8) + BinaryList::bigEndian(leafAt + 1, 8)));
+}
+
+TEST(HarmfulBinaryList, MayShareWhatItSharesRightly)
+{
+    BinaryList list; // 20000 dictionaries with the same keys
+    std::vector<size_t> members;
+    for (size_t i = 0; i < 20000; ++i)
+        members.push_back(i + 4);
+    list.add(BinaryList::array(members))
+        .add("\x5e"
+             "a-shared-key-1")
+        .add("\x5e"
+             "a-shared-key-2")
+        .add("\x09");
+    for (size_t i = 0; i < 20000; ++i)
+        list.add(BinaryList::dictionary({1, 2, 3, 3}));
+    const OwnedObject shared = read(list.bytes());
+    ASSERT_NE(nullptr, shared);
+    EXPECT_EQ(20000, CFArrayGetCount(static_cast<CFArrayRef>(shared.get())));
+}
+
+TEST(HarmfulBinaryList, IsRefusedWhenAnObjectIsNotWhatItMustBe)
+{
+    const std::map<std::string, std::string> objects{{"null", "\0"s}, {"fill", "\x0f"},
+        {"integer of 32 bytes", "\x15" + std::string(32, '\1')},
+        {"negative integer of 16 bytes", "\x14" + std::string(16, '\xff')},
+        {"integer of 65 bits", "\x14" + std::string(7, '\0') + "\1" + std::string(8, '\0')},
+        {"real of 2 bytes", "\x21\1\1"}, {"real of 16 bytes", "\x24" + std::string(16, '\1')},
+        {"date of 4 bytes", "\x32\1\1\1\1"}, {"date of 2 bytes", "\x31\1\1"},
+        {"string with U+0000",
+            "\x53"
+            "a\0b"s},
+        {"string not ASCII", "\x52\xc3\xa9"}, {"UTF-16 with U+0000", "\x61\0\0"s},
+        {"lone first surrogate", "\x62\xd8\x3d\0x"s}, {"first surrogate at the end", "\x61\xd8\x3d"},
+        {"lone second surrogate", "\x61\xde\0"s}, {"set", "\xc1\0\0"s}, {"count of no integer", "\x5f\x51x"},
+        {"count of 16 bytes", "\x5f\x14" + std::string(15, '\0') + "\1x"},
+        {"count beyond the end", "\x5f\x13" + std::string(8, '\x7f')},
+        {"UTF-16 count that overflows", "\x6f\x13\x80" + std::string(7, '\0') + "x"},
+        {"array count that overflows", "\xaf\x13\x80" + std::string(7, '\0') + "x"},
+        {"reference to nothing", "\xa1\0\7"s}, {"dictionary without a value", "\xd1\0\0"s}, {"unknown type", "\x70"},
+        {"nothing", ""}};
+    for (const auto& [name, object] : objects)
+        EXPECT_EQ(nullptr, read(binary(object))) << name;
+}
+
+TEST(HarmfulBinaryList, IsRefusedWhenAKeyIsNoString)
+{
+    EXPECT_NE(nullptr, read(BinaryList().add(BinaryList::dictionary({1, 2})).add("\x51k").add("\x09").bytes()));
+    EXPECT_EQ(nullptr, read(BinaryList().add(BinaryList::dictionary({2, 1})).add("\x51k").add("\x09").bytes()));
+}
+
+TEST(HarmfulBinaryList, IsRefusedWhenCutAnywhere)
+{
+    const std::string whole
+        = written(read(fileText(dataFolder / "writer" / "task_parameter.xml")).get(), kCFPropertyListBinaryFormat_v1_0);
+    ASSERT_NE(nullptr, read(whole));
+    for (size_t length = 0; length < whole.size(); ++length)
+        EXPECT_EQ(nullptr, read(whole.substr(0, length))) << length;
+}
+
+TEST(HarmfulBinaryList, IsRefusedOrReadWhicheverBitIsWrong)
+{
+    const std::string whole
+        = written(read(fileText(dataFolder / "writer" / "task_parameter.xml")).get(), kCFPropertyListBinaryFormat_v1_0);
+    size_t readable = 0;
+    for (size_t bit = 0; bit < whole.size() * 8; ++bit) {
+        std::string spoilt = whole;
+        spoilt[bit / 8] = static_cast<char>(spoilt[bit / 8] ^ 1 << bit % 8);
+        const OwnedObject list = read(spoilt);
+        const std::string xml = list != nullptr ? written(list.get()) : refused; // a spoilt date may not be writable
+        readable += list != nullptr;
+        EXPECT_TRUE(xml == refused || read(xml) != nullptr) << "bit " << bit;
+    }
+    EXPECT_GT(readable, 0U);
+    EXPECT_LT(readable, whole.size() * 8);
+}
+
+// --- Copying ---------------------------------------------------------------------------------------------------------
+
+TEST(PropertyListDeepCopy, HasNewMutableContainersAtEveryLevelAndLeavesTheOriginalAlone)
+{
+    const OwnedObject list = read(document("<dict><key>inner</key><dict/></dict>"));
+    const OwnedObject copy = deepCopy(list.get());
+    const auto inner = [](const OwnedObject& of) {
+        return CFDictionaryGetValue(static_cast<CFDictionaryRef>(of.get()), CFSTR("inner"));
+    };
+    EXPECT_NE(list.get(), copy.get());
+    EXPECT_NE(inner(list), inner(copy));
+    EXPECT_EQ((std::pair<CFIndex, CFIndex>(2, 1)), countsAfterAdding(copy.get()));
+    EXPECT_EQ((std::pair<CFIndex, CFIndex>(1, 0)), countsAfterAdding(list.get()));
+}
+
+TEST(PropertyListDeepCopy, HasImmutableContainersWhenNothingElseIsAskedFor)
+{
+    const OwnedObject list = read(document("<dict><key>inner</key><dict/></dict>"), kCFPropertyListMutableContainers);
+    EXPECT_EQ(
+        (std::pair<CFIndex, CFIndex>(1, 0)), countsAfterAdding(deepCopy(list.get(), kCFPropertyListImmutable).get()));
+    EXPECT_EQ((std::pair<CFIndex, CFIndex>(2, 1)),
+        countsAfterAdding(deepCopy(list.get(), kCFPropertyListMutableContainersAndLeaves).get()));
+}
+
+TEST(PropertyListDeepCopy, OfALeafIsALeaf)
+{
+    const OwnedObject string = newString(u"leaf");
+    EXPECT_TRUE(CFEqual(string.get(), deepCopy(string.get()).get()));
+    EXPECT_EQ(kCFBooleanFalse, deepCopy(kCFBooleanFalse).get());
+}
+
+TEST(PropertyListDeepCopy, GoesAThousandLevelsDeepAndNoFurther)
+{
+    EXPECT_TRUE(CFEqual(nestedArrays(deepest).get(), deepCopy(nestedArrays(deepest).get()).get()));
+    EXPECT_EQ(nullptr, deepCopy(nestedArrays(deepest + 1).get()));
+    EXPECT_EQ(nullptr, deepCopy(nestedDictionaries(100000).get()));
+}
+
+TEST(PropertyListDeepCopy, HoldsOnToLeavesThatTheOriginalLetsGo)
+{
+    OwnedArray list = newArray();
+    {
+        const OwnedObject string = newString(u"leaf");
+        CFArrayAppendValue(list.get(), string.get());
+    }
+    const OwnedObject copy = deepCopy(list.get());
+    list.reset();
+    const auto leaf = CFArrayGetValueAtIndex(static_cast<CFArrayRef>(copy.get()), 0);
+    EXPECT_TRUE(CFEqual(newString(u"leaf").get(), leaf));
+    EXPECT_EQ(1, CFGetRetainCount(leaf));
+}
+
+// --- Threads ---------------------------------------------------------------------------------------------------------
+
+TEST(PropertyLists, AreReadWrittenAndCopiedByManyThreadsAtOnce)
+{
+    const std::string xml = fileText(dataFolder / "writer" / "task_parameter.xml");
+    const OwnedObject shared = read(xml);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([&] {
+            for (int round = 0; round < 50; ++round) {
+                EXPECT_EQ(xml, written(shared.get()));
+                EXPECT_EQ(xml, written(deepCopy(read(xml).get()).get()));
+            }
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
+} // namespace
