@@ -44,12 +44,17 @@ install(FILES
   DESTINATION ${orvPackage})
 install(EXPORT OrvSchedulingTargets NAMESPACE Orv:: DESTINATION ${orvPackage})
 
-foreach(page man3/OrvScheduling.3 man8/OrvCronCleaner.8)
-  if(EXISTS ${PROJECT_SOURCE_DIR}/man/${page})
-    cmake_path(GET page PARENT_PATH section)
-    install(FILES man/${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/${section})
-  endif()
-endforeach()
+install(FILES
+  man/man3/LogMsg.3
+  man/man3/OrvConstants.3
+  man/man3/OrvException.3
+  man/man3/OrvScheduling.3
+  man/man3/SqliteDb.3
+  man/man3/TaskEditor.3
+  man/man3/TaskInfo.3
+  man/man3/TaskInterface.3
+  DESTINATION ${CMAKE_INSTALL_MANDIR}/man3)
+install(FILES man/man8/OrvCronCleaner.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 
 # The paths of the task database and of the scratch copies of crontabs are constants of the library, whatever the prefix.
 # The copies are of all users' crontabs: nobody but root may look.

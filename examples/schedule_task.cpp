@@ -6,7 +6,6 @@
 
 #include <charconv>
 #include <cstdio>
-#include <ctime>
 #include <getopt.h>
 #include <map>
 #include <pwd.h>
@@ -25,9 +24,8 @@ constexpr auto help = R"(schedule_task: schedule, list, change and delete the pr
 
   --type N            1 scan (if none is given), 2 update, 3 scan now,
                       4 NXC scan, 5 full scan on demand, 6 quick one
-  --schedule FIELDS   a crontab's five time fields, as in '30 3 * * 1'; if none
-                      are given, a new task runs every hour at this minute
-  --user NAME         in whose crontab it runs; if none is given, in your own
+  --schedule TIMES    '30 3 * * 1', @daily; if none is given, hourly from now
+  --user NAME|UID     in whose crontab it runs; if none is given, in your own
   --description TEXT  if none is given, its type and the time
   --status N          a new task has 1
   --run-now           (create) starts the task at once, too
@@ -51,14 +49,16 @@ int toNumber(const std::string& text)
 int toUid(const std::string& name)
 {
     const passwd* account = getpwnam(name.c_str());
-    return account ? static_cast<int>(account->pw_uid) : throw UsageError("there is no account " + name);
+    if (account == nullptr && name.find_first_not_of("0123456789") != std::string::npos)
+        throw UsageError("there is no account " + name);
+    return account ? static_cast<int>(account->pw_uid) : toNumber(name);
 }
 
 // It goes into a statement and into a crontab as it stands, and so must be nothing but time fields.
 std::string toSchedule(const std::string& text)
 {
-    static const std::regex fiveFields("([0-9A-Za-z*,/-]+ ){4}[0-9A-Za-z*,/-]+");
-    return std::regex_match(text, fiveFields) ? text : throw UsageError("'" + text + "' is not five time fields");
+    static const std::regex fields("@[a-z]+|([0-9A-Za-z*,/-]+ ){4}[0-9A-Za-z*,/-]+");
+    return std::regex_match(text, fields) ? text : throw UsageError("'" + text + "' is no schedule");
 }
 
 CfRef<CFStringRef> toString(const std::string& text)
@@ -121,8 +121,9 @@ void list(TaskEditor& editor, int, Options options, const Words&)
         if (task->count > 0)
             std::strftime(lastRun, sizeof lastRun, "%Y-%m-%d %H:%M", std::localtime(&task->lastRun));
         if (options.empty() || uid == task->userId)
-            std::printf("%4d %-9.9s %4d %6d %5d %-16s  %-13s %.15s\n", task->id, owner ? owner->pw_name : "(none)",
-                task->type, task->status, task->count, lastRun, task->cronTime.c_str(), name.c_str());
+            std::printf("%4d %-9.9s %4d %6d %5d %-16s  %-13s %.15s\n", task->id,
+                owner ? owner->pw_name : std::to_string(task->userId).c_str(), task->type, task->status, task->count,
+                lastRun, task->cronTime.c_str(), name.c_str());
     }
 }
 
