@@ -1,0 +1,40 @@
+# What `cpack` makes of the install: a Debian package, and an archive of the same tree from the root directory down.
+set(CPACK_GENERATOR TGZ)
+find_program(ORV_DPKG_SHLIBDEPS dpkg-shlibdeps)
+mark_as_advanced(ORV_DPKG_SHLIBDEPS)
+if(ORV_DPKG_SHLIBDEPS)
+  list(APPEND CPACK_GENERATOR DEB)
+endif()
+
+set(CPACK_PACKAGE_NAME orv-cron-cleaner)
+set(CPACK_PACKAGE_VENDOR Quarno)
+set(CPACK_PACKAGE_CONTACT "Quarno Task Scheduling <scheduling@quarno.example>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "keep crontabs in step with the anti-malware task database")
+set(CPACK_PACKAGE_DESCRIPTION
+"OrvCronCleaner takes the lines of an anti-malware product's scheduled tasks
+out of its users' crontabs, or puts them back, so that the crontabs agree with
+the product's task database.
+
+A clean can lose lines that are not the product's: see OrvCronCleaner(8) before
+starting one. Neither installing nor removing this package changes a crontab.
+
+The libraries and headers with which other programs of the product create,
+change, delete and account for scheduled tasks are included.")
+
+# The product's directories have a fixed place, which is not under the prefix: only a tree from "/" down holds both.
+set(CPACK_SET_DESTDIR ON)
+set(CPACK_INSTALL_PREFIX /usr)
+set(CPACK_MONOLITHIC_INSTALL ON)
+set(CPACK_INCLUDE_TOPLEVEL_DIRECTORY OFF)
+set(CPACK_STRIP_FILES ON)
+
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION admin)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_DEPENDS cron)
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS "libsqlite3-dev, libplist-dev") # for those who build on the libraries
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/debian/postrm)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/debian/documents.cmake)
+
+include(CPack)

@@ -1,0 +1,20 @@
+# Run by cpack on the tree that is about to be packed: adds what only a Debian package has, and packs the manual pages as
+# Debian has them.
+if(NOT CPACK_GENERATOR STREQUAL "DEB")
+  return()
+endif()
+
+set(share ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/usr/share)
+set(documents ${share}/doc/${CPACK_PACKAGE_NAME})
+
+function(add_document name path) # configure_file makes the directories, and heeds no DESTDIR
+  configure_file(${CMAKE_CURRENT_LIST_DIR}/${name} ${path}
+    FILE_PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ COPYONLY)
+endfunction()
+
+add_document(copyright ${documents}/copyright)
+add_document(changelog ${documents}/changelog)
+add_document(lintian-overrides ${share}/lintian/overrides/${CPACK_PACKAGE_NAME})
+
+file(GLOB pages ${share}/man/man*/*) # of the staged tree, not of the sources
+execute_process(COMMAND gzip --best --no-name ${documents}/changelog ${pages} COMMAND_ERROR_IS_FATAL ANY)

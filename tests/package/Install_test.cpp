@@ -1,0 +1,229 @@
+#include "Process.h"
+#include "WorldTest.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <sstream>
+#include <sys/stat.h>
+
+namespace fs = std::filesystem;
+using namespace support;
+
+namespace {
+
+const std::string stage = testDirectory + "stage";
+const std::string prefix = testDirectory + "prefix";
+
+std::string run(const std::vector<std::string>& command, const std::vector<std::string>& environment = {})
+{
+    const ProgramEnd end = runProgram(command, StandardOutput::captured, environment);
+    EXPECT_EQ(0, end.status) << command.at(0) << "\n" << end.output << end.errors;
+    return end.output + end.errors;
+}
+
+/// "755 sbin/OrvCronCleaner": mode and path of everything below `directory`, with a "/" behind a directory, sorted.
+std::string listing(const std::string& directory)
+{
+    std::vector<std::string> lines;
+    for (const auto& entry : fs::recursive_directory_iterator(directory)) {
+        struct stat state { };
+        EXPECT_EQ(0, lstat(entry.path().c_str(), &state));
+        EXPECT_EQ(0U, state.st_uid) << entry.path();
+        std::ostringstream line;
+        line << fs::relative(entry.path(), directory).string() << (S_ISDIR(state.st_mode) ? "/ " : " ") << std::oct
+             << (state.st_mode & 07777U) << '\n';
+        lines.push_back(line.str());
+    }
+    std::sort(lines.begin(), lines.end());
+    std::string all;
+    for (const std::string& line : lines)
+        all += line;
+    return all;
+}
+
+std::string pageLines(const std::string& directory)
+{
+    std::string lines;
+    for (const char* const section : {"man3", "man8"}) {
+        std::vector<std::string> pages;
+        const std::string sources = std::string(ORV_SOURCE_DIR "/man/") + section;
+        if (fs::exists(sources))
+            for (const auto& page : fs::directory_iterator(sources))
+                pages.push_back(page.path().filename().string());
+        std::sort(pages.begin(), pages.end());
+        if (!pages.empty())
+            lines += directory + section + "/ 755\n";
+        for (const std::string& page : pages)
+            lines += directory + section + "/" + page + " 644\n";
+    }
+    return lines;
+}
+
+/// What an install puts under its prefix.
+std::string installedFiles()
+{
+    const std::string lib = std::string(ORV_LIBDIR) + "/";
+    const std::string config = ORV_BUILD_CONFIG;
+    return "include/ 755\n"
+           "include/OrvScheduling/ 755\n"
+           "include/OrvScheduling/CfRef.h 644\n"
+           "include/OrvScheduling/Constants.h 644\n"
+           "include/OrvScheduling/CrontabText.h 644\n"
+           "include/OrvScheduling/Number.h 644\n"
+           "include/OrvScheduling/OrvException.h 644\n"
+           "include/OrvScheduling/SqliteDb.h 644\n"
+           "include/OrvScheduling/TaskEditor.h 644\n"
+           "include/OrvScheduling/TaskInfo.h 644\n"
+           "include/OrvScheduling/TaskInterface.h 644\n"
+           "include/OrvScheduling/platform/ 755\n"
+           "include/OrvScheduling/platform/CoreFoundation/ 755\n"
+           "include/OrvScheduling/platform/CoreFoundation/CoreFoundation.h 644\n"
+           "include/OrvScheduling/platform/OrvLogger.h 644\n"
+        + lib + " 755\n" + lib + "cmake/ 755\n" + lib + "cmake/OrvScheduling/ 755\n" + lib
+        + "cmake/OrvScheduling/OrvSchedulingConfig.cmake 644\n" + lib
+        + "cmake/OrvScheduling/OrvSchedulingConfigVersion.cmake 644\n" + lib
+        + "cmake/OrvScheduling/OrvSchedulingTargets-" + config + ".cmake 644\n" + lib
+        + "cmake/OrvScheduling/OrvSchedulingTargets.cmake 644\n" + lib + "libOrvCoreFoundation.a 644\n" + lib
+        + "libOrvLogger.a 644\n" + lib + "libOrvScheduling.a 644\n" + lib
+        + "libkblutils.a 644\n"
+          "sbin/ 755\n"
+          "sbin/OrvCronCleaner 755\n"
+          "share/ 755\n"
+          "share/man/ 755\n"
+        + pageLines("share/man/");
+}
+
+class Install : public WorldTest {
+protected:
+    void SetUp() override
+    {
+        WorldTest::SetUp();
+        fs::remove_all("/usr/local/Quarno");
+    }
+
+    static void install(const std::vector<std::string>& environment = {})
+    {
+        run({ORV_CMAKE, "--install", ORV_BUILD_DIR, "--prefix", prefix}, environment);
+    }
+};
+
+TEST_F(Install, PutsEachFileUnderThePrefixWithItsMode)
+{
+    install();
+    EXPECT_EQ(installedFiles(), listing(prefix));
+}
+
+TEST_F(Install, MakesTheProductsDirectoriesAtTheirPlaceWhateverThePrefix)
+{
+    install();
+    EXPECT_EQ("Kestrelcore/ 755\nKestrelcore/var/ 755\nKestrelcore/var/tmp/ 700\n", listing("/usr/local/Quarno"));
+}
+
+TEST_F(Install, PutsEverythingBelowDestdir)
+{
+    install({"DESTDIR=" + stage});
+    EXPECT_EQ(installedFiles(), listing(stage + prefix));
+    EXPECT_EQ(
+        "Kestrelcore/ 755\nKestrelcore/var/ 755\nKestrelcore/var/tmp/ 700\n", listing(stage + "/usr/local/Quarno"));
+    EXPECT_FALSE(fs::exists(prefix));
+    EXPECT_FALSE(fs::exists("/usr/local/Quarno"));
+}
+
+TEST_F(Install, ClosesTheScratchDirectoryWhateverTheUmaskAndLeavesTheDatabase)
+{
+    fs::create_directories(scratchDirectory);
+    ASSERT_EQ(0, chmod(scratchDirectory.c_str(), 0777));
+    writeFile(databasePath, "tasks");
+    const mode_t before = umask(077);
+    install();
+    umask(before);
+    EXPECT_EQ("OrvMacDatabase.db 644\ntmp/ 700\n", listing(productDirectory + "var"));
+    EXPECT_EQ("tasks", readFile(databasePath));
+    struct stat var { };
+    ASSERT_EQ(0, stat((productDirectory + "var").c_str(), &var));
+    EXPECT_EQ(0755U, var.st_mode & 07777U);
+}
+
+TEST_F(Install, GivesAProgramThatRuns)
+{
+    install();
+    execSql(createTaskTable);
+    execSql(
+        "insert into TaskTable(description,crontime,userId) values('Scan','7 * * * *'," + std::to_string(anna) + ")");
+    setCrontab("anna", "0 4 * * * /bin/own\n");
+    EXPECT_EQ("", run({prefix + "/sbin/OrvCronCleaner", "rebuild"}));
+    EXPECT_EQ("0 4 * * * /bin/own\n7 * * * * " + taskManager + " 1 >> /dev/null 2>&1\n", crontabOf("anna"));
+}
+
+/// A project of its own that uses the libraries: examples/.
+class Consumer : public Install {
+protected:
+    const std::string build = testDirectory + "build";
+
+    /// Built strictly, so that a warning from a header shows.
+    void buildExamples(const std::string& where, const std::string& flags)
+    {
+        run({ORV_CMAKE, "-S", ORV_EXAMPLES, "-B", build, "-G", ORV_GENERATOR, "-DCMAKE_CXX_COMPILER=" ORV_COMPILER,
+            "-DCMAKE_CXX_FLAGS=-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror " + flags, where});
+        run({ORV_CMAKE, "--build", build});
+    }
+
+    /// The two programs, where they were built, do something that takes all of the libraries.
+    void expectThatTheExamplesWork()
+    {
+        fs::create_directories(scratchDirectory);
+        EXPECT_EQ("1\n", run({build + "/schedule_task", "create", "--user", "anna", "--schedule", "7 * * * *", "a=b"}));
+        EXPECT_NE(std::string::npos,
+            run({build + "/crontab_preview"}).find("     1  Scan Task ")); // and the time at which it was made
+        EXPECT_EQ((std::vector<std::string>{"1"}),
+            queryRows("select cast(parameter as text) like '%<key>a</key>%' from TaskTable"));
+    }
+};
+
+TEST_F(Consumer, FindsThePackageWhereItIsInstalled)
+{
+    install();
+    const std::string sanitize = ORV_SANITIZE;
+    buildExamples("-DCMAKE_PREFIX_PATH=" + prefix, sanitize.empty() ? "" : "-fsanitize=" + sanitize);
+    expectThatTheExamplesWork();
+}
+
+TEST_F(Consumer, FindsThePackageWhereTheInstalledTreeWasMoved)
+{
+    install({"DESTDIR=" + stage});
+    run({ORV_CMAKE, "-S", ORV_EXAMPLES, "-B", build, "-G", ORV_GENERATOR, "-DCMAKE_CXX_COMPILER=" ORV_COMPILER,
+        "-DCMAKE_PREFIX_PATH=" + stage + prefix});
+    EXPECT_NE(std::string::npos,
+        readFile(build + "/CMakeCache.txt").find("OrvScheduling_DIR:PATH=" + stage + prefix + "/" + ORV_LIBDIR));
+}
+
+TEST_F(Consumer, BuildsThePackageAlongAndThenInstallsNothingOfIt)
+{
+    buildExamples("-DORV_SCHEDULING_SOURCE=" ORV_SOURCE_DIR, "");
+    expectThatTheExamplesWork();
+    EXPECT_FALSE(fs::exists(build + "/OrvScheduling/tests"));
+    EXPECT_FALSE(fs::exists(build + "/OrvScheduling/CPackConfig.cmake"));
+    run({ORV_CMAKE, "--install", build, "--prefix", prefix}, {"DESTDIR=" + stage});
+    EXPECT_FALSE(fs::exists(stage));
+    EXPECT_FALSE(fs::exists(prefix));
+    run({ORV_CMAKE, "-DORV_INSTALL=ON", build});
+    run({ORV_CMAKE, "--build", build});
+    run({ORV_CMAKE, "--install", build, "--prefix", prefix}, {"DESTDIR=" + stage});
+    EXPECT_TRUE(fs::exists(stage + prefix + "/sbin/OrvCronCleaner"));
+    EXPECT_TRUE(fs::exists(stage + scratchDirectory));
+}
+
+TEST_F(Consumer, IsRefusedAnotherMajorVersion)
+{
+    install();
+    const std::string project = testDirectory + "project";
+    fs::create_directories(project);
+    writeFile(project + "/CMakeLists.txt",
+        "cmake_minimum_required(VERSION 3.25)\nproject(P LANGUAGES CXX)\nfind_package(OrvScheduling 2.0 REQUIRED)\n");
+    const ProgramEnd end
+        = runProgram({ORV_CMAKE, "-S", project, "-B", build, "-G", ORV_GENERATOR, "-DCMAKE_PREFIX_PATH=" + prefix});
+    EXPECT_NE(0, end.status);
+    EXPECT_NE(std::string::npos, end.errors.find("version: 1.0.0")) << end.errors;
+}
+
+} // namespace

@@ -1,0 +1,237 @@
+#include "Process.h"
+#include "WorldTest.h"
+
+#include <ctime>
+#include <sstream>
+#include <sys/stat.h>
+
+using namespace support;
+
+namespace {
+
+class ScheduleTask : public WorldTest {
+protected:
+    static ProgramEnd run(const std::vector<std::string>& arguments)
+    {
+        std::vector<std::string> command = {ORV_SCHEDULE_TASK};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        return runProgram(command);
+    }
+
+    /// What the program prints when nothing is wrong.
+    static std::string output(const std::vector<std::string>& arguments)
+    {
+        const ProgramEnd end = run(arguments);
+        EXPECT_EQ(0, end.status) << end.errors;
+        EXPECT_EQ("", end.errors);
+        return end.output;
+    }
+
+    static void clean() { runProgram({ORV_CRON_CLEANER}); }
+    static void rebuild() { runProgram({ORV_CRON_CLEANER, "rebuild"}); }
+
+    static std::string line(const std::string& schedule, int id)
+    {
+        return schedule + " " + taskManager + " " + std::to_string(id) + " >> /dev/null 2>&1\n";
+    }
+
+    static std::string today()
+    {
+        char text[16];
+        const time_t now = time(nullptr);
+        strftime(text, sizeof text, "%Y-%m-%d", localtime(&now));
+        return text;
+    }
+};
+
+struct Mistake {
+    std::vector<std::string> arguments;
+    std::string message;
+    int status;
+};
+
+std::ostream& operator<<(std::ostream& out, const Mistake& mistake)
+{
+    return out << mistake.message;
+}
+
+TEST_F(ScheduleTask, CreatesATaskWithWhatIsGiven)
+{
+    EXPECT_EQ("1\n",
+        output({"create", "--type", "2", "--schedule", "30 3 * * 1", "--user", "anna", "--description",
+            "it's \"weekly\"", "path=/home/anna"}));
+    EXPECT_EQ((std::vector<std::string>{"1|it's \"weekly\"|2|30 3 * * 1|1|0|501|0"}),
+        queryRows("select id,description,type,crontime,status,count,userId,recType from TaskTable"));
+    const std::string parameter = queryRows("select parameter from TaskTable").at(0);
+    EXPECT_NE(std::string::npos, parameter.find("<key>path</key>")) << parameter;
+    EXPECT_NE(std::string::npos, parameter.find("<string>/home/anna</string>")) << parameter;
+}
+
+TEST_F(ScheduleTask, CreatesAnHourlyScanOfTheCallersFromNothing)
+{
+    EXPECT_EQ("1\n", output({"create"}));
+    EXPECT_EQ((std::vector<std::string>{"1|0|NULL|1"}),
+        queryRows("select type,userId,parameter,description like 'Scan Task %' and crontime like '% * * * *' from "
+                  "TaskTable"));
+}
+
+TEST_F(ScheduleTask, CreatesATaskOfAUserWithoutAccount)
+{
+    output({"create", "--user", "777", "--schedule", "@daily"});
+    EXPECT_EQ((std::vector<std::string>{"777|@daily"}), queryRows("select userId,crontime from TaskTable"));
+}
+
+TEST_F(ScheduleTask, NamesANewTaskAfterItsType)
+{
+    output({"create", "--type", "6"});
+    EXPECT_EQ((std::vector<std::string>{"1"}), queryRows("select description like 'Quick ODS Task %' from TaskTable"));
+}
+
+TEST_F(ScheduleTask, StartsATaskAtOnceWhenAsked)
+{
+    writeFile(taskManager,
+        "#!/bin/sh\necho \"$*\" >" + testDirectory + "started.part\nmv " + testDirectory + "started.part "
+            + testDirectory + "started\n");
+    ASSERT_EQ(0, chmod(taskManager.c_str(), 0755));
+    output({"create"});
+    EXPECT_EQ("2\n", output({"create", "--run-now"}));
+    struct stat started { };
+    for (int tenths = 0; stat((testDirectory + "started").c_str(), &started) != 0 && tenths < 100; ++tenths) {
+        const timespec tenth = {0, 100000000};
+        nanosleep(&tenth, nullptr); // it runs in the background
+    }
+    EXPECT_EQ("2\n", readFile(testDirectory + "started"));
+}
+
+TEST_F(ScheduleTask, ListsTheTasksOfAllOrOfOneUser)
+{
+    output({"create", "--user", "anna", "--schedule", "30 3 * * 1", "--description", "Weekly"});
+    output({"create", "--user", "ben", "--schedule", "0,30 8-18 1-15 1-6 1-5", "--type", "5", "--description",
+        "A description that is too long"});
+    addAccount("dora", nobodysUid);
+    output({"create", "--user", "dora", "--schedule", "0 0 * * *", "--description", "Gone"});
+    removeAccount("dora");
+    const std::string head = "  ID USER      TYPE STATUS  RUNS LAST RUN          SCHEDULE      DESCRIPTION\n";
+    const std::string weekly = "   1 anna         1      1     0 never             30 3 * * 1    Weekly\n";
+    EXPECT_EQ(head + weekly
+            + "   2 ben          5      1     0 never             0,30 8-18 1-15 1-6 1-5 A description t\n"
+            + "   3 777          1      1     0 never             0 0 * * *     Gone\n",
+        output({"list"}));
+    EXPECT_EQ(head + weekly, output({"list", "--user", "anna"}));
+    EXPECT_EQ(head, output({"list", "--user", "carla"}));
+}
+
+TEST_F(ScheduleTask, ListsNothingFromAnEmptyTable)
+{
+    EXPECT_EQ("  ID USER      TYPE STATUS  RUNS LAST RUN          SCHEDULE      DESCRIPTION\n", output({"list"}));
+}
+
+TEST_F(ScheduleTask, ModifiesWhatIsNamedAndNothingElse)
+{
+    output({"create", "--user", "anna", "--schedule", "1 2 3 4 5", "--description", "One", "a=b"});
+    const std::string all
+        = "select description,type,crontime,status,count,userId,parameter,result,created from TaskTable";
+    const std::string before = queryRows(all).at(0);
+    EXPECT_EQ("", output({"modify", "1"}));
+    EXPECT_EQ(before, queryRows(all).at(0));
+    output({"modify", "1", "--status", "7", "--user", "ben", "--type", "4"});
+    EXPECT_EQ((std::vector<std::string>{"One|4|1 2 3 4 5|7|502|1"}),
+        queryRows("select description,type,crontime,status,userId,cast(parameter as text) like '%<key>a</key>%' from "
+                  "TaskTable"));
+    output({"modify", "1", "--description", "Two", "--schedule", "0 0 1 1 *", "c=d"});
+    EXPECT_EQ((std::vector<std::string>{"Two|0 0 1 1 *|7|0|1"}),
+        queryRows("select description,crontime,status,cast(parameter as text) like '%<key>a</key>%',cast(parameter as "
+                  "text) like '%<key>c</key>%'"
+                  " from TaskTable"));
+}
+
+TEST_F(ScheduleTask, RecordsARun)
+{
+    output({"create", "--user", "anna", "a=b"});
+    execSql("update TaskTable set lastRun='0,0,0,1,0,100,6,0,0,'");
+    EXPECT_EQ("", output({"record", "1", "found=3", "state=done"}));
+    EXPECT_EQ("", output({"record", "1", "--status", "2", "found=4"}));
+    EXPECT_EQ((std::vector<std::string>{"2|2|1|1|0|1"}),
+        queryRows("select count,status,cast(result as text) like '%<key>found</key>%',cast(result as text) like "
+                  "'%<string>4</string>%',"
+                  "cast(result as text) like '%state%',cast(parameter as text) like '%<key>a</key>%' from TaskTable"));
+    const std::string list = output({"list"});
+    EXPECT_NE(std::string::npos, list.find("   2 " + today())) << list;
+}
+
+TEST_F(ScheduleTask, PutsTasksIntoEffectTogetherWithTheTool)
+{
+    setCrontab("anna", "0 4 * * * /bin/own\n");
+    output({"create", "--user", "anna", "--schedule", "7 * * * *"});
+    output({"create", "--user", "anna", "--schedule", "8 * * * *"});
+    output({"create", "--user", "anna", "--schedule", "9 * * * *", "--type", "3"});
+    output({"modify", "2", "--status", "6"});
+    EXPECT_EQ("0 4 * * * /bin/own\n", crontabOf("anna"));
+    rebuild();
+    EXPECT_EQ("0 4 * * * /bin/own\n" + line("7 * * * *", 1), crontabOf("anna"));
+    output({"modify", "1", "--schedule", "30 3 * * 1"});
+    output({"modify", "2", "--status", "5"});
+    clean();
+    rebuild();
+    EXPECT_EQ("0 4 * * * /bin/own\n" + line("30 3 * * 1", 1) + line("8 * * * *", 2), crontabOf("anna"));
+    EXPECT_EQ("", output({"delete", "1"}));
+    EXPECT_EQ("0 4 * * * /bin/own\n" + line("8 * * * *", 2), crontabOf("anna"));
+    EXPECT_EQ((std::vector<std::string>{"2", "3"}), queryRows("select id from TaskTable order by id"));
+}
+
+TEST_F(ScheduleTask, ExplainsItselfIn80Columns)
+{
+    const std::string help = output({"--help"});
+    std::istringstream lines(help);
+    for (std::string text; std::getline(lines, text);)
+        EXPECT_LE(text.size(), 80U) << text;
+    for (const char* word : {"create", "list", "modify", "record", "delete", "--type", "--schedule", "--user",
+             "--description", "--status", "--run-now", "KEY=VALUE"})
+        EXPECT_NE(std::string::npos, help.find(word)) << word;
+}
+
+TEST_F(ScheduleTask, SaysWhenTheDatabaseCannotBeOpened)
+{
+    execSql("create table Other(id)");
+    writeFile(databasePath, "this is no database");
+    const ProgramEnd end = run({"list"});
+    EXPECT_EQ(1, end.status);
+    EXPECT_EQ("", end.output);
+    EXPECT_EQ("schedule_task: Database: table cannot be created\n", end.errors);
+}
+
+class ScheduleTaskMistakes : public ScheduleTask, public testing::WithParamInterface<Mistake> { };
+
+TEST_P(ScheduleTaskMistakes, AreExplainedAndChangeNothing)
+{
+    output({"create", "--user", "anna", "--description", "There already"});
+    const std::vector<std::string> before = queryRows("select * from TaskTable");
+    const ProgramEnd end = run(GetParam().arguments);
+    EXPECT_EQ(GetParam().status, end.status);
+    EXPECT_EQ("", end.output);
+    EXPECT_EQ("schedule_task: " + GetParam().message + "\n", end.errors.substr(end.errors.find("schedule_task: ")));
+    EXPECT_EQ(before, queryRows("select * from TaskTable"));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, ScheduleTaskMistakes,
+    testing::Values(Mistake{{}, "a command is missing", 2}, Mistake{{"crate"}, "there is no command crate", 2},
+        Mistake{{"list", "--status", "3"}, "list does not take all of these options", 2},
+        Mistake{{"delete"}, "delete takes one task's id", 2},
+        Mistake{{"delete", "1", "2"}, "delete takes one task's id", 2},
+        Mistake{{"list", "1"}, "list takes no argument", 2}, Mistake{{"delete", "one"}, "'one' is not a number", 2},
+        Mistake{{"delete", "1x"}, "'1x' is not a number", 2}, Mistake{{"delete", ""}, "'' is not a number", 2},
+        Mistake{{"delete", "4294967297"}, "'4294967297' is not a number", 2},
+        Mistake{{"delete", "2"}, "Database: taskId not found", 1},
+        Mistake{{"modify", "2", "--status", "1"}, "Database: taskId not found", 1},
+        Mistake{{"record", "2"}, "Database: taskId not found", 1},
+        Mistake{{"create", "--user", "dora"}, "there is no account dora", 2},
+        Mistake{{"create", "--schedule", "7 * * *"}, "'7 * * *' is no schedule", 2},
+        Mistake{{"create", "--schedule", "7 * * * * *"}, "'7 * * * * *' is no schedule", 2},
+        Mistake{{"create", "--schedule", "7 * * * \""}, "'7 * * * \"' is no schedule", 2},
+        Mistake{{"create", "--schedule", "7 * * * *\n0 0 * * *"}, "'7 * * * *\n0 0 * * *' is no schedule", 2},
+        Mistake{{"create", "word"}, "'word' is not KEY=VALUE", 2},
+        Mistake{{"create", "key=\xff"}, "'\xff' is not UTF-8", 2},
+        Mistake{{"create", "--type"}, "option '--type' requires an argument", 2},
+        Mistake{{"create", "--colour", "red"}, "unrecognized option '--colour'", 2}));
+
+} // namespace
