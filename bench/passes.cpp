@@ -46,8 +46,27 @@ enum Pass { clean, rebuild };
 const char* const passNames[] = {"clean", "rebuild"};
 
 constexpr int slowRounds = 5;
+const std::string textFile = support::testDirectory + "text";
 constexpr std::size_t program = 0; // the places of the two in the list of contenders
 constexpr std::size_t floorProgram = 1;
+
+double secondsOf(const std::function<void()>& work)
+{
+    const auto start = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+void runCommand(const std::string& command)
+{
+    FILE* const pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr)
+        throw std::runtime_error("popen failed for " + command);
+    char block[BUFSIZ];
+    while (std::fread(block, 1, sizeof block, pipe) > 0) { }
+    if (pclose(pipe) != 0)
+        throw std::runtime_error(command + " failed");
+}
 
 std::vector<Contender> contendersOf(const Options& options)
 {
@@ -122,6 +141,20 @@ void requireAgreement(const Options& options)
 
 // --- Timing ----------------------------------------------------------------------------------------------------------
 
+// The commands of a pass and nothing else: what neither the program nor the floor can do without.
+double millisecondsOfCommands(Pass pass, const LoadedWorld& world)
+{
+    pass == clean ? world.restoreRebuilt() : world.restoreCleaned();
+    const Outcome& goal = pass == clean ? world.cleaned() : world.rebuilt();
+    if (!goal.crontabs.empty())
+        support::writeFile(textFile, goal.crontabs.begin()->second);
+    return 1e3 * secondsOf([&] {
+        for (const auto& crontab : goal.crontabs)
+            for (const auto& rest : {std::string(" -l"), " " + textFile})
+                runCommand("/usr/bin/crontab -u " + crontab.first + rest);
+    });
+}
+
 struct Times {
     std::vector<double> milliseconds; ///< of each round; of a slow contender, of the first rounds only
     std::vector<double> processor;
@@ -155,21 +188,34 @@ Run checkedRun(const Contender& contender, Pass pass, const LoadedWorld& world)
     return run;
 }
 
-std::vector<Times> measure(const std::vector<Contender>& contenders, Pass pass, const LoadedWorld& world, int rounds)
+// What was measured of one pass with one load.
+struct Measured {
+    std::vector<Times> times; ///< of each contender
+    std::vector<double> commands; ///< milliseconds of the commands alone
+};
+
+void measureRound(
+    const std::vector<Contender>& contenders, Pass pass, const LoadedWorld& world, int round, Measured& to)
 {
-    std::vector<Times> times(contenders.size());
-    for (int round = -1; round < rounds; ++round) // the first is for the caches, and does not count
-        for (const std::size_t i : orderOfRound(round + 1, contenders.size())) {
-            if (contenders[i].slow && round >= slowRounds)
-                continue;
-            const Run run = checkedRun(contenders[i], pass, world);
-            if (round < 0)
-                continue;
-            times[i].milliseconds.push_back(run.milliseconds);
-            times[i].processor.push_back(run.processor);
-            times[i].peakKiB = std::max(times[i].peakKiB, run.peakKiB);
-        }
-    return times;
+    for (const std::size_t i : orderOfRound(round, contenders.size())) {
+        if (contenders[i].slow && round >= slowRounds)
+            continue;
+        const Run run = checkedRun(contenders[i], pass, world);
+        to.times[i].milliseconds.push_back(run.milliseconds);
+        to.times[i].processor.push_back(run.processor);
+        to.times[i].peakKiB = std::max(to.times[i].peakKiB, run.peakKiB);
+    }
+    to.commands.push_back(millisecondsOfCommands(pass, world));
+}
+
+Measured measure(const std::vector<Contender>& contenders, Pass pass, const LoadedWorld& world, int rounds)
+{
+    Measured measured{std::vector<Times>(contenders.size()), {}};
+    Measured forTheCaches = measured;
+    measureRound(contenders, pass, world, 0, forTheCaches);
+    for (int round = 0; round < rounds; ++round)
+        measureRound(contenders, pass, world, round, measured);
+    return measured;
 }
 
 // --- Tables ----------------------------------------------------------------------------------------------------------
@@ -181,23 +227,25 @@ double mebibytes(long kibibytes)
 
 void printHead(const std::vector<Contender>& contenders)
 {
-    printf("\n| pass | users | tasks each | own lines each | program ms | floor ms | program / floor | quartiles |"
+    printf("\n| pass | users | tasks each | own lines each | commands ms | program ms | floor ms | program / floor | "
+           "quartiles |"
            " processor time, program / floor | peak program, floor MiB |");
     for (std::size_t i = 2; i < contenders.size(); ++i)
         printf(" %s ms | %s / program |", contenders[i].name.c_str(), contenders[i].name.c_str());
     printf("\n| --- |");
-    for (std::size_t column = 0; column < 9 + 2 * (contenders.size() - 2); ++column)
+    for (std::size_t column = 0; column < 10 + 2 * (contenders.size() - 2); ++column)
         printf(" ---: |");
     printf("\n");
 }
 
-void printRow(Pass pass, const Load& load, const std::vector<Times>& times)
+void printRow(Pass pass, const Load& load, const Measured& measured)
 {
+    const auto& times = measured.times;
     const auto& ours = times[program].milliseconds;
     const auto pairs = ratios(ours, times[floorProgram].milliseconds);
-    printf("| %s | %d | %d | %d | %.2f | %.2f | %.3f | %.3f-%.3f | %.3f | %.2f, %.2f |", passNames[pass], load.users,
-        load.tasksOfEach, load.linesOfEach, median(ours), median(times[floorProgram].milliseconds), median(pairs),
-        quantile(pairs, 0.25), quantile(pairs, 0.75),
+    printf("| %s | %d | %d | %d | %.2f | %.2f | %.2f | %.3f | %.3f-%.3f | %.3f | %.2f, %.2f |", passNames[pass],
+        load.users, load.tasksOfEach, load.linesOfEach, median(measured.commands), median(ours),
+        median(times[floorProgram].milliseconds), median(pairs), quantile(pairs, 0.25), quantile(pairs, 0.75),
         median(ratios(times[program].processor, times[floorProgram].processor)), mebibytes(times[program].peakKiB),
         mebibytes(times[floorProgram].peakKiB));
     for (std::size_t i = 2; i < times.size(); ++i)
@@ -214,15 +262,15 @@ struct Axis {
 };
 
 // What one more of the counted costs, between each two neighbours on the axis.
-void printGrowth(const Axis& axis, const std::vector<Contender>& contenders,
-    const std::vector<std::vector<Times>>& timesOfLoads, Pass pass)
+void printGrowth(
+    const Axis& axis, const std::vector<Contender>& contenders, const std::vector<Measured>& ofLoads, Pass pass)
 {
     for (std::size_t i = 0; i < contenders.size(); ++i) {
         printf("| %s | us per %s |", passNames[pass], axis.counted);
         printf(" %s |", contenders[i].name.c_str());
         for (std::size_t load = 1; load < axis.loads.size(); ++load) {
             const double more
-                = median(timesOfLoads[load][i].milliseconds) - median(timesOfLoads[load - 1][i].milliseconds);
+                = median(ofLoads[load].times[i].milliseconds) - median(ofLoads[load - 1].times[i].milliseconds);
             const int counted = axis.count(axis.loads[load]) - axis.count(axis.loads[load - 1]);
             printf(" %.2f |", more * 1e3 / counted);
         }
@@ -243,30 +291,23 @@ void printGrowthHead(const Axis& axis)
 
 void measureAxis(const Axis& axis, const std::vector<Contender>& contenders, int rounds)
 {
-    std::vector<std::vector<Times>> times[2];
+    std::vector<Measured> measured[2];
     printHead(contenders);
     for (const Load& load : axis.loads) {
         const LoadedWorld world(load);
         for (const Pass pass : {clean, rebuild}) {
-            times[pass].push_back(measure(contenders, pass, world, rounds));
-            printRow(pass, load, times[pass].back());
+            measured[pass].push_back(measure(contenders, pass, world, rounds));
+            printRow(pass, load, measured[pass].back());
         }
     }
     if (axis.loads.size() < 2)
         return;
     printGrowthHead(axis);
     for (const Pass pass : {clean, rebuild})
-        printGrowth(axis, contenders, times[pass], pass);
+        printGrowth(axis, contenders, measured[pass], pass);
 }
 
 // --- What a line costs -----------------------------------------------------------------------------------------------
-
-double secondsOf(const std::function<void()>& work)
-{
-    const auto start = std::chrono::steady_clock::now();
-    work();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
 
 void dropInFiles(const std::string& from, const std::string& to)
 {
@@ -288,18 +329,17 @@ struct LineCosts {
 
 LineCosts costsOf(int lines, int rounds)
 {
-    const std::string text = support::testDirectory + "text";
     const std::string filtered = support::testDirectory + "filtered";
-    support::writeFile(text, ownLines(lines));
+    support::writeFile(textFile, ownLines(lines));
     support::setCrontab("anna", ownLines(lines));
     LineCosts costs;
     for (int round = 0; round < rounds; ++round) {
         costs.list.push_back(timedRun({"/usr/bin/crontab", "-u", "anna", "-l"}).milliseconds * 1e3);
-        costs.install.push_back(timedRun({"/usr/bin/crontab", "-u", "anna", text}).milliseconds * 1e3);
-        costs.drop.push_back(secondsOf([&] { dropInFiles(text, filtered); }) * 1e6);
+        costs.install.push_back(timedRun({"/usr/bin/crontab", "-u", "anna", textFile}).milliseconds * 1e3);
+        costs.drop.push_back(secondsOf([&] { dropInFiles(textFile, filtered); }) * 1e6);
         costs.write.push_back(secondsOf([&] { writeTaskLines(filtered, lines); }) * 1e6);
     }
-    if (support::readFile(text) != ownLines(lines))
+    if (support::readFile(textFile) != ownLines(lines))
         throw std::runtime_error("the text of the line costs has changed");
     return costs;
 }
