@@ -616,7 +616,7 @@ TEST(PropertyListWriting, SortsKeysByTheirUnitsWhateverTheirOrder)
 TEST(PropertyListWriting, WritesDataOfEveryLengthAtEveryDepthReadably)
 {
     for (size_t depth = 0; depth < 14; ++depth)
-        for (const size_t length : {0, 1, 2, 3, 8, 9, 10, 27, 44, 45, 56, 57, 58, 1000, 100001}) {
+        for (const size_t length : std::vector<size_t>{0, 1, 2, 3, 8, 9, 10, 27, 44, 45, 56, 57, 58, 1000, 100001}) {
             OwnedObject list(newData(sequence(length)).release());
             for (size_t i = 0; i < depth; ++i)
                 list = arrayOf(list.get());

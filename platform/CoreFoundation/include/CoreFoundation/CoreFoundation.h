@@ -150,14 +150,14 @@ Boolean CFStringGetCString(CFStringRef string, char* text, CFIndex capacity, CFS
 #ifdef __cplusplus
 #define CFSTR(literal)                                                                                                 \
     ([]() noexcept -> CFStringRef {                                                                                    \
-        static struct OrvCFConstantString constant;                                                                    \
-        return OrvCFMakeConstantString(&constant, u"" literal, (CFIndex)(sizeof(u"" literal) / sizeof(char16_t) - 1)); \
+        static struct OrvCFConstantString orvPlace;                                                                    \
+        return OrvCFMakeConstantString(&orvPlace, u"" literal, (CFIndex)(sizeof(u"" literal) / sizeof(char16_t) - 1)); \
     }())
 #else
 #define CFSTR(literal)                                                                                                 \
     __extension__({                                                                                                    \
-        static struct OrvCFConstantString constant;                                                                    \
-        OrvCFMakeConstantString(&constant, u"" literal, (CFIndex)(sizeof(u"" literal) / sizeof(char16_t) - 1));        \
+        static struct OrvCFConstantString orvPlace;                                                                    \
+        OrvCFMakeConstantString(&orvPlace, u"" literal, (CFIndex)(sizeof(u"" literal) / sizeof(char16_t) - 1));        \
     })
 #endif
 
@@ -376,27 +376,33 @@ enum {
 // Limits. What goes beyond them is refused: NULL, with an error.
 // - A list is at most 1000 containers deep. One that contains itself is thus refused, too.
 // - What is read has at most 2^31 - 1 bytes; what is written has at most 2^30 in XML, counted generously.
-// - In a binary list an object may be used in several places. It counts once for each; the list may then come to no more
+// - In a binary list an object may be used in several places. It counts once for each; the list may then come to no
+// more
 //   than its length and 2^20 objects, 64 times its length and 2^24 bytes of strings and data; and the containers around
 //   each object may add up to 64 times its length and 2^26.
 // - Strings with U+0000 or an unpaired surrogate are neither read nor written.
 // - Dates are written from the year 1000 to 9999.
 //
 // Where reading differs from the framework, because libplist reads:
-// - Refused, although the framework takes it: bytes after a list; byte-order marks; UTF-16, whatever the XML declaration
+// - Refused, although the framework takes it: bytes after a list; byte-order marks; UTF-16, whatever the XML
+// declaration
 //   says; old-style text lists; <key/> for an empty key.
-// - Taken, although the framework refuses it: malformed numbers, which are worth what they start with, and malformed dates,
+// - Taken, although the framework refuses it: malformed numbers, which are worth what they start with, and malformed
+// dates,
 //   which give some date.
 // Further, not compared with the framework:
-// - Refused: a comment or CDATA section within <data> or <date>; a character reference to a surrogate; in a binary list an
-//   integer of 16 bytes that is negative or 2^64 and above, a string marked as ASCII that is not, an empty UTF-16 string,
-//   and a set.
-// - Taken: an XML list without its last </plist>, or with anything after a top container that is not empty; objects after a
-//   top container that is empty, as if they were in it; a last key without a value, which is dropped; an "&" at the end of a
-//   text; letters between the name of an entity and the semicolon.
+// - Refused: a comment or CDATA section within <data> or <date>; a character reference to a surrogate; in a binary list
+// an
+//   integer of 16 bytes that is negative or 2^64 and above, a string marked as ASCII that is not, an empty UTF-16
+//   string, and a set.
+// - Taken: an XML list without its last </plist>, or with anything after a top container that is not empty; objects
+// after a
+//   top container that is empty, as if they were in it; a last key without a value, which is dropped; an "&" at the end
+//   of a text; letters between the name of an entity and the semicolon.
 //
-// A dictionary in XML with the only key CF$UID and an integer from 0 to 2^32 - 1 stands for a keyed archiver's UID. It is read
-// as an object of a type of its own, as a UID in a binary list is. That can be written, but neither copied nor validated.
+// A dictionary in XML with the only key CF$UID and an integer from 0 to 2^32 - 1 stands for a keyed archiver's UID. It
+// is read as an object of a type of its own, as a UID in a binary list is. That can be written, but neither copied nor
+// validated.
 //
 // If memory runs out inside libplist 2.2.0, the process usually ends, for libplist uses most allocations unchecked
 // (with each one failing in turn, a small list cost the process its life in half of the cases); it can also hang.

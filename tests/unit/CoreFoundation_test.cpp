@@ -1,0 +1,843 @@
+#include <CoreFoundation/CoreFoundation.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <memory>
+#include <string>
+#include <thread>
+#include <type_traits>
+#include <vector>
+
+namespace {
+
+using namespace std::string_literals;
+
+struct Releaser {
+    void operator()(CFTypeRef object) const { CFRelease(object); }
+};
+template <class Reference> using Owned = std::unique_ptr<std::remove_pointer_t<Reference>, Releaser>;
+
+constexpr CFRange all(CFIndex count)
+{
+    return {0, count};
+}
+
+Owned<CFStringRef> newString(const std::u16string& units)
+{
+    const std::vector<UniChar> copy(units.begin(), units.end());
+    return Owned<CFStringRef>(CFStringCreateWithCharacters(nullptr, copy.data(), static_cast<CFIndex>(copy.size())));
+}
+
+Owned<CFStringRef> fromUtf8(const char* text)
+{
+    return Owned<CFStringRef>(CFStringCreateWithCString(nullptr, text, kCFStringEncodingUTF8));
+}
+
+Owned<CFStringRef> fromBytes(const std::string& bytes, CFStringEncoding encoding, bool isExternal = false)
+{
+    return Owned<CFStringRef>(CFStringCreateWithBytes(nullptr, reinterpret_cast<const UInt8*>(bytes.data()),
+        static_cast<CFIndex>(bytes.size()), encoding, isExternal));
+}
+
+std::u16string unitsOf(CFStringRef string)
+{
+    std::vector<UniChar> units(static_cast<size_t>(CFStringGetLength(string)));
+    CFStringGetCharacters(string, all(CFStringGetLength(string)), units.data());
+    return {units.begin(), units.end()};
+}
+
+/// The string in `encoding`, or "(refused)".
+std::string cString(CFStringRef string, CFStringEncoding encoding = kCFStringEncodingUTF8, CFIndex capacity = 100)
+{
+    std::vector<char> text(100, '#');
+    return CFStringGetCString(string, text.data(), capacity, encoding) ? text.data() : "(refused)";
+}
+
+template <class T> Owned<CFNumberRef> newNumber(CFNumberType type, T value)
+{
+    return Owned<CFNumberRef>(CFNumberCreate(nullptr, type, &value));
+}
+
+Owned<CFNumberRef> newInteger(SInt64 value)
+{
+    return newNumber(kCFNumberSInt64Type, value);
+}
+Owned<CFNumberRef> newReal(double value)
+{
+    return newNumber(kCFNumberFloat64Type, value);
+}
+
+Owned<CFMutableArrayRef> newArray(const std::vector<CFTypeRef>& values = {})
+{
+    Owned<CFMutableArrayRef> array(CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks));
+    for (const CFTypeRef value : values)
+        CFArrayAppendValue(array.get(), value);
+    return array;
+}
+
+std::vector<CFTypeRef> valuesOf(CFArrayRef array)
+{
+    std::vector<CFTypeRef> values(static_cast<size_t>(CFArrayGetCount(array)));
+    CFArrayGetValues(array, all(CFArrayGetCount(array)), values.data());
+    return values;
+}
+
+Owned<CFMutableDictionaryRef> newDictionary()
+{
+    return Owned<CFMutableDictionaryRef>(
+        CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
+}
+
+// --- Every object ----------------------------------------------------------------------------------------------------
+
+TEST(CFObject, StartsWithOneOwnerAndCountsTheOthers)
+{
+    const auto number = newInteger(1);
+    EXPECT_EQ(1, CFGetRetainCount(number.get()));
+    EXPECT_EQ(number.get(), CFRetain(number.get()));
+    EXPECT_EQ(2, CFGetRetainCount(number.get()));
+    CFRelease(number.get());
+    EXPECT_EQ(1, CFGetRetainCount(number.get()));
+}
+
+TEST(CFObject, HasTheTypeOfItsClass)
+{
+    const UInt8 byte = 0;
+    EXPECT_EQ(CFStringGetTypeID(), CFGetTypeID(newString(u"s").get()));
+    EXPECT_EQ(CFStringGetTypeID(), CFGetTypeID(CFSTR("s")));
+    EXPECT_EQ(CFNumberGetTypeID(), CFGetTypeID(newInteger(1).get()));
+    EXPECT_EQ(CFBooleanGetTypeID(), CFGetTypeID(kCFBooleanTrue));
+    EXPECT_EQ(CFDateGetTypeID(), CFGetTypeID(Owned<CFDateRef>(CFDateCreate(nullptr, 0)).get()));
+    EXPECT_EQ(CFDataGetTypeID(), CFGetTypeID(Owned<CFDataRef>(CFDataCreate(nullptr, &byte, 1)).get()));
+    EXPECT_EQ(CFArrayGetTypeID(), CFGetTypeID(newArray().get()));
+    EXPECT_EQ(CFDictionaryGetTypeID(), CFGetTypeID(newDictionary().get()));
+}
+
+TEST(CFObject, IsNeverEqualToOneOfAnotherType)
+{
+    const auto date = Owned<CFDateRef>(CFDateCreate(nullptr, 1));
+    const auto array = newArray();
+    const auto dictionary = newDictionary();
+    const std::vector<CFTypeRef> objects{CFSTR("1"), kCFBooleanTrue, date.get(), array.get(), dictionary.get()};
+    for (const CFTypeRef object : objects) {
+        EXPECT_FALSE(CFEqual(newInteger(1).get(), object));
+        EXPECT_FALSE(CFEqual(object, newInteger(1).get()));
+    }
+}
+
+TEST(CFObject, CountsItsOwnersFromManyThreads)
+{
+    const auto number = newInteger(1);
+    const auto array = newArray({number.get()});
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([&] {
+            for (int round = 0; round < 2000; ++round) {
+                CFRetain(number.get());
+                const Owned<CFArrayRef> copy(CFArrayCreateCopy(nullptr, array.get()));
+                CFRelease(number.get());
+            }
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(2, CFGetRetainCount(number.get()));
+}
+
+TEST(CFObject, IsReleasedFromAnyDepthWithoutDepthOfStack)
+{
+    auto outer = newArray();
+    for (int depth = 0; depth < 1000000; ++depth)
+        outer = newArray({outer.get()});
+    const auto innermost = newInteger(1);
+    auto dictionary = newDictionary();
+    CFDictionarySetValue(dictionary.get(), CFSTR("k"), innermost.get());
+    for (int depth = 0; depth < 100000; ++depth) {
+        auto next = newDictionary();
+        CFDictionarySetValue(next.get(), CFSTR("k"), dictionary.get());
+        dictionary = std::move(next);
+    }
+    outer.reset();
+    dictionary.reset();
+    EXPECT_EQ(1, CFGetRetainCount(innermost.get()));
+}
+
+TEST(CFObjectDeathTest, EndsTheProcessWhenNullIsHandedIn)
+{
+    EXPECT_DEATH(CFRelease(nullptr), "CFRelease was given NULL");
+    EXPECT_DEATH(CFRetain(nullptr), "CFRetain was given NULL");
+    EXPECT_DEATH(CFDataGetLength(nullptr), "CFDataGetLength was given NULL");
+    EXPECT_DEATH(CFEqual(kCFBooleanTrue, nullptr), "CFEqual was given NULL");
+}
+
+TEST(CFObjectDeathTest, EndsTheProcessWhenAnotherTypeOrRangeIsHandedIn)
+{
+    const auto array = newArray({kCFBooleanTrue});
+    const auto* notDictionary = static_cast<CFDictionaryRef>(static_cast<CFTypeRef>(array.get()));
+    EXPECT_DEATH(CFDictionaryCreateMutableCopy(nullptr, 0, notDictionary), "was given an object of another type");
+    EXPECT_DEATH(CFArrayGetValueAtIndex(array.get(), 1), "CFArrayGetValueAtIndex was given a range beyond the end");
+    EXPECT_DEATH(CFArrayGetValueAtIndex(array.get(), -1), "a range beyond the end");
+    EXPECT_DEATH(CFArrayRemoveValueAtIndex(array.get(), 1), "a range beyond the end");
+}
+
+// --- CFString --------------------------------------------------------------------------------------------------------
+
+TEST(CFString, TakesUtf8OfEveryLength)
+{
+    const std::u16string units = u"\u0001a\u007f\u0080\u07ff\u0800\ud7ff\ue000\uffff\U00010000\U0010ffff";
+    const char* utf8
+        = "\x01"
+          "a\x7f\xc2\x80\xdf\xbf\xe0\xa0\x80\xed\x9f\xbf\xee\x80\x80\xef\xbf\xbf\xf0\x90\x80\x80\xf4\x8f\xbf\xbf";
+    EXPECT_EQ(units, unitsOf(fromUtf8(utf8).get()));
+    EXPECT_EQ(utf8, cString(newString(units).get()));
+}
+
+TEST(CFString, RefusesWhatIsNotUtf8)
+{
+    for (const std::string& bad : {"\x80"s, "\xbf"s, "\xc0\x80"s, "\xc1\xbf"s, "\xc3"s, "\xc3("s, "\xe0\x80\x80"s,
+             "\xe0\x9f\xbf"s, "\xe2\x82"s, "\xe2(\xa1"s, "\xed\xa0\x80"s, "\xed\xbf\xbf"s, "\xf0\x80\x80\x80"s,
+             "\xf0\x8f\xbf\xbf"s, "\xf0\x9f\x98"s, "\xf4\x90\x80\x80"s, "\xf5\x80\x80\x80"s, "\xff"s})
+        EXPECT_EQ(nullptr, fromBytes("a" + bad + "b", kCFStringEncodingUTF8)) << testing::PrintToString(bad);
+}
+
+TEST(CFString, TakesAsciiAndNothingBeyond)
+{
+    EXPECT_EQ(u"a\u007f"s, unitsOf(fromBytes("a\x7f", kCFStringEncodingASCII).get()));
+    EXPECT_EQ(nullptr, fromBytes("caf\xc3\xa9", kCFStringEncodingASCII));
+    EXPECT_EQ("abc", cString(CFSTR("abc"), kCFStringEncodingASCII));
+    EXPECT_EQ("(refused)", cString(CFSTR("caf\u00e9"), kCFStringEncodingASCII));
+}
+
+TEST(CFString, RefusesUnknownEncodings)
+{
+    for (const CFStringEncoding encoding : {0U, 0x100U, 0x0500U, 0xffffffffU}) {
+        EXPECT_EQ(nullptr, fromBytes("a", encoding));
+        EXPECT_EQ(nullptr, CFStringCreateWithCString(nullptr, "a", encoding));
+        EXPECT_EQ("(refused)", cString(CFSTR("a"), encoding));
+    }
+}
+
+TEST(CFString, DropsAByteOrderMarkOnlyWhenToldThatItIsOne)
+{
+    EXPECT_EQ(u"a"s,
+        unitsOf(fromBytes("\xef\xbb\xbf"
+                          "a",
+            kCFStringEncodingUTF8, true)
+                    .get()));
+    EXPECT_EQ(u"\ufeff"
+              "a"s,
+        unitsOf(fromBytes("\xef\xbb\xbf"
+                          "a",
+            kCFStringEncodingUTF8, false)
+                    .get()));
+    EXPECT_EQ(u"a"s, unitsOf(fromBytes("a", kCFStringEncodingUTF8, true).get()));
+    EXPECT_EQ(u""s, unitsOf(fromBytes("", kCFStringEncodingUTF8, true).get()));
+}
+
+TEST(CFString, KeepsZeroAndUnpairedSurrogates)
+{
+    for (const std::u16string& units : {u"a\0b"s, u"\xd800"s, u"x\xdc00y"s, u"\xde00\xd83d"s})
+        EXPECT_EQ(units, unitsOf(newString(units).get()));
+    EXPECT_EQ(3, CFStringGetLength(fromBytes("a\0b"s, kCFStringEncodingUTF8).get()));
+}
+
+TEST(CFString, CannotBeHadAsUtf8WithAnUnpairedSurrogate)
+{
+    for (const std::u16string& units : {u"\xd800"s, u"a\xd800"s, u"\xd800z"s, u"\xdc00"s, u"\xd83d\xd83d\xde00"s})
+        EXPECT_EQ("(refused)", cString(newString(units).get()));
+}
+
+TEST(CFString, NeedsRoomForTheZeroByte)
+{
+    char text[4] = "???";
+    EXPECT_FALSE(CFStringGetCString(CFSTR("abc"), text, 3, kCFStringEncodingUTF8));
+    EXPECT_STREQ("", text);
+    EXPECT_TRUE(CFStringGetCString(CFSTR("abc"), text, 4, kCFStringEncodingUTF8));
+    EXPECT_STREQ("abc", text);
+    EXPECT_FALSE(CFStringGetCString(CFSTR(""), text, 0, kCFStringEncodingUTF8));
+    EXPECT_STREQ("abc", text);
+}
+
+TEST(CFString, GivesTheUnitsOfARange)
+{
+    UniChar units[3] = {0, 0, 7};
+    CFStringGetCharacters(CFSTR("abcd"), CFRangeMake(1, 2), units);
+    EXPECT_EQ('b', units[0]);
+    EXPECT_EQ('c', units[1]);
+    EXPECT_EQ(7, units[2]);
+}
+
+TEST(CFString, IsEqualByItsUnits)
+{
+    EXPECT_TRUE(CFEqual(CFSTR("caf\u00e9"), fromUtf8("caf\xc3\xa9").get()));
+    EXPECT_EQ(CFHash(CFSTR("caf\u00e9")), CFHash(fromUtf8("caf\xc3\xa9").get()));
+    EXPECT_FALSE(CFEqual(CFSTR("caf\u00e9"), CFSTR("cafe\u0301")));
+    EXPECT_FALSE(CFEqual(newString(u"a\0b"s).get(), newString(u"a\0c"s).get()));
+    EXPECT_FALSE(CFEqual(CFSTR("a"), CFSTR("ab")));
+}
+
+TEST(CFString, IsItsOwnCopy)
+{
+    const auto string = newString(u"s");
+    const Owned<CFStringRef> copy(CFStringCreateCopy(nullptr, string.get()));
+    EXPECT_EQ(string.get(), copy.get());
+    EXPECT_EQ(2, CFGetRetainCount(string.get()));
+}
+
+CFStringRef constantOfOnePlace()
+{
+    return CFSTR("constant \u00e9");
+}
+
+TEST(CFString, IsTheSameConstantEachTimeAndOutlivesEveryRelease)
+{
+    const CFStringRef constant = constantOfOnePlace();
+    for (int i = 0; i < 3; ++i)
+        CFRelease(constant);
+    EXPECT_EQ(constant, constantOfOnePlace());
+    EXPECT_EQ("constant \xc3\xa9", cString(constantOfOnePlace()));
+    EXPECT_EQ(std::numeric_limits<CFIndex>::max(), CFGetRetainCount(constant));
+}
+
+TEST(CFString, IsMadeOnceByManyThreadsAsAConstant)
+{
+    std::vector<CFStringRef> seen(8);
+    std::vector<std::thread> threads;
+    for (CFStringRef& place : seen)
+        threads.emplace_back([&place] { place = constantOfOnePlace(); });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(std::vector<CFStringRef>(8, constantOfOnePlace()), seen);
+}
+
+// --- CFNumber and CFBoolean ------------------------------------------------------------------------------------------
+
+TEST(CFNumber, IsStoredUnderTheTypeOfItsSize)
+{
+    EXPECT_EQ(kCFNumberSInt8Type, CFNumberGetType(newNumber(kCFNumberCharType, char(1)).get()));
+    EXPECT_EQ(kCFNumberSInt16Type, CFNumberGetType(newNumber(kCFNumberShortType, short(1)).get()));
+    EXPECT_EQ(kCFNumberSInt32Type, CFNumberGetType(newNumber(kCFNumberIntType, 1).get()));
+    EXPECT_EQ(kCFNumberSInt64Type, CFNumberGetType(newNumber(kCFNumberLongType, 1L).get()));
+    EXPECT_EQ(kCFNumberSInt64Type, CFNumberGetType(newNumber(kCFNumberLongLongType, 1LL).get()));
+    EXPECT_EQ(kCFNumberSInt64Type, CFNumberGetType(newNumber(kCFNumberCFIndexType, CFIndex(1)).get()));
+    EXPECT_EQ(kCFNumberFloat32Type, CFNumberGetType(newNumber(kCFNumberFloatType, 1.0f).get()));
+    EXPECT_EQ(kCFNumberFloat64Type, CFNumberGetType(newNumber(kCFNumberDoubleType, 1.0).get()));
+    for (CFNumberType type = kCFNumberSInt8Type; type <= kCFNumberFloat64Type; ++type)
+        EXPECT_EQ(type, CFNumberGetType(newNumber(type, SInt64(0)).get()));
+}
+
+TEST(CFNumber, IsARealByItsTypeNotItsValue)
+{
+    EXPECT_TRUE(CFNumberIsFloatType(newReal(1.0).get()));
+    EXPECT_TRUE(CFNumberIsFloatType(newNumber(kCFNumberFloatType, 1.0f).get()));
+    EXPECT_FALSE(CFNumberIsFloatType(newInteger(1).get()));
+}
+
+TEST(CFNumber, IsNotMadeOfAnUnknownType)
+{
+    for (const CFNumberType type : {-1L, 0L, 15L, 16L, 17L, 100L})
+        EXPECT_EQ(nullptr, newNumber(type, SInt64(1)));
+    SInt64 value = 7;
+    EXPECT_FALSE(CFNumberGetValue(newInteger(1).get(), 17, &value));
+    EXPECT_EQ(7, value);
+}
+
+/// The number as a T, and whether that is exact.
+template <class T> std::pair<T, bool> valueOf(CFNumberRef number, CFNumberType type)
+{
+    T value = 99;
+    const bool exact = CFNumberGetValue(number, type, &value);
+    return {value, exact};
+}
+
+template <class T> std::pair<T, bool> exactly(T value)
+{
+    return {value, true};
+}
+
+template <class T> std::pair<T, bool> nearly(T value)
+{
+    return {value, false};
+}
+
+TEST(CFNumber, GivesAnIntegerAsAnyTypeThatHasRoomForIt)
+{
+    const auto number = newInteger(-100);
+    EXPECT_EQ(exactly<SInt8>(-100), valueOf<SInt8>(number.get(), kCFNumberSInt8Type));
+    EXPECT_EQ(exactly<SInt16>(-100), valueOf<SInt16>(number.get(), kCFNumberSInt16Type));
+    EXPECT_EQ(exactly<SInt32>(-100), valueOf<SInt32>(number.get(), kCFNumberSInt32Type));
+    EXPECT_EQ(exactly<SInt64>(-100), valueOf<SInt64>(number.get(), kCFNumberSInt64Type));
+    EXPECT_EQ(exactly<float>(-100), valueOf<float>(number.get(), kCFNumberFloat32Type));
+    EXPECT_EQ(exactly<double>(-100), valueOf<double>(number.get(), kCFNumberFloat64Type));
+    EXPECT_EQ(exactly<char>(-100), valueOf<char>(number.get(), kCFNumberCharType));
+    EXPECT_EQ(exactly<short>(-100), valueOf<short>(number.get(), kCFNumberShortType));
+    EXPECT_EQ(exactly<int>(-100), valueOf<int>(number.get(), kCFNumberIntType));
+    EXPECT_EQ(exactly<long>(-100), valueOf<long>(number.get(), kCFNumberLongType));
+    EXPECT_EQ(exactly<long long>(-100), valueOf<long long>(number.get(), kCFNumberLongLongType));
+    EXPECT_EQ(exactly<CFIndex>(-100), valueOf<CFIndex>(number.get(), kCFNumberCFIndexType));
+}
+
+TEST(CFNumber, GivesTheNearestValueWhereThereIsNoRoom)
+{
+    EXPECT_EQ(nearly<SInt8>(127), valueOf<SInt8>(newInteger(128).get(), kCFNumberSInt8Type));
+    EXPECT_EQ(nearly<SInt8>(-128), valueOf<SInt8>(newInteger(-129).get(), kCFNumberSInt8Type));
+    EXPECT_EQ(nearly<SInt32>(INT32_MAX), valueOf<SInt32>(newInteger(INT64_MAX).get(), kCFNumberSInt32Type));
+    EXPECT_EQ(nearly(9223372036854775808.0), valueOf<double>(newInteger(INT64_MAX).get(), kCFNumberDoubleType));
+    EXPECT_EQ(exactly(-9223372036854775808.0), valueOf<double>(newInteger(INT64_MIN).get(), kCFNumberDoubleType));
+    EXPECT_EQ(nearly(16777216.0f), valueOf<float>(newInteger(16777217).get(), kCFNumberFloatType));
+}
+
+TEST(CFNumber, GivesARealAsAnIntegerWithoutItsFraction)
+{
+    const double infinity = std::numeric_limits<double>::infinity();
+    EXPECT_EQ(exactly<SInt32>(3), valueOf<SInt32>(newReal(3).get(), kCFNumberSInt32Type));
+    EXPECT_EQ(nearly<SInt32>(3), valueOf<SInt32>(newReal(3.9).get(), kCFNumberSInt32Type));
+    EXPECT_EQ(nearly<SInt32>(-3), valueOf<SInt32>(newReal(-3.9).get(), kCFNumberSInt32Type));
+    EXPECT_EQ(exactly<SInt32>(0), valueOf<SInt32>(newReal(-0.0).get(), kCFNumberSInt32Type));
+    EXPECT_EQ(nearly<SInt8>(127), valueOf<SInt8>(newReal(300).get(), kCFNumberSInt8Type));
+    EXPECT_EQ(exactly<SInt64>(INT64_MIN), valueOf<SInt64>(newReal(-0x1p63).get(), kCFNumberSInt64Type));
+    EXPECT_EQ(nearly<SInt64>(INT64_MAX), valueOf<SInt64>(newReal(0x1p63).get(), kCFNumberSInt64Type));
+    EXPECT_EQ(nearly<SInt64>(INT64_MIN), valueOf<SInt64>(newReal(-infinity).get(), kCFNumberSInt64Type));
+    EXPECT_EQ(nearly<SInt64>(0), valueOf<SInt64>(newReal(std::nan("")).get(), kCFNumberSInt64Type));
+}
+
+TEST(CFNumber, GivesARealAsAFloatIfThatIsExact)
+{
+    EXPECT_EQ(exactly(0.5f), valueOf<float>(newReal(0.5).get(), kCFNumberFloatType));
+    EXPECT_EQ(nearly(0.1f), valueOf<float>(newReal(0.1).get(), kCFNumberFloatType));
+    EXPECT_EQ(exactly(double(0.1f)), valueOf<double>(newNumber(kCFNumberFloatType, 0.1f).get(), kCFNumberDoubleType));
+    float nan = 0;
+    EXPECT_TRUE(CFNumberGetValue(newReal(std::nan("")).get(), kCFNumberFloatType, &nan));
+    EXPECT_TRUE(std::isnan(nan));
+}
+
+void expectEqual(CFTypeRef left, CFTypeRef right)
+{
+    EXPECT_TRUE(CFEqual(left, right));
+    EXPECT_TRUE(CFEqual(right, left));
+    EXPECT_EQ(CFHash(left), CFHash(right));
+}
+
+TEST(CFNumber, IsEqualByValueWhateverItsTypes)
+{
+    const auto one = newNumber(kCFNumberSInt8Type, SInt8(1));
+    expectEqual(one.get(), newInteger(1).get());
+    expectEqual(one.get(), newReal(1.0).get());
+    expectEqual(newNumber(kCFNumberFloatType, 1.0f).get(), newReal(1.0).get());
+    expectEqual(newInteger(INT64_MIN).get(), newReal(-0x1p63).get());
+    expectEqual(newReal(0.5).get(), newNumber(kCFNumberFloatType, 0.5f).get());
+    expectEqual(newReal(std::nan("1")).get(), newReal(-std::nan("2")).get());
+}
+
+TEST(CFNumber, IsNotEqualWhenTheValueDiffersHoweverLittle)
+{
+    EXPECT_FALSE(CFEqual(newInteger(1).get(), newInteger(2).get()));
+    EXPECT_FALSE(CFEqual(newInteger(1).get(), newReal(1.5).get()));
+    EXPECT_FALSE(CFEqual(newInteger(INT64_MAX).get(), newReal(0x1p63).get()));
+    EXPECT_FALSE(CFEqual(newInteger(9007199254740993).get(), newReal(9007199254740992.0).get()));
+    EXPECT_FALSE(CFEqual(newReal(0.0).get(), newReal(-0.0).get()));
+    EXPECT_FALSE(CFEqual(newReal(0.0).get(), newReal(std::nan("")).get()));
+}
+
+TEST(CFBoolean, IsTrueOrFalseAndNoNumber)
+{
+    EXPECT_TRUE(CFBooleanGetValue(kCFBooleanTrue));
+    EXPECT_FALSE(CFBooleanGetValue(kCFBooleanFalse));
+    EXPECT_FALSE(CFEqual(kCFBooleanTrue, kCFBooleanFalse));
+    EXPECT_FALSE(CFEqual(kCFBooleanTrue, newInteger(1).get()));
+    CFRelease(kCFBooleanTrue);
+    EXPECT_TRUE(CFBooleanGetValue(kCFBooleanTrue));
+}
+
+// --- CFDate and CFData -----------------------------------------------------------------------------------------------
+
+TEST(CFDate, KeepsItsSeconds)
+{
+    const Owned<CFDateRef> date(CFDateCreate(nullptr, 475145103.75));
+    EXPECT_EQ(475145103.75, CFDateGetAbsoluteTime(date.get()));
+    expectEqual(date.get(), Owned<CFDateRef>(CFDateCreate(nullptr, 475145103.75)).get());
+    EXPECT_FALSE(CFEqual(date.get(), Owned<CFDateRef>(CFDateCreate(nullptr, 475145103.5)).get()));
+}
+
+TEST(CFData, IsACopyOfTheBytes)
+{
+    UInt8 bytes[] = {1, 2, 0, 4};
+    const Owned<CFDataRef> data(CFDataCreate(nullptr, bytes, 4));
+    bytes[0] = 9;
+    UInt8 out[4] = {7, 7, 7, 7};
+    CFDataGetBytes(data.get(), CFRangeMake(0, 2), out);
+    EXPECT_EQ(4, CFDataGetLength(data.get()));
+    EXPECT_EQ(1, CFDataGetBytePtr(data.get())[0]);
+    EXPECT_EQ(std::vector<UInt8>({1, 2, 7, 7}), std::vector<UInt8>(out, out + 4));
+    CFDataGetBytes(data.get(), CFRangeMake(3, 1), out);
+    EXPECT_EQ(4, out[0]);
+}
+
+TEST(CFData, MayBeEmpty)
+{
+    const Owned<CFDataRef> data(CFDataCreate(nullptr, nullptr, 0));
+    ASSERT_NE(nullptr, data);
+    EXPECT_EQ(0, CFDataGetLength(data.get()));
+    EXPECT_NE(nullptr, CFDataGetBytePtr(data.get()));
+    CFDataGetBytes(data.get(), CFRangeMake(0, 0), nullptr);
+    const UInt8 byte = 0;
+    expectEqual(data.get(), Owned<CFDataRef>(CFDataCreate(nullptr, &byte, 0)).get());
+}
+
+TEST(CFData, IsEqualByItsBytes)
+{
+    const UInt8 bytes[] = {1, 0, 2, 1, 0, 3};
+    const Owned<CFDataRef> first(CFDataCreate(nullptr, bytes, 3));
+    const Owned<CFDataRef> second(CFDataCreate(nullptr, bytes + 3, 3));
+    EXPECT_FALSE(CFEqual(first.get(), second.get()));
+    EXPECT_FALSE(CFEqual(first.get(), Owned<CFDataRef>(CFDataCreate(nullptr, bytes, 2)).get()));
+    expectEqual(first.get(), Owned<CFDataRef>(CFDataCreate(nullptr, bytes, 3)).get());
+}
+
+TEST(CFData, IsNotMadeOfNothingOrOfLessThanNothing)
+{
+    const UInt8 byte = 0;
+    EXPECT_EQ(nullptr, CFDataCreate(nullptr, nullptr, 1));
+    EXPECT_EQ(nullptr, CFDataCreate(nullptr, &byte, -1));
+}
+
+// --- CFArray ---------------------------------------------------------------------------------------------------------
+
+TEST(CFArray, RetainsWhatItHoldsUntilItLetsGo)
+{
+    const auto number = newInteger(1);
+    auto array = newArray({number.get(), number.get()});
+    EXPECT_EQ(3, CFGetRetainCount(number.get()));
+    CFArrayRemoveValueAtIndex(array.get(), 0);
+    EXPECT_EQ(2, CFGetRetainCount(number.get()));
+    CFArraySetValueAtIndex(array.get(), 0, kCFBooleanTrue);
+    EXPECT_EQ(1, CFGetRetainCount(number.get()));
+    CFArrayAppendValue(array.get(), number.get());
+    CFArrayRemoveAllValues(array.get());
+    EXPECT_EQ(1, CFGetRetainCount(number.get()));
+    CFArrayAppendValue(array.get(), number.get());
+    array.reset();
+    EXPECT_EQ(1, CFGetRetainCount(number.get()));
+}
+
+TEST(CFArray, ChangesAtAnyPlace)
+{
+    const CFStringRef a = CFSTR("a");
+    const CFStringRef b = CFSTR("b");
+    const CFStringRef c = CFSTR("c");
+    const auto array = newArray({a});
+    CFArrayInsertValueAtIndex(array.get(), 0, b);
+    CFArrayInsertValueAtIndex(array.get(), 2, c);
+    EXPECT_EQ((std::vector<CFTypeRef>{b, a, c}), valuesOf(array.get()));
+    CFArraySetValueAtIndex(array.get(), 3, b);
+    CFArraySetValueAtIndex(array.get(), 0, a);
+    EXPECT_EQ((std::vector<CFTypeRef>{a, a, c, b}), valuesOf(array.get()));
+    CFArrayRemoveValueAtIndex(array.get(), 1);
+    EXPECT_EQ((std::vector<CFTypeRef>{a, c, b}), valuesOf(array.get()));
+    EXPECT_EQ(c, CFArrayGetValueAtIndex(array.get(), 1));
+}
+
+TEST(CFArray, MayReplaceAValueByItselfWhenItIsTheOnlyOwner)
+{
+    const auto array = newArray({newInteger(1).get()});
+    CFArraySetValueAtIndex(array.get(), 0, CFArrayGetValueAtIndex(array.get(), 0));
+    EXPECT_EQ(1, CFGetRetainCount(CFArrayGetValueAtIndex(array.get(), 0)));
+}
+
+TEST(CFArray, FindsEqualValuesWithinTheRange)
+{
+    const auto array = newArray({newInteger(1).get(), CFSTR("x"), newReal(1.0).get()});
+    const auto one = newInteger(1);
+    EXPECT_EQ(0, CFArrayGetFirstIndexOfValue(array.get(), all(3), one.get()));
+    EXPECT_EQ(2, CFArrayGetFirstIndexOfValue(array.get(), CFRangeMake(1, 2), one.get()));
+    EXPECT_EQ(kCFNotFound, CFArrayGetFirstIndexOfValue(array.get(), CFRangeMake(1, 1), one.get()));
+    EXPECT_TRUE(CFArrayContainsValue(array.get(), all(3), CFSTR("x")));
+    EXPECT_FALSE(CFArrayContainsValue(array.get(), all(3), CFSTR("y")));
+}
+
+TEST(CFArray, IsEqualByItsValuesInOrder)
+{
+    const auto array = newArray({newInteger(1).get(), CFSTR("x")});
+    expectEqual(array.get(), newArray({newReal(1.0).get(), CFSTR("x")}).get());
+    EXPECT_FALSE(CFEqual(array.get(), newArray({CFSTR("x"), newInteger(1).get()}).get()));
+    EXPECT_FALSE(CFEqual(array.get(), newArray({newInteger(1).get()}).get()));
+    expectEqual(newArray().get(), newArray().get());
+}
+
+TEST(CFArray, MadeOfValuesIsImmutable)
+{
+    CFTypeRef values[] = {CFSTR("a"), CFSTR("b")};
+    const Owned<CFArrayRef> array(CFArrayCreate(nullptr, values, 2, &kCFTypeArrayCallBacks));
+    const auto changed = const_cast<CFMutableArrayRef>(array.get());
+    CFArrayAppendValue(changed, values[0]);
+    CFArrayInsertValueAtIndex(changed, 0, values[1]);
+    CFArraySetValueAtIndex(changed, 0, values[1]);
+    CFArrayRemoveValueAtIndex(changed, 0);
+    CFArrayRemoveAllValues(changed);
+    EXPECT_EQ(std::vector<CFTypeRef>(values, values + 2), valuesOf(array.get()));
+}
+
+TEST(CFArray, IsNotMadeOfNothingOrOfLessThanNothing)
+{
+    CFTypeRef value = CFSTR("a");
+    EXPECT_EQ(nullptr, CFArrayCreate(nullptr, nullptr, 1, nullptr));
+    EXPECT_EQ(nullptr, CFArrayCreate(nullptr, &value, -1, nullptr));
+    EXPECT_EQ(0, CFArrayGetCount(Owned<CFArrayRef>(CFArrayCreate(nullptr, nullptr, 0, nullptr)).get()));
+}
+
+TEST(CFArray, IsCopiedShallowly)
+{
+    const auto number = newInteger(1);
+    const auto array = newArray({number.get()});
+    const Owned<CFArrayRef> copy(CFArrayCreateCopy(nullptr, array.get()));
+    const Owned<CFMutableArrayRef> mutableCopy(CFArrayCreateMutableCopy(nullptr, 0, copy.get()));
+    EXPECT_EQ(4, CFGetRetainCount(number.get()));
+    CFArrayAppendValue(const_cast<CFMutableArrayRef>(copy.get()), kCFBooleanTrue);
+    CFArrayAppendValue(mutableCopy.get(), kCFBooleanTrue);
+    EXPECT_EQ((std::vector<CFTypeRef>{number.get()}), valuesOf(array.get()));
+    EXPECT_EQ((std::vector<CFTypeRef>{number.get()}), valuesOf(copy.get()));
+    EXPECT_EQ((std::vector<CFTypeRef>{number.get(), kCFBooleanTrue}), valuesOf(mutableCopy.get()));
+}
+
+TEST(CFArray, KeepsPointersAsTheyAreWithoutCallbacks)
+{
+    const auto one = newInteger(1);
+    const auto sameOne = newInteger(1);
+    const Owned<CFMutableArrayRef> array(CFArrayCreateMutable(nullptr, 0, nullptr));
+    CFArrayAppendValue(array.get(), one.get());
+    CFArrayAppendValue(array.get(), nullptr);
+    EXPECT_EQ(1, CFGetRetainCount(one.get()));
+    EXPECT_TRUE(CFArrayContainsValue(array.get(), all(2), one.get()));
+    EXPECT_FALSE(CFArrayContainsValue(array.get(), all(2), sameOne.get()));
+    EXPECT_TRUE(CFArrayContainsValue(array.get(), all(2), nullptr));
+}
+
+// What the callbacks of the next tests were given.
+std::vector<std::string> gCalls;
+
+const void* recordRetain(CFAllocatorRef, const void* value)
+{
+    gCalls.push_back("retain "s + static_cast<const char*>(value));
+    return static_cast<const char*>(value) + 1; // a container keeps what this returns
+}
+
+void recordRelease(CFAllocatorRef, const void* value)
+{
+    gCalls.push_back("release "s + static_cast<const char*>(value));
+}
+
+Boolean equalText(const void* left, const void* right)
+{
+    return static_cast<const char*>(left) == std::string(static_cast<const char*>(right));
+}
+
+CFHashCode hashText(const void* value)
+{
+    return std::hash<std::string>()(static_cast<const char*>(value));
+}
+
+TEST(CFArray, KeepsAndReleasesWhatItsCallbackReturned)
+{
+    gCalls.clear();
+    const CFArrayCallBacks callBacks{0, recordRetain, recordRelease, nullptr, equalText};
+    Owned<CFMutableArrayRef> array(CFArrayCreateMutable(nullptr, 0, &callBacks));
+    CFArrayAppendValue(array.get(), "xone");
+    CFArrayAppendValue(array.get(), "xtwo");
+    EXPECT_EQ(1, CFArrayGetFirstIndexOfValue(array.get(), all(2), std::string("two").c_str()));
+    CFArraySetValueAtIndex(array.get(), 0, "xthree");
+    array.reset();
+    EXPECT_EQ((std::vector<std::string>{
+                  "retain xone", "retain xtwo", "retain xthree", "release one", "release three", "release two"}),
+        gCalls);
+}
+
+// --- CFDictionary ----------------------------------------------------------------------------------------------------
+
+TEST(CFDictionary, RetainsKeysAndValuesUntilItLetsGo)
+{
+    const auto key = newString(u"k");
+    const auto value = newInteger(1);
+    auto dictionary = newDictionary();
+    const auto counts = [&] { return std::pair(CFGetRetainCount(key.get()), CFGetRetainCount(value.get())); };
+    CFDictionarySetValue(dictionary.get(), key.get(), value.get());
+    EXPECT_EQ(std::pair(2L, 2L), counts());
+    CFDictionarySetValue(dictionary.get(), key.get(), kCFBooleanTrue);
+    EXPECT_EQ(std::pair(2L, 1L), counts());
+    CFDictionaryRemoveValue(dictionary.get(), key.get());
+    EXPECT_EQ(std::pair(1L, 1L), counts());
+    CFDictionarySetValue(dictionary.get(), key.get(), value.get());
+    CFDictionaryRemoveAllValues(dictionary.get());
+    EXPECT_EQ(std::pair(1L, 1L), counts());
+    CFDictionarySetValue(dictionary.get(), key.get(), value.get());
+    dictionary.reset();
+    EXPECT_EQ(std::pair(1L, 1L), counts());
+}
+
+TEST(CFDictionary, FindsValuesByEqualKeys)
+{
+    const auto dictionary = newDictionary();
+    CFDictionarySetValue(dictionary.get(), CFSTR("a"), kCFBooleanTrue);
+    CFDictionarySetValue(dictionary.get(), newInteger(1).get(), kCFBooleanFalse);
+    EXPECT_EQ(kCFBooleanTrue, CFDictionaryGetValue(dictionary.get(), newString(u"a").get()));
+    EXPECT_EQ(kCFBooleanFalse, CFDictionaryGetValue(dictionary.get(), newReal(1.0).get()));
+    EXPECT_EQ(nullptr, CFDictionaryGetValue(dictionary.get(), CFSTR("b")));
+    EXPECT_TRUE(CFDictionaryContainsKey(dictionary.get(), newString(u"a").get()));
+    EXPECT_FALSE(CFDictionaryContainsKey(dictionary.get(), CFSTR("b")));
+    EXPECT_TRUE(CFDictionaryContainsValue(dictionary.get(), kCFBooleanFalse));
+    EXPECT_FALSE(CFDictionaryContainsValue(dictionary.get(), CFSTR("a")));
+}
+
+TEST(CFDictionary, SaysWhetherAValueIsPresent)
+{
+    const auto dictionary = newDictionary();
+    CFDictionarySetValue(dictionary.get(), CFSTR("a"), kCFBooleanTrue);
+    const void* value = &value;
+    EXPECT_FALSE(CFDictionaryGetValueIfPresent(dictionary.get(), CFSTR("b"), &value));
+    EXPECT_EQ(&value, value);
+    EXPECT_TRUE(CFDictionaryGetValueIfPresent(dictionary.get(), CFSTR("a"), &value));
+    EXPECT_EQ(kCFBooleanTrue, value);
+    EXPECT_TRUE(CFDictionaryGetValueIfPresent(dictionary.get(), CFSTR("a"), nullptr));
+}
+
+TEST(CFDictionary, AddsSetsAndReplaces)
+{
+    const auto dictionary = newDictionary();
+    const CFStringRef key = CFSTR("k");
+    CFDictionaryReplaceValue(dictionary.get(), key, CFSTR("replaced"));
+    EXPECT_EQ(0, CFDictionaryGetCount(dictionary.get()));
+    CFDictionaryAddValue(dictionary.get(), key, CFSTR("added"));
+    CFDictionaryAddValue(dictionary.get(), key, CFSTR("added again"));
+    EXPECT_TRUE(CFEqual(CFSTR("added"), CFDictionaryGetValue(dictionary.get(), key)));
+    CFDictionarySetValue(dictionary.get(), key, CFSTR("set"));
+    EXPECT_TRUE(CFEqual(CFSTR("set"), CFDictionaryGetValue(dictionary.get(), key)));
+    CFDictionaryReplaceValue(dictionary.get(), key, CFSTR("replaced"));
+    EXPECT_TRUE(CFEqual(CFSTR("replaced"), CFDictionaryGetValue(dictionary.get(), key)));
+    EXPECT_EQ(1, CFDictionaryGetCount(dictionary.get()));
+}
+
+TEST(CFDictionary, KeepsTheFirstOfEqualKeysWhenAValueIsSet)
+{
+    const auto first = newString(u"k");
+    const auto second = newString(u"k");
+    const auto dictionary = newDictionary();
+    CFDictionarySetValue(dictionary.get(), first.get(), kCFBooleanTrue);
+    CFDictionarySetValue(dictionary.get(), second.get(), kCFBooleanFalse);
+    EXPECT_EQ(2, CFGetRetainCount(first.get()));
+    EXPECT_EQ(1, CFGetRetainCount(second.get()));
+}
+
+TEST(CFDictionary, MayReplaceAValueByItselfWhenItIsTheOnlyOwner)
+{
+    const auto dictionary = newDictionary();
+    CFDictionarySetValue(dictionary.get(), CFSTR("k"), newInteger(1).get());
+    CFDictionarySetValue(dictionary.get(), CFSTR("k"), CFDictionaryGetValue(dictionary.get(), CFSTR("k")));
+    EXPECT_EQ(1, CFGetRetainCount(CFDictionaryGetValue(dictionary.get(), CFSTR("k"))));
+}
+
+TEST(CFDictionary, GivesKeysAndValuesInTheSameOrder)
+{
+    const auto dictionary = newDictionary();
+    for (SInt64 i = 0; i < 100; ++i)
+        CFDictionarySetValue(dictionary.get(), newInteger(i).get(), newInteger(i).get());
+    std::vector<const void*> keys(100);
+    std::vector<const void*> values(100);
+    CFDictionaryGetKeysAndValues(dictionary.get(), keys.data(), values.data());
+    for (size_t i = 0; i < 100; ++i)
+        EXPECT_TRUE(CFEqual(keys[i], values[i]));
+    std::vector<const void*> only(100);
+    CFDictionaryGetKeysAndValues(dictionary.get(), only.data(), nullptr);
+    EXPECT_EQ(keys, only);
+    CFDictionaryGetKeysAndValues(dictionary.get(), nullptr, only.data());
+    EXPECT_EQ(values, only);
+}
+
+TEST(CFDictionary, MadeOfPairsIsImmutableAndTakesTheFirstOfEqualKeys)
+{
+    CFTypeRef keys[] = {CFSTR("a"), CFSTR("b"), CFSTR("a")};
+    CFTypeRef values[] = {CFSTR("1"), CFSTR("2"), CFSTR("3")};
+    const Owned<CFDictionaryRef> dictionary(
+        CFDictionaryCreate(nullptr, keys, values, 3, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
+    const auto changed = const_cast<CFMutableDictionaryRef>(dictionary.get());
+    CFDictionaryAddValue(changed, CFSTR("c"), values[0]);
+    CFDictionarySetValue(changed, keys[0], values[1]);
+    CFDictionaryReplaceValue(changed, keys[0], values[1]);
+    CFDictionaryRemoveValue(changed, keys[0]);
+    CFDictionaryRemoveAllValues(changed);
+    EXPECT_EQ(2, CFDictionaryGetCount(dictionary.get()));
+    EXPECT_EQ(values[0], CFDictionaryGetValue(dictionary.get(), keys[0]));
+}
+
+TEST(CFDictionary, IsNotMadeOfNothingOrOfLessThanNothing)
+{
+    CFTypeRef key = CFSTR("a");
+    EXPECT_EQ(nullptr, CFDictionaryCreate(nullptr, nullptr, &key, 1, nullptr, nullptr));
+    EXPECT_EQ(nullptr, CFDictionaryCreate(nullptr, &key, nullptr, 1, nullptr, nullptr));
+    EXPECT_EQ(nullptr, CFDictionaryCreate(nullptr, &key, &key, -1, nullptr, nullptr));
+    const Owned<CFDictionaryRef> empty(CFDictionaryCreate(nullptr, nullptr, nullptr, 0, nullptr, nullptr));
+    EXPECT_EQ(0, CFDictionaryGetCount(empty.get()));
+}
+
+TEST(CFDictionary, IsEqualByItsPairsWhateverTheirOrder)
+{
+    const auto forwards = newDictionary();
+    const auto backwards = newDictionary();
+    for (SInt64 i = 0; i < 50; ++i) {
+        CFDictionarySetValue(forwards.get(), newInteger(i).get(), newInteger(-i).get());
+        CFDictionarySetValue(backwards.get(), newInteger(49 - i).get(), newReal(static_cast<double>(i - 49)).get());
+    }
+    CFDictionarySetValue(backwards.get(), newInteger(0).get(), newInteger(0).get()); // -0.0 it was
+    expectEqual(forwards.get(), backwards.get());
+    CFDictionarySetValue(backwards.get(), newInteger(7).get(), CFSTR("other"));
+    EXPECT_FALSE(CFEqual(forwards.get(), backwards.get()));
+    CFDictionaryRemoveValue(backwards.get(), newInteger(7).get());
+    EXPECT_FALSE(CFEqual(forwards.get(), backwards.get()));
+}
+
+TEST(CFDictionary, IsCopiedShallowlyAndWithoutALimit)
+{
+    const auto key = newString(u"k");
+    const auto value = newArray();
+    const auto dictionary = newDictionary();
+    CFDictionarySetValue(dictionary.get(), key.get(), value.get());
+    const Owned<CFDictionaryRef> copy(CFDictionaryCreateCopy(nullptr, dictionary.get()));
+    const Owned<CFMutableDictionaryRef> mutableCopy(CFDictionaryCreateMutableCopy(nullptr, 0, copy.get()));
+    EXPECT_EQ(4, CFGetRetainCount(key.get()));
+    EXPECT_EQ(4, CFGetRetainCount(value.get()));
+    EXPECT_EQ(value.get(), CFDictionaryGetValue(mutableCopy.get(), key.get()));
+    for (SInt64 i = 0; i < 1000; ++i)
+        CFDictionarySetValue(mutableCopy.get(), newInteger(i).get(), kCFBooleanTrue);
+    CFDictionaryRemoveAllValues(const_cast<CFMutableDictionaryRef>(copy.get()));
+    EXPECT_EQ(1, CFDictionaryGetCount(dictionary.get()));
+    EXPECT_EQ(1, CFDictionaryGetCount(copy.get()));
+    EXPECT_EQ(1001, CFDictionaryGetCount(mutableCopy.get()));
+}
+
+TEST(CFDictionary, KeepsPointersAsTheyAreWithoutCallbacks)
+{
+    const auto one = newInteger(1);
+    const Owned<CFMutableDictionaryRef> dictionary(CFDictionaryCreateMutable(nullptr, 0, nullptr, nullptr));
+    CFDictionarySetValue(dictionary.get(), one.get(), one.get());
+    CFDictionarySetValue(dictionary.get(), nullptr, one.get());
+    EXPECT_EQ(1, CFGetRetainCount(one.get()));
+    EXPECT_TRUE(CFDictionaryContainsKey(dictionary.get(), one.get()));
+    EXPECT_FALSE(CFDictionaryContainsKey(dictionary.get(), newInteger(1).get()));
+    EXPECT_FALSE(CFDictionaryContainsValue(dictionary.get(), newInteger(1).get()));
+    EXPECT_EQ(one.get(), CFDictionaryGetValue(dictionary.get(), nullptr));
+}
+
+TEST(CFDictionary, KeepsAndReleasesWhatItsCallbacksReturned)
+{
+    gCalls.clear();
+    const CFDictionaryKeyCallBacks keys{0, recordRetain, recordRelease, nullptr, equalText, hashText};
+    const CFDictionaryValueCallBacks values{0, recordRetain, recordRelease, nullptr, equalText};
+    Owned<CFMutableDictionaryRef> dictionary(CFDictionaryCreateMutable(nullptr, 0, &keys, &values));
+    CFDictionarySetValue(dictionary.get(), "xkey", "xvalue");
+    CFDictionarySetValue(dictionary.get(), "key", "xother");
+    EXPECT_STREQ("other", static_cast<const char*>(CFDictionaryGetValue(dictionary.get(), "key")));
+    dictionary.reset();
+    EXPECT_EQ((std::vector<std::string>{
+                  "retain xkey", "retain xvalue", "retain xother", "release value", "release key", "release other"}),
+        gCalls);
+}
+
+} // namespace
