@@ -356,7 +356,7 @@ void inFiles(benchmark::State& state, TextFunction function)
         function(in, out);
     }
     require(std::filesystem::file_size(outputFile) > 0, "inFiles");
-    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * mixedText().size()));
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(mixedText().size()));
 }
 
 // Without the flushes' writes: the work on the characters alone.
@@ -369,7 +369,7 @@ void inMemory(benchmark::State& state, TextFunction function)
         function(in, out);
         benchmark::DoNotOptimize(out);
     }
-    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
 }
 
 void plainDrop(FILE* in, FILE* out)
@@ -394,7 +394,7 @@ void dropInFilesPlain(benchmark::State& state)
         std::fclose(out);
     }
     require(std::filesystem::file_size(outputFile) > 0, "dropInFilesPlain");
-    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * mixedText().size()));
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(mixedText().size()));
 }
 
 void writeLines(benchmark::State& state)
