@@ -8,7 +8,7 @@
 #include <unistd.h>
 #include <vector>
 
-// The code of docs/task-library.md, taken out of it when this is built.
+// What docs/task-library.md and docs/formats.md show. The code of the first is taken out of it when this is built.
 #include "task-library.inc"
 
 using namespace support;
@@ -88,6 +88,56 @@ TEST_F(Guide, BringsTheCrontabsUpToDate)
     bringCrontabsUpToDate();
     bringCrontabsUpToDate();
     EXPECT_EQ("0 3 * * * /bin/backup\n" + taskLine("45 3 * * *", 1), crontabOf("anna"));
+}
+
+/// The text between "```LANGUAGE" and "```" that stands first behind `heading` in docs/formats.md.
+std::string shownInFormats(const std::string& heading, const std::string& language)
+{
+    const std::string document = readFile(std::string(ORV_DOCUMENTS) + "/formats.md");
+    const std::string opening = "\n```" + language + "\n";
+    const size_t begin = document.find(opening, document.find("\n## " + heading)) + opening.size();
+    return document.substr(begin, document.find("```", begin) - begin);
+}
+
+std::string withoutLayout(std::string text)
+{
+    for (const std::string layout : {"\n", "  "})
+        for (size_t at = text.find(layout); at != std::string::npos; at = text.find(layout))
+            text.erase(at, layout.size());
+    return text;
+}
+
+class Formats : public Guide { };
+
+TEST_F(Formats, ShowTheTableAsItIs)
+{
+    EXPECT_EQ(createTaskTable, withoutLayout(shownInFormats("The database", "sql")));
+}
+
+TEST_F(Formats, ShowATaskLine)
+{
+    std::string line = taskLine("SCHEDULE", 12);
+    line.replace(line.find("12"), 2, "ID");
+    EXPECT_EQ(line, shownInFormats("The crontab line", ""));
+}
+
+TEST_F(Formats, ShowATimeStamp)
+{
+    setenv("TZ", "UTC0", 1);
+    tm moment{};
+    moment.tm_year = 126;
+    moment.tm_mon = 10;
+    moment.tm_mday = 16;
+    moment.tm_hour = 8;
+    moment.tm_min = 30;
+    moment.tm_sec = 5;
+    EXPECT_EQ(convertTmToString(timegm(&moment)) + "\n", shownInFormats("Time stamps", ""));
+}
+
+TEST_F(Formats, ShowAPropertyList)
+{
+    createScanOfFolder(CFSTR("/home/anna"), anna);
+    EXPECT_EQ(queryRows("select parameter from TaskTable").at(0), shownInFormats("Property lists", "xml"));
 }
 
 } // namespace
