@@ -1,0 +1,632 @@
+#include <algorithm>
+#include <filesystem>
+#include <functional>
+#include <gtest/gtest.h>
+#include <iostream>
+#include <map>
+#include <set>
+#include <sqlite3.h>
+#include <string>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+#include "DamagedDatabase.h"
+#include "OrvException.h"
+#include "Process.h"
+#include "StoreOperations.h"
+#include "WorldTest.h"
+
+namespace fs = std::filesystem;
+
+namespace support {
+namespace {
+
+using Put = std::function<void()>;
+
+const std::string foreignJobs = "MAILTO=nobody\n# backup, every night\n0 3 * * * /bin/backup --all\n";
+const std::string oldTaskLine = "7 4 * * * " + taskManager + " 99 >> /dev/null 2>&1\n";
+const std::string lastForeignJob = "30 5 * * 1 /bin/report # weekly\n";
+const std::string crontabBefore = foreignJobs + oldTaskLine + lastForeignJob;
+const std::string crontabCleaned = foreignJobs + lastForeignJob;
+const std::vector<std::string> accounts = {"root", "anna", "ben", "carla"};
+
+std::string textOf(const Ending& ending)
+{
+    return ending.threw ? ending.text + " (" + std::to_string(ending.code) + ")" : ending.text;
+}
+
+// How the operation ends over what `put` makes of the database, its editor having been made before that.
+Ending endingOver(const Put& put, const StoreOperation& operation)
+{
+    putSoundDatabase();
+    TaskEditor editor;
+    put();
+    const int descriptors = openDescriptors();
+    const sqlite3_int64 memory = sqlite3_memory_used();
+    const Ending ending = endingOf(operation, editor);
+    EXPECT_EQ(descriptors, openDescriptors());
+    EXPECT_EQ(memory, sqlite3_memory_used());
+    return ending;
+}
+
+std::string resultOver(const Put& put, const std::string& operation)
+{
+    return textOf(endingOver(put, storeOperation(operation)));
+}
+
+// 0, or the code of the exception with which making an editor ends.
+int codeOfMaking()
+{
+    try {
+        TaskEditor editor;
+    } catch (SqliteException& failure) {
+        EXPECT_GT(failure.getErrorCode(), 0);
+        return failure.getErrorCode();
+    }
+    return 0;
+}
+
+int codeOfMakingOver(const Put& put)
+{
+    put();
+    return codeOfMaking();
+}
+
+void expectEveryOperationDocumented(const Put& put)
+{
+    for (const StoreOperation& operation : storeOperations()) {
+        const Ending ending = endingOver(put, operation);
+        EXPECT_TRUE(isDocumented(operation, ending)) << operation << ": " << ending;
+    }
+    codeOfMakingOver(put);
+}
+
+ProgramEnd runTool(bool rebuild)
+{
+    return rebuild ? runProgram({ORV_CRON_CLEANER, "rebuild"}) : runProgram({ORV_CRON_CLEANER});
+}
+
+void expectForeignJobsKept(bool rebuild)
+{
+    for (const std::string& account : accounts) {
+        const std::string now = crontabOf(account);
+        if (rebuild) {
+            EXPECT_EQ(crontabBefore, now.substr(0, crontabBefore.size())) << account;
+        } else {
+            EXPECT_TRUE(now == crontabBefore || now == crontabCleaned) << account << ":\n" << now;
+        }
+    }
+}
+
+// True if the tool did its work, false if it said that it could not.
+bool toolWorksOver(const Put& put, bool rebuild)
+{
+    put();
+    for (const std::string& account : accounts)
+        setCrontab(account, crontabBefore);
+    const ProgramEnd end = runTool(rebuild);
+    EXPECT_EQ(0, end.status) << end.signal;
+    EXPECT_EQ("", end.errors);
+    EXPECT_TRUE(end.output.empty() || end.output == "Exception while cleaning cron") << end.output;
+    expectForeignJobsKept(rebuild);
+    return end.output.empty();
+}
+
+void expectToolLosesNothing(const Put& put)
+{
+    toolWorksOver(put, false);
+    toolWorksOver(put, true);
+}
+
+class DamagedDatabase : public WorldTest {
+protected:
+    void SetUp() override
+    {
+        WorldTest::SetUp();
+        useRecordingCrontab();
+        putSoundDatabase();
+    }
+};
+
+// --- Files that are no database, or no whole one ---
+
+struct Damage {
+    const char* name;
+    void (*put)();
+    int makingCode; // of the exception of making an editor; 0 if it can be made
+    int readingCode; // of the exception of a read
+};
+
+void PrintTo(const Damage& damage, std::ostream* out)
+{
+    *out << damage.name;
+}
+
+class DamagedFile : public DamagedDatabase, public testing::WithParamInterface<Damage> { };
+
+TEST_P(DamagedFile, IsReportedByEveryOperation)
+{
+    expectEveryOperationDocumented(GetParam().put);
+    const std::string code = " (" + std::to_string(GetParam().readingCode) + ")";
+    EXPECT_EQ("TaskTable doesn't exist-1" + code, resultOver(GetParam().put, "getNumTaskRecord"));
+    EXPECT_EQ("Error in querying table" + code, resultOver(GetParam().put, "getTaskInfoObject"));
+    EXPECT_EQ("Deletion failed" + code, resultOver(GetParam().put, "clearDatabase"));
+    EXPECT_EQ("false", resultOver(GetParam().put, "incrementCount"));
+    EXPECT_EQ(GetParam().makingCode, codeOfMakingOver(GetParam().put));
+}
+
+TEST_P(DamagedFile, CostsNobodyAJob)
+{
+    for (const bool rebuild : {false, true})
+        EXPECT_EQ(GetParam().makingCode == 0, toolWorksOver(GetParam().put, rebuild));
+    for (const std::string& account : accounts)
+        EXPECT_EQ(crontabBefore, crontabOf(account)); // no task, no change
+}
+
+INSTANTIATE_TEST_SUITE_P(, DamagedFile,
+    testing::Values(Damage{"Missing", putNoDatabase, 0, SQLITE_ERROR}, // SQLite makes it
+        Damage{"Empty", putEmptyFile, 0, SQLITE_ERROR}, Damage{"WithoutTaskTable", putForeignDatabase, 0, SQLITE_ERROR},
+        Damage{"Text", putTextFile, SQLITE_NOTADB, SQLITE_NOTADB},
+        Damage{"Directory", putDirectory, SQLITE_CANTOPEN, SQLITE_CANTOPEN}),
+    [](const auto& damage) { return std::string(damage.param.name); });
+
+std::vector<std::size_t> cuts()
+{
+    constexpr std::size_t page = 4096;
+    std::vector<std::size_t> sizes = {1, 15, 16, 17, 50, 99, 100, 101, 107, 108, 511, 512, 513, 1023, 1025, 4000};
+    for (std::size_t end = page; end < soundDatabase().size(); end += page)
+        for (const std::size_t size : {end - 1, end, end + 1, end + 100, end + 513})
+            sizes.push_back(size);
+    sizes.push_back(soundDatabase().size() - 1);
+    return sizes;
+}
+
+TEST_F(DamagedDatabase, CutAnywhereEndsEveryOperationAsDocumented)
+{
+    ASSERT_GE(soundDatabase().size(), 6 * 4096u); // several pages, or this shows little
+    int reported = 0;
+    for (const std::size_t size : cuts()) {
+        SCOPED_TRACE("cut to " + std::to_string(size));
+        const Put put = [size] { putCutDatabase(size); };
+        expectEveryOperationDocumented(put);
+        reported += endingOver(put, storeOperation("taskIdsForUser")).threw ? 1 : 0;
+    }
+    EXPECT_GT(reported, 0);
+    RecordProperty("points", static_cast<int>(cuts().size()));
+}
+
+TEST_F(DamagedDatabase, CutAnywhereCostsNobodyAJob)
+{
+    for (const std::size_t size : cuts()) {
+        SCOPED_TRACE("cut to " + std::to_string(size));
+        expectToolLosesNothing([size] { putCutDatabase(size); });
+    }
+}
+
+constexpr std::size_t headerSize = 100;
+
+TEST_F(DamagedDatabase, WithAnyHeaderByteTurnedOverEndsEveryOperationAsDocumented)
+{
+    for (std::size_t offset = 0; offset < headerSize; ++offset)
+        for (const int mask : {0xff, 0x01, 0x80}) {
+            SCOPED_TRACE("byte " + std::to_string(offset) + ", bits " + std::to_string(mask));
+            expectEveryOperationDocumented([=] { putFlippedDatabase(offset, static_cast<unsigned char>(mask)); });
+        }
+}
+
+TEST_F(DamagedDatabase, WithAnyHeaderByteTurnedOverCostsNobodyAJob)
+{
+    int refused = 0;
+    for (std::size_t offset = 0; offset < headerSize; ++offset) {
+        SCOPED_TRACE("byte " + std::to_string(offset));
+        const Put put = [offset] { putFlippedDatabase(offset, 0xff); };
+        refused += toolWorksOver(put, offset % 2 == 0) ? 0 : 1;
+    }
+    EXPECT_GT(refused, 0);
+    EXPECT_LT(refused, static_cast<int>(headerSize));
+}
+
+TEST_F(DamagedDatabase, WithBytesTurnedOverBehindTheHeaderEndsEveryOperationAsDocumented)
+{
+    constexpr std::size_t step = 61; // shares no factor with the page size
+    for (std::size_t offset = headerSize; offset < soundDatabase().size(); offset += step) {
+        SCOPED_TRACE("byte " + std::to_string(offset));
+        expectEveryOperationDocumented([offset] { putFlippedDatabase(offset, 0xff); });
+    }
+}
+
+// --- Another schema ---
+
+// The columns that the statements of an operation name, those of its cleaning left out.
+const std::map<std::string, std::set<std::string>> namedColumns = {
+    {"getNumTaskRecord", {}},
+    {"getNumTaskRecordOfType", {"type"}},
+    {"getNumTaskRecordForUser", {"userId", "status"}},
+    {"getNumUser", {"userId"}},
+    {"getTaskIdArray", {"id"}},
+    {"getTaskIdArrayOfType", {"id", "type"}},
+    {"getTaskIdArrayForUser", {"id", "userId", "status"}},
+    {"getNumUserArray", {"userId"}},
+    {"taskIdsForUser", {"id", "userId", "status"}},
+    {"userIds", {"userId"}},
+    {"getTaskInfoObject", {"id"}},
+    {"getTaskInfoObjectWithLongParameter", {"id"}},
+    {"getTaskParameter", {"id", "crontime"}},
+    {"getTaskIdByName", {"id", "description"}},
+    {"getTaskType", {"id", "type"}},
+    {"getTaskStatus", {"id", "status"}},
+    {"writeDbTask", {"description", "type", "crontime", "parameter", "created", "lastRun", "userId", "recType"}},
+    {"modifyDbTask",
+        {"id", "description", "type", "crontime", "parameter", "userId", "recType", "count", "status", "lastRun"}},
+    {"deleteDbTask", {"id"}},
+    {"clearDatabase", {}},
+    {"dbMaxRecordCleaner", {}},
+    {"setTaskStatus", {"id", "status"}},
+    {"incrementCount", {"id", "count"}},
+    {"setLastRunTime", {}},
+    {"setResult", {"id", "result"}},
+};
+
+bool readsByPosition(const StoreOperation& operation)
+{
+    return std::string(operation.name).rfind("getTaskInfoObject", 0) == 0;
+}
+
+void expectOnlyNamingOperationsFail(const Put& put, const std::string& column)
+{
+    for (const StoreOperation& operation : storeOperations()) {
+        const Ending sound = endingOver(putSoundDatabase, operation);
+        const Ending ending = endingOver(put, operation);
+        EXPECT_TRUE(isDocumented(operation, ending)) << operation << ": " << ending;
+        if (namedColumns.at(operation.name).count(column) == 0) {
+            EXPECT_TRUE(readsByPosition(operation) || textOf(sound) == textOf(ending)) << operation << ": " << ending;
+        } else if (operation.failures.empty()) {
+            EXPECT_EQ("false", ending.text) << operation;
+        } else {
+            EXPECT_EQ(SQLITE_ERROR, ending.code) << operation << ": " << ending;
+        }
+    }
+}
+
+class WrongSchema : public DamagedDatabase, public testing::WithParamInterface<std::string> { };
+
+TEST_P(WrongSchema, WithoutAColumnFailsWhatNamesIt)
+{
+    const Put put = [column = GetParam()] { putDatabaseWithoutColumn(column); };
+    expectOnlyNamingOperationsFail(put, GetParam());
+    EXPECT_EQ(0, codeOfMakingOver(put));
+    expectToolLosesNothing(put);
+}
+
+TEST_P(WrongSchema, WithARenamedColumnFailsWhatNamesIt)
+{
+    const Put put = [column = GetParam()] { putDatabaseWithRenamedColumn(column); };
+    expectOnlyNamingOperationsFail(put, GetParam());
+    EXPECT_EQ(0, codeOfMakingOver(put));
+    expectToolLosesNothing(put);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , WrongSchema, testing::ValuesIn(taskColumns), [](const auto& column) { return column.param; });
+
+TEST_F(DamagedDatabase, WithReversedColumnsGivesEveryOperationWhatItNames)
+{
+    for (const StoreOperation& operation : storeOperations()) {
+        const Ending sound = endingOver(putSoundDatabase, operation);
+        const Ending ending = endingOver(putDatabaseWithReversedColumns, operation);
+        EXPECT_TRUE(readsByPosition(operation) || textOf(sound) == textOf(ending)) << operation << ": " << ending;
+        EXPECT_FALSE(ending.threw) << operation << ": " << ending;
+    }
+    EXPECT_TRUE(toolWorksOver(putDatabaseWithReversedColumns, true));
+    EXPECT_EQ(foreignJobs + oldTaskLine + lastForeignJob + "31 4 * * * " + taskManager + " 31 >> /dev/null 2>&1\n"
+            + "32 4 * * * " + taskManager + " 32 >> /dev/null 2>&1\n",
+        crontabOf("root"));
+    EXPECT_TRUE(toolWorksOver(putDatabaseWithReversedColumns, false));
+}
+
+TEST_F(DamagedDatabase, WithAViewForTheTableCanBeReadAndNotWritten)
+{
+    for (const StoreOperation& operation : storeOperations()) {
+        const Ending sound = endingOver(putSoundDatabase, operation);
+        const Ending ending = endingOver(putDatabaseWithView, operation);
+        if (operation.effect == Effect::none) {
+            EXPECT_EQ(textOf(sound), textOf(ending)) << operation;
+        } else {
+            EXPECT_TRUE(ending.text == "false" || ending.code == SQLITE_ERROR) << operation << ": " << ending;
+        }
+    }
+    expectToolLosesNothing(putDatabaseWithView);
+}
+
+// --- Journals ---
+
+TEST_F(DamagedDatabase, InWalModeWorksAndStaysInIt)
+{
+    for (const StoreOperation& operation : storeOperations()) {
+        const Ending sound = endingOver(putSoundDatabase, operation);
+        const auto rows = taskRows();
+        EXPECT_EQ(textOf(sound), textOf(endingOver(putWalDatabase, operation))) << operation;
+        EXPECT_EQ(rows, taskRows()) << operation;
+        EXPECT_EQ(std::vector<std::string>{"wal"}, queryRows("PRAGMA journal_mode"));
+    }
+    EXPECT_TRUE(toolWorksOver(putWalDatabase, true));
+    EXPECT_TRUE(toolWorksOver(putWalDatabase, false));
+    EXPECT_EQ(crontabCleaned, crontabOf("anna"));
+}
+
+// The sound database, and what the killed writer's transaction would have made of it.
+class KilledWriter : public DamagedDatabase {
+protected:
+    // What each operation gives over the table before the transaction, and over that after it.
+    struct Expected {
+        std::set<std::string> results;
+        std::set<std::vector<std::string>> tables;
+    };
+
+    static Expected expectedOf(const StoreOperation& operation, const DatabaseFiles& whole)
+    {
+        Expected expected;
+        for (const Put& put : {Put(putSoundDatabase), Put([&whole] { putFiles(whole); })}) {
+            expected.results.insert(textOf(endingOver(put, operation)));
+            expected.tables.insert(taskRows());
+        }
+        return expected;
+    }
+
+    // Every point at which the writer can be killed, in this mode of its journal.
+    static std::vector<DatabaseFiles> wrecks(const std::string& mode)
+    {
+        std::vector<DatabaseFiles> all;
+        for (const FileCall call : {FileCall::write, FileCall::sync, FileCall::remove, FileCall::truncate})
+            for (int n = 1; putDatabaseOfKilledWriter(mode, call, n); ++n)
+                all.push_back(databaseFiles());
+        return all;
+    }
+
+    static DatabaseFiles unharmed(const std::string& mode)
+    {
+        constexpr int never = 1000000;
+        EXPECT_FALSE(putDatabaseOfKilledWriter(mode, FileCall::write, never));
+        return databaseFiles();
+    }
+
+    static void expectAllOrNothing(const std::string& mode, const std::vector<DatabaseFiles>& wrecks)
+    {
+        const DatabaseFiles whole = unharmed(mode);
+        for (const StoreOperation& operation : storeOperations()) {
+            const Expected expected = expectedOf(operation, whole);
+            for (const DatabaseFiles& wreck : wrecks) {
+                const std::string result = textOf(endingOver([&wreck] { putFiles(wreck); }, operation));
+                EXPECT_EQ(1u, expected.results.count(result)) << operation << ": " << result;
+                EXPECT_EQ(1u, expected.tables.count(taskRows())) << operation;
+                EXPECT_EQ("ok", integrity());
+            }
+        }
+    }
+};
+
+TEST_F(KilledWriter, LeavesItsTransactionUndoneWhateverReadsTheFileNext)
+{
+    const auto all = wrecks("delete");
+    const auto hot
+        = [](const DatabaseFiles& files) { return !files.journal.empty() && files.database != soundDatabase(); };
+    EXPECT_GT(std::count_if(all.begin(), all.end(), hot), 2); // changed in part, with what it takes to undo that
+    expectAllOrNothing("delete", all);
+    for (const DatabaseFiles& wreck : all) {
+        putFiles(wreck);
+        EXPECT_EQ(42, TaskEditor().getNumTaskRecord());
+        putFiles(wreck);
+        EXPECT_EQ("41 4 * * *", TaskEditor().getTaskParameter(41, "crontime"));
+    }
+    RecordProperty("points", static_cast<int>(all.size()));
+}
+
+TEST_F(KilledWriter, InWalModeLeavesItsTransactionDoneOrUndone)
+{
+    const auto all = wrecks("wal");
+    const auto pending = [](const DatabaseFiles& files) { return !files.wal.empty(); };
+    EXPECT_GT(std::count_if(all.begin(), all.end(), pending), 2);
+    expectAllOrNothing("wal", all);
+    RecordProperty("points", static_cast<int>(all.size()));
+}
+
+TEST_F(KilledWriter, CostsNobodyAJob)
+{
+    for (const char* mode : {"delete", "wal"})
+        for (const DatabaseFiles& wreck : wrecks(mode)) {
+            EXPECT_TRUE(toolWorksOver([&wreck] { putFiles(wreck); }, true));
+            EXPECT_TRUE(toolWorksOver([&wreck] { putFiles(wreck); }, false));
+            EXPECT_EQ(crontabCleaned, crontabOf("anna"));
+        }
+}
+
+// --- Values of other types than their columns promise ---
+
+const std::vector<std::string> strangeValues = {"'text'", "'12 and more'", "''", "null", "0.5", "-1e300", "4294967308",
+    "-4294967297", "9223372036854775807", "-9223372036854775808", "x''", "x'3132'", "x'00ff31'", "zeroblob(100000)",
+    "cast(x'c328' as text)", "cast(x'310032' as text)", "printf('%100000d', 5)"};
+
+// A column that must not be NULL keeps what it has.
+Put puttingStrange(const std::string& column, const std::string& value)
+{
+    return [=] { putDatabaseAfter("update or ignore TaskTable set " + column + "=" + value); };
+}
+
+Put puttingStrangeId(const std::string& value)
+{
+    return [=] { putDatabaseAfter("update or ignore TaskTable set id=" + value + " where id=1"); };
+}
+
+class StrangeValues : public DamagedDatabase, public testing::WithParamInterface<std::string> { };
+
+TEST_P(StrangeValues, EndEveryOperationAsDocumented)
+{
+    for (const std::string& value : strangeValues) {
+        SCOPED_TRACE(value);
+        const bool key = GetParam() == "id"; // takes integers only
+        if (!key)
+            expectEveryOperationDocumented(puttingStrange(GetParam(), value));
+        else if (value.find_first_not_of("-0123456789") == std::string::npos)
+            expectEveryOperationDocumented(puttingStrangeId(value));
+    }
+}
+
+TEST_P(StrangeValues, CostNobodyAJob)
+{
+    const std::set<std::string> toolReads = {"id", "type", "crontime", "status", "userId"};
+    if (toolReads.count(GetParam()) == 0)
+        return expectToolLosesNothing(puttingStrange(GetParam(), "x'3132'"));
+    for (const std::string& value : strangeValues) {
+        SCOPED_TRACE(value);
+        if (GetParam() != "id")
+            expectToolLosesNothing(puttingStrange(GetParam(), value));
+        else if (value.find_first_not_of("-0123456789") == std::string::npos)
+            expectToolLosesNothing(puttingStrangeId(value));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , StrangeValues, testing::ValuesIn(taskColumns), [](const auto& column) { return column.param; });
+
+// What an id list and a single number make of a value.
+std::string typeRead(const std::string& value)
+{
+    return resultOver(puttingStrange("type", value), "getTaskType");
+}
+
+TEST_F(DamagedDatabase, WithTextForANumberGivesTheNumberItBeginsWith)
+{
+    EXPECT_EQ("0", typeRead("'text'"));
+    EXPECT_EQ("12", typeRead("'12 and more'"));
+    EXPECT_EQ("0", typeRead("''"));
+}
+
+TEST_F(DamagedDatabase, WithANumberBeyond32BitsGivesItsLowBits)
+{
+    EXPECT_EQ("12", typeRead("4294967308"));
+    EXPECT_EQ("-1", typeRead("9223372036854775807"));
+    EXPECT_EQ("501,", resultOver(puttingStrange("userId", "4294967797"), "userIds"));
+}
+
+TEST_F(DamagedDatabase, WithABlobForANumberGivesTheNumberItBeginsWith)
+{
+    EXPECT_EQ("12", typeRead("x'3132'"));
+    EXPECT_EQ("0", typeRead("x''"));
+    EXPECT_EQ("0", typeRead("x'00ff31'"));
+    EXPECT_EQ("501,", resultOver(puttingStrange("userId", "x'353031'"), "userIds"));
+}
+
+// --- What the system's permissions keep from a program that is not root ---
+
+class NoPermission : public DamagedDatabase {
+protected:
+    void SetUp() override
+    {
+        DamagedDatabase::SetUp();
+        m_tool = testDirectory + "tool"; // where the build lies, anna may not look
+        fs::copy_file(ORV_CRON_CLEANER, m_tool);
+    }
+
+    // Runs `checks` as anna. What they find wrong they have told when this returns.
+    static void asAnna(const std::function<void()>& checks)
+    {
+        std::cout << std::flush;
+        const pid_t child = fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            if (setgid(anna) != 0 || setuid(anna) != 0)
+                _exit(2);
+            checks();
+            std::cout << std::flush;
+            _exit(HasFailure() ? 1 : 0);
+        }
+        int status = 0;
+        ASSERT_EQ(child, waitpid(child, &status, 0));
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    }
+
+    static void setMode(const std::string& path, mode_t mode) { ASSERT_EQ(0, chmod(path.c_str(), mode)); }
+
+    // The tool says its message, and nobody's crontab is another.
+    void expectToolRefuses() const
+    {
+        for (const std::string& account : accounts)
+            setCrontab(account, crontabBefore);
+        const std::string tool = m_tool;
+        asAnna([tool] {
+            const ProgramEnd end = runProgram({tool});
+            EXPECT_EQ(0, end.status);
+            EXPECT_EQ("Exception while cleaning cron", end.output);
+        });
+        for (const std::string& account : accounts)
+            EXPECT_EQ(crontabBefore, crontabOf(account));
+    }
+
+    // The editor is made while the file can still be read.
+    static void expectEveryOperationFailsWith(int code)
+    {
+        for (const StoreOperation& operation : storeOperations()) {
+            TaskEditor editor;
+            asAnna([&] {
+                const Ending ending = endingOf(operation, editor);
+                EXPECT_TRUE(isDocumented(operation, ending)) << operation << ": " << ending;
+                EXPECT_TRUE(ending.text == "false" || ending.code == code) << operation << ": " << ending;
+            });
+        }
+        asAnna([code] { EXPECT_EQ(code, codeOfMaking()); });
+    }
+
+    // Reads give what they give to root, writes fail.
+    static void expectOnlyReadsWork(int code)
+    {
+        for (const StoreOperation& operation : storeOperations()) {
+            const std::string sound = resultOver(putSoundDatabase, operation.name);
+            putSoundDatabase();
+            TaskEditor editor;
+            asAnna([&] {
+                const Ending ending = endingOf(operation, editor);
+                EXPECT_TRUE(isDocumented(operation, ending)) << operation << ": " << ending;
+                if (operation.effect == Effect::none) {
+                    EXPECT_EQ(sound, textOf(ending)) << operation;
+                } else {
+                    EXPECT_TRUE(ending.text == "false" || ending.code == code) << operation << ": " << ending;
+                }
+            });
+        }
+    }
+
+    std::string m_tool;
+};
+
+TEST_F(NoPermission, ForTheFileIsReportedByEveryOperation)
+{
+    setMode(databasePath, 0600);
+    expectEveryOperationFailsWith(SQLITE_CANTOPEN);
+    expectToolRefuses();
+}
+
+TEST_F(NoPermission, ForTheDirectoryIsReportedByEveryOperation)
+{
+    setMode(productDirectory + "var", 0700);
+    expectEveryOperationFailsWith(SQLITE_CANTOPEN);
+    expectToolRefuses();
+}
+
+TEST_F(NoPermission, ToWriteTheFileIsReportedByEveryWriteAndByNoRead)
+{
+    umask(022); // so is every file that is put
+    expectOnlyReadsWork(SQLITE_READONLY);
+    asAnna([] { EXPECT_EQ(0, codeOfMaking()); }); // the table is there, and no more is wanted
+}
+
+TEST_F(NoPermission, ToWriteTheDirectoryIsReportedByEveryWriteAndByNoRead)
+{
+    umask(0); // files are for all to write; the directory is not
+    expectOnlyReadsWork(SQLITE_READONLY);
+    umask(022);
+}
+
+} // namespace
+} // namespace support

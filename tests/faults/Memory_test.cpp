@@ -1,0 +1,597 @@
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <future>
+#include <gtest/gtest.h>
+#include <mutex>
+#include <new>
+#include <optional>
+#include <set>
+#include <sqlite3.h>
+#include <string>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <tuple>
+#include <vector>
+
+#include "DamagedDatabase.h"
+#include "FailingMemory.h"
+#include "OrvException.h"
+#include "OrvLogger.h"
+#include "StoreOperations.h"
+#include "Tables.h"
+#include "WorldTest.h"
+
+// The operations with the first, second, ... request for memory refused, once and from then on, until a run meets no
+// refusal any more. Where the C library cannot go on for want of memory, it fails as it does for other reasons (popen,
+// fopen, getpwuid_r give null), and what follows is what follows then.
+
+namespace {
+
+char gLogged[256]; // taken down without memory
+int gLogLines = 0;
+
+} // namespace
+
+void LogMsg(int level, const char* format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    const int size = std::snprintf(gLogged, sizeof gLogged, "%d: ", level);
+    std::vsnprintf(gLogged + size, sizeof gLogged - static_cast<std::size_t>(size), format, arguments);
+    va_end(arguments);
+    ++gLogLines;
+}
+
+namespace support {
+namespace {
+
+enum class End { returned, sqliteException, outOfMemory };
+
+struct Outcome {
+    End end = End::returned;
+    std::string text; // what it returned, or the exception's message
+    int code = 0;
+    long requests = 0;
+    bool refused = false;
+    std::string within; // popen, fopen or getpwuid_r, which then give null
+    std::string place;
+};
+
+std::ostream& operator<<(std::ostream& out, const Outcome& outcome)
+{
+    if (outcome.end == End::outOfMemory)
+        return out << "std::bad_alloc";
+    return out << Ending{outcome.end == End::sqliteException, outcome.text, outcome.code};
+}
+
+using Action = std::function<std::string(TaskEditor&)>;
+
+// A string that has a block of memory to itself.
+long blocksOf(const std::string& text)
+{
+    return text.capacity() >= sizeof(std::string) / 2 ? 1 : 0;
+}
+
+bool mutexIsFree()
+{
+    return std::async(std::launch::async, [] {
+        const std::unique_lock<std::mutex> lock(gMutex, std::try_to_lock);
+        return lock.owns_lock();
+    }).get();
+}
+
+using Of = FailingMemory::Of;
+
+// Runs the action with its n-th request refused.
+Outcome runRefusing(TaskEditor& editor, const Action& action, long n, Failing failing, Of whom)
+{
+    FailingMemory memory;
+    Outcome outcome;
+    const int descriptors = openDescriptors();
+    tzset(); // its copy of the zone's name is lost when there is no memory for the next one
+    const long blocks = FailingMemory::blocks();
+    try {
+        memory.failNth(n, failing, whom);
+        outcome.text = action(editor);
+        memory.failNothing();
+    } catch (SqliteException& failure) {
+        memory.failNothing();
+        outcome.end = End::sqliteException;
+        outcome.text = failure.getMessage();
+        outcome.code = failure.getErrorCode();
+    } catch (const std::bad_alloc&) {
+        memory.failNothing();
+        outcome.end = End::outOfMemory;
+    }
+    EXPECT_GE(blocks, FailingMemory::blocks() - blocksOf(outcome.text)) << memory.place();
+    outcome.requests = memory.requests();
+    outcome.refused = memory.failures() > 0;
+    outcome.within = memory.within();
+    outcome.place = memory.place();
+    EXPECT_EQ(descriptors, openDescriptors()) << outcome.place;
+    EXPECT_TRUE(mutexIsFree()) << outcome.place;
+    return outcome;
+}
+
+struct Sweep {
+    std::function<void()> prepare; // before every run
+    Action action;
+    std::function<void(const Outcome&, Failing)> check; // after every run that met a refusal
+};
+
+// SQLite makes some 300 requests for each statement of the store, all of them while the statement runs. They are
+// refused one by one where the statement is all there is. In the passes, which run many statements and the crontab
+// program, and in the slow builds, each one that SQLite did not make is refused, and of all of them every so-manieth.
+constexpr long stepOfStore = FailingMemory::refusesEverything ? 1 : 7;
+constexpr long stepOfPasses = FailingMemory::refusesEverything ? 11 : 61;
+
+class Memory : public WorldTest {
+protected:
+    // How many requests were refused.
+    static int sweep(const Sweep& sweep, Failing failing, Of whom, long step)
+    {
+        int points = 0;
+        for (long n = 1;; n += step) {
+            sweep.prepare();
+            TaskEditor editor;
+            const Outcome outcome = runRefusing(editor, sweep.action, n, failing, whom);
+            SCOPED_TRACE("request " + std::to_string(n) + (failing == Failing::once ? "" : " and all after it") + " in "
+                + outcome.within + outcome.place);
+            if (!outcome.refused) {
+                EXPECT_EQ(End::returned, outcome.end) << outcome;
+                return points;
+            }
+            ++points;
+            sweep.check(outcome, failing);
+            EXPECT_EQ("ok", integrity());
+            EXPECT_NO_THROW(editor.getNumUser());
+            if (HasFailure())
+                return points;
+        }
+    }
+
+    static void sweepAll(const Sweep& steps, long step)
+    {
+        steps.prepare();
+        TaskEditor warming; // what the C library keeps once it has it is no leak
+        steps.action(warming);
+        int points = 0;
+        for (const Failing failing : {Failing::once, Failing::fromThenOn}) {
+            const int each = HasFailure() ? 0 : sweep(steps, failing, step == 1 ? Of::everybody : Of::allButSqlite, 1);
+            EXPECT_GT(each, 0);
+            points += each + (HasFailure() || step == 1 ? 0 : sweep(steps, failing, Of::everybody, step));
+        }
+        RecordProperty("points", points);
+    }
+};
+
+// --- The store ---
+
+// SQLite's own code for want of memory; that for misuse, where a property list could not be made into bytes.
+void expectWantOfMemory(const Outcome& outcome, const std::vector<std::string>& texts)
+{
+    if (outcome.end != End::sqliteException)
+        return;
+    EXPECT_NE(texts.end(), std::find(texts.begin(), texts.end(), outcome.text)) << outcome;
+    const bool unserialised = outcome.text == "Database: Write failed" && outcome.code == SQLITE_MISUSE;
+    EXPECT_TRUE(unserialised || outcome.code == SQLITE_NOMEM) << outcome;
+}
+
+class StoreMemory : public Memory, public testing::WithParamInterface<StoreOperation> {
+protected:
+    void SetUp() override
+    {
+        WorldTest::SetUp();
+        putSoundDatabase();
+        m_before = taskRows();
+        {
+            TaskEditor editor;
+            m_undisturbed = endingOf(GetParam(), editor).text;
+        }
+        m_after = taskRows();
+        execSql("update TaskTable set parameter=null where id=5");
+        m_afterWithoutParameter = taskRows();
+    }
+
+    void expectDocumented(const Outcome& outcome) const
+    {
+        expectWantOfMemory(outcome, GetParam().failures);
+        const bool full = outcome.end != End::returned || outcome.text == m_undisturbed;
+        EXPECT_TRUE(full || isLesserResult(outcome.text)) << outcome;
+        const Rows rows = taskRows();
+        if (GetParam().effect == Effect::none || GetParam().effect == Effect::oneStatement) {
+            const bool done = outcome.end == End::returned && outcome.text == m_undisturbed;
+            EXPECT_EQ(done ? m_after : m_before, rows);
+        } else {
+            // A change keeps the stored parameter when its own cannot be made into bytes.
+            EXPECT_TRUE(isBetweenStatements(rows, m_before, m_after)
+                || (std::string(GetParam().name) == "modifyDbTask"
+                    && isBetweenStatements(rows, m_before, m_afterWithoutParameter)))
+                << testing::PrintToString(rows);
+        }
+    }
+
+private:
+    // False from what reports failures as false; a task without its property lists, which read as null.
+    bool isLesserResult(const std::string& text) const
+    {
+        if (GetParam().failures.empty() || GetParam().effect == Effect::cleaning)
+            return text == "false";
+        const std::size_t lists = m_undisturbed.find("|<?xml");
+        if (lists == std::string::npos || text.compare(0, lists, m_undisturbed, 0, lists) != 0)
+            return false;
+        const std::string both = m_undisturbed.substr(lists + 1);
+        const std::size_t between = both.find("|");
+        for (const std::string& parameter : {both.substr(0, between), std::string("-"), std::string("?")})
+            for (const std::string& result : {both.substr(between + 1), std::string("-"), std::string("?")})
+                if (text.substr(lists + 1) == parameter + "|" + result)
+                    return true;
+        return false;
+    }
+
+    Rows m_before;
+    Rows m_after;
+    Rows m_afterWithoutParameter;
+    std::string m_undisturbed;
+};
+
+TEST_P(StoreMemory, RunsOutAnywhereWithoutHarm)
+{
+    sweepAll({putSoundDatabase, GetParam().run, [this](const Outcome& outcome, Failing) { expectDocumented(outcome); }},
+        stepOfStore);
+}
+
+INSTANTIATE_TEST_SUITE_P(, StoreMemory, testing::ValuesIn(storeOperations()), nameOfOperation);
+
+// --- The making of an editor ---
+
+// In a thread that is new: one that could not make its editor must not ask again.
+Outcome makeEditor(long n, Failing failing)
+{
+    return std::async(std::launch::async, [=] {
+        FailingMemory memory;
+        Outcome outcome;
+        const long blocks = FailingMemory::blocks();
+        try {
+            memory.failNth(n, failing);
+            TaskEditor::getInstance();
+            memory.failNothing();
+        } catch (SqliteException& failure) {
+            memory.failNothing();
+            outcome.end = End::sqliteException;
+            outcome.code = failure.getErrorCode();
+        } catch (const std::bad_alloc&) {
+            memory.failNothing();
+            outcome.end = End::outOfMemory;
+        }
+        TaskEditor::ReleaseInstance();
+        EXPECT_EQ(blocks, FailingMemory::blocks()) << memory.place();
+        outcome.refused = memory.failures() > 0;
+        outcome.place = memory.place();
+        return outcome;
+    }).get();
+}
+
+void expectMakingDocumented(const Outcome& outcome, bool hadTable)
+{
+    EXPECT_TRUE(outcome.end != End::sqliteException || outcome.code == SQLITE_NOMEM) << outcome;
+    const bool hasTable = queryRows("select count(*) from sqlite_master where name='TaskTable'").at(0) == "1";
+    EXPECT_TRUE(hasTable || (outcome.end != End::returned && !hadTable));
+    EXPECT_EQ("ok", integrity());
+    EXPECT_EQ(hadTable ? 42 : 0, TaskEditor().getNumTaskRecord());
+}
+
+void sweepMaking(void (*put)(), bool hadTable, Failing failing)
+{
+    put();
+    makeEditor(-1, failing); // warms
+    for (long n = 1;; ++n) {
+        put();
+        const int descriptors = openDescriptors();
+        const Outcome outcome = makeEditor(n, failing);
+        SCOPED_TRACE("request " + std::to_string(n) + outcome.place);
+        EXPECT_EQ(descriptors, openDescriptors());
+        expectMakingDocumented(outcome, hadTable);
+        if (testing::Test::HasFailure())
+            return;
+        if (!outcome.refused) {
+            EXPECT_EQ(End::returned, outcome.end) << outcome;
+            EXPECT_GT(n, 20);
+            testing::Test::RecordProperty(failing == Failing::once ? "once" : "fromThenOn", static_cast<int>(n - 1));
+            return;
+        }
+    }
+}
+
+TEST_F(Memory, ForAnEditorRunsOutAnywhereWithoutHarmToAFile)
+{
+    sweepMaking(putSoundDatabase, true, Failing::once);
+    sweepMaking(putSoundDatabase, true, Failing::fromThenOn);
+}
+
+TEST_F(Memory, ForAnEditorRunsOutAnywhereWithoutHalfATable)
+{
+    sweepMaking(putNoDatabase, false, Failing::once);
+    sweepMaking(putNoDatabase, false, Failing::fromThenOn);
+}
+
+// --- What edits crontabs ---
+
+const std::string annasStart = "# anna's\n0 3 * * * /bin/backup /home/anna\n";
+const std::string annasEnd = "30 5 * * 1 /bin/report anna # weekly\n";
+const std::string bensJobs = "# ben's\n0 4 * * * /bin/backup /home/ben\n";
+const std::string carlasCrontab = "0 5 * * * /bin/carla\n1 4 * * * " + taskManager + " 1 >> /dev/null 2>&1\n";
+
+std::string taskLine(int id)
+{
+    return std::to_string(id) + " 4 * * * " + taskManager + " " + std::to_string(id) + " >> /dev/null 2>&1\n";
+}
+
+// A crontab program that costs little to run, over the crontabs of the recording one.
+class QuickCrontab {
+public:
+    QuickCrontab()
+    {
+        useRecordingCrontab();
+        if (mount(ORV_QUICK_CRONTAB, program, nullptr, MS_BIND, nullptr) != 0)
+            throw std::runtime_error("the quick crontab cannot be put in place");
+    }
+    ~QuickCrontab() { umount2(program, MNT_DETACH); }
+    QuickCrontab(const QuickCrontab&) = delete;
+    QuickCrontab& operator=(const QuickCrontab&) = delete;
+
+private:
+    static constexpr const char* program = "/usr/bin/crontab";
+};
+
+class CrontabMemory : public Memory {
+protected:
+    void SetUp() override
+    {
+        WorldTest::SetUp();
+        m_crontab.emplace();
+        putNoDatabase();
+        execSql(createTaskTable);
+        for (const auto& [id, type, owner] : {std::tuple(3, 1, anna), {4, 3, anna}, {5, 2, anna}, {6, 1, ben}}) {
+            const std::string number = std::to_string(id);
+            execSql("insert into TaskTable(id,description,type,crontime,userId) values (" + number + ",'task',"
+                + std::to_string(type) + ",'" + number + " 4 * * *'," + std::to_string(owner) + ")");
+        }
+        m_database = readFile(databasePath);
+    }
+
+    void TearDown() override { m_crontab.reset(); }
+
+    // Each run finds what an earlier one of somebody else's may have left, too.
+    void putEverything() const
+    {
+        putDatabase(m_database);
+        setCrontab("anna", annasStart + taskLine(3) + annasEnd);
+        setCrontab("ben", bensJobs + taskLine(6));
+        setCrontab("carla", carlasCrontab);
+        writeFile(scratchDirectory + "crontemp.txt", "# somebody else's\n");
+        writeFile(scratchDirectory + "temp2.txt", "# somebody else's\n");
+    }
+
+    void alsoInDatabase(const std::string& sql)
+    {
+        execSql(sql);
+        m_database = readFile(databasePath);
+    }
+
+    using Texts = std::set<std::string>;
+
+    // `whole`: what the crontab may be. `withoutCopy`: what comes of it where the C library could not copy it.
+    void expectCrontab(const std::string& account, const Outcome& outcome, Failing failing, const Texts& whole,
+        const std::string& withoutCopy)
+    {
+        const std::string now = crontabOf(account);
+        const bool uncopied = outcome.within == "popen" || outcome.within == "fopen";
+        const bool unread = uncopied && failing == Failing::once; // from then on, nothing is installed either
+        EXPECT_TRUE(whole.count(now) == 1 || (unread && now == withoutCopy)) << account << ":\n" << now;
+        m_uncopied += now == withoutCopy ? 1 : 0;
+        EXPECT_EQ(carlasCrontab, crontabOf("carla"));
+    }
+
+    // That the C library has been made to fail: it then leaves no copy, and what counts as empty is installed.
+    void expectSomeUncopied() const { EXPECT_EQ(FailingMemory::refusesEverything, m_uncopied > 0); }
+
+    Rows rowsNow() const { return queryRows("select * from TaskTable order by id"); }
+
+private:
+    std::optional<QuickCrontab> m_crontab;
+    std::string m_database;
+    int m_uncopied = 0;
+};
+
+TEST_F(CrontabMemory, ForACleanRunsOutAnywhereWithoutALostJob)
+{
+    const auto check = [this](const Outcome& outcome, Failing failing) {
+        expectWantOfMemory(outcome, {"Error in taskType", "Error in reading values"});
+        expectCrontab("anna", outcome, failing, {annasStart + taskLine(3) + annasEnd, annasStart + annasEnd}, "");
+        expectCrontab("ben", outcome, failing, {bensJobs + taskLine(6), bensJobs}, "");
+    };
+    sweepAll(
+        {[this] { putEverything(); }, [](TaskEditor& editor) { return std::to_string(editor.cleanCron()); }, check},
+        stepOfPasses);
+    EXPECT_EQ(annasStart + annasEnd, crontabOf("anna"));
+    expectSomeUncopied();
+    EXPECT_EQ(bensJobs, crontabOf("ben"));
+}
+
+TEST_F(CrontabMemory, ForARebuildRunsOutAnywhereWithoutALostJob)
+{
+    const std::string annas = annasStart + taskLine(3) + annasEnd;
+    const std::string bens = bensJobs + taskLine(6);
+    const auto check = [&](const Outcome& outcome, Failing failing) {
+        expectWantOfMemory(outcome, {"Error in taskType", "Error in reading values", "TaskTable doesn't exist-2"});
+        expectCrontab("anna", outcome, failing,
+            {annas, annas + taskLine(3), annas + taskLine(5), annas + taskLine(3) + taskLine(5)},
+            taskLine(3) + taskLine(5));
+        expectCrontab("ben", outcome, failing, {bens, bens + taskLine(6)}, taskLine(6));
+    };
+    sweepAll(
+        {[this] { putEverything(); }, [](TaskEditor& editor) { return std::to_string(editor.putCronFromDB()); }, check},
+        stepOfPasses);
+    EXPECT_EQ(annas + taskLine(3) + taskLine(5), crontabOf("anna"));
+    EXPECT_EQ(bens + taskLine(6), crontabOf("ben"));
+    expectSomeUncopied();
+}
+
+TEST_F(CrontabMemory, ForARefreshRunsOutAnywhereWithoutALostJob)
+{
+    alsoInDatabase("update TaskTable set id=0 where id=4");
+    const auto prepare = [this] {
+        putEverything();
+        setCrontab("anna", annasStart + "xy4 4 * * * " + taskLine(4).substr(10) + annasEnd);
+    };
+    const std::string refreshed = annasStart + "x\n" + taskLine(4) + annasEnd;
+    prepare();
+    const std::string annas = crontabOf("anna");
+    const auto check = [&](const Outcome& outcome, Failing failing) {
+        expectWantOfMemory(outcome, {"Error in taskType", "Error in reading values", "Error in querying table"});
+        expectCrontab("anna", outcome, failing, {annas, refreshed}, "");
+        expectCrontab("ben", outcome, failing, {bensJobs + taskLine(6)}, "");
+    };
+    sweepAll({prepare, [](TaskEditor& editor) { return std::to_string(editor.refreshCron()); }, check}, stepOfPasses);
+    EXPECT_EQ(refreshed, crontabOf("anna"));
+    expectSomeUncopied();
+}
+
+TEST_F(CrontabMemory, ForTheRemovalOfALineRunsOutAnywhereWithoutALostJob)
+{
+    const auto check = [this](const Outcome& outcome, Failing failing) {
+        EXPECT_NE(End::sqliteException, outcome.end) << outcome;
+        expectCrontab("anna", outcome, failing, {annasStart + taskLine(3) + annasEnd, annasStart + annasEnd}, "");
+        EXPECT_EQ(bensJobs + taskLine(6), crontabOf("ben"));
+    };
+    sweepAll({[this] { putEverything(); },
+                 [](TaskEditor& editor) { return std::to_string(editor.deleteCronEntry(3, anna)); }, check},
+        stepOfPasses);
+    EXPECT_EQ(annasStart + annasEnd, crontabOf("anna"));
+    expectSomeUncopied();
+}
+
+TEST_F(CrontabMemory, ForTheDeletionOfATaskRunsOutAnywhereWithoutALostJob)
+{
+    putEverything();
+    const Rows before = rowsNow();
+    const Rows after(before.begin() + 1, before.end());
+    const auto check = [&](const Outcome& outcome, Failing failing) {
+        expectWantOfMemory(outcome, {"Error in querying table", "Deletion failed"});
+        expectCrontab("anna", outcome, failing, {annasStart + taskLine(3) + annasEnd, annasStart + annasEnd}, "");
+        EXPECT_EQ(bensJobs + taskLine(6), crontabOf("ben"));
+        const Rows rows = rowsNow();
+        EXPECT_TRUE(rows == after || (rows == before && outcome.end != End::returned)) << testing::PrintToString(rows);
+        EXPECT_TRUE(rows == after || crontabOf("anna") == annasStart + taskLine(3) + annasEnd); // the row goes first
+    };
+    sweepAll({[this] { putEverything(); },
+                 [](TaskEditor& editor) { return std::to_string(editor.deleteTask(3, true, false)); }, check},
+        stepOfPasses);
+    EXPECT_EQ(annasStart + annasEnd, crontabOf("anna"));
+    expectSomeUncopied();
+}
+
+// --- Creating and changing tasks ---
+
+TaskInfo taskWithParameter()
+{
+    TaskInfo task(scanTask);
+    task.description = "a task with a description of some length\n";
+    task.cronTime = "7 7 * * *";
+    task.created = 1000000000;
+    task.lastRun = 1100000000;
+    task.userId = anna;
+    static const CFMutableDictionaryRef settings = CFDictionaryCreateMutable(
+        kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
+    CFDictionarySetValue(settings, CFSTR("path"), CFSTR("/Users/anna/Documents"));
+    task.parameter = settings; // stays for as long as the program runs
+    return task;
+}
+
+TEST_F(CrontabMemory, ForANewTaskRunsOutAnywhereWithoutHalfATask)
+{
+    writeFile(taskManager, "#!/bin/sh\n");
+    chmod(taskManager.c_str(), 0755);
+    TaskInfo task = taskWithParameter();
+    putEverything();
+    const Rows before = rowsNow();
+    EXPECT_EQ(7, TaskEditor().createTask(task, false, "LocalTask"));
+    const Rows after = rowsNow();
+    const auto prepare = [&] {
+        putEverything();
+        gLogLines = 0;
+    };
+    const auto check = [&](const Outcome& outcome, Failing failing) {
+        expectWantOfMemory(outcome, {"Database: Write failed", "TaskTable doesn't exist-1"});
+        const Rows rows = rowsNow();
+        EXPECT_TRUE(rows == after || (rows == before && outcome.end != End::returned)) << testing::PrintToString(rows);
+        const bool notStarted
+            = outcome.end == End::returned && (outcome.within == "popen" || failing == Failing::fromThenOn);
+        EXPECT_EQ(notStarted ? 1 : 0, gLogLines) << gLogged;
+        if (notStarted) {
+            EXPECT_EQ("3: popen failed for " + taskManager + " 7 Console &", std::string(gLogged));
+        }
+    };
+    sweepAll({prepare, [&task](TaskEditor& editor) { return std::to_string(editor.createTask(task, true, "Console")); },
+                 check},
+        stepOfPasses);
+}
+
+TEST_F(CrontabMemory, ForAChangedTaskRunsOutAnywhereWithoutHalfAChange)
+{
+    TaskInfo task = taskWithParameter();
+    task.id = 3;
+    putEverything();
+    const Rows before = rowsNow();
+    EXPECT_TRUE(TaskEditor().modifyTask(task, false));
+    const Rows after = rowsNow();
+    execSql("update TaskTable set parameter=null where id=3");
+    const Rows afterWithoutParameter = rowsNow();
+    const auto check = [&](const Outcome& outcome, Failing) {
+        expectWantOfMemory(outcome, {"Database: Write failed", "TaskTable doesn't exist-1"});
+        const Rows rows = rowsNow();
+        const bool changed = rows == after || rows == afterWithoutParameter; // which then stays as it was: null
+        EXPECT_TRUE(changed || (rows == before && outcome.end != End::returned)) << testing::PrintToString(rows);
+    };
+    sweepAll({[this] { putEverything(); },
+                 [&task](TaskEditor& editor) { return std::to_string(editor.modifyTask(task, false)); }, check},
+        stepOfPasses);
+}
+
+bool newIsRefused()
+{
+    try {
+        ::operator delete(::operator new(10));
+        return false;
+    } catch (const std::bad_alloc&) {
+        return true;
+    }
+}
+
+// That the sweeps above refuse what they are to refuse.
+TEST_F(Memory, IsRefusedToWhoeverAsksForItAsFarAsTheBuildAllows)
+{
+    FailingMemory memory;
+    memory.failNth(1, Failing::fromThenOn);
+    void* const alike[] = {std::malloc(10), std::calloc(2, 5), std::realloc(nullptr, 10), aligned_alloc(64, 64)};
+    FILE* const file = std::fopen("/dev/null", "r");
+    const bool newRefused = newIsRefused();
+    void* const sqlites = sqlite3_malloc(10);
+    memory.failNothing();
+    for (void* const block : alike) {
+        EXPECT_EQ(FailingMemory::refusesEverything, block == nullptr);
+        std::free(block);
+    }
+    EXPECT_EQ(FailingMemory::refusesEverything, file == nullptr);
+    if (file != nullptr)
+        std::fclose(file);
+    EXPECT_TRUE(newRefused);
+    EXPECT_EQ(nullptr, sqlites);
+}
+
+} // namespace
+} // namespace support
