@@ -18,7 +18,7 @@
 
 using namespace support;
 
-/// Bytes in use as a sanitizer counts them; null without one.
+// NOLINTNEXTLINE(*-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): in use as a sanitizer counts; null without one
 extern "C" std::size_t __sanitizer_get_current_allocated_bytes() __attribute__((weak));
 
 namespace {

@@ -121,6 +121,8 @@ TEST_F(TaskReading, TextsAreReadWholeWhateverTheirBytes)
     const OwnedTask task = readTask(id);
     EXPECT_EQ(std::string("a\0b", 3), task->description);
     EXPECT_EQ("0 3 * * *\n\u00e4", task->cronTime);
+    execSql("update TaskTable set crontime=cast(x'350033' as text)");
+    EXPECT_EQ(std::string("5\0003", 3), readTask(id)->cronTime);
 }
 
 TEST_F(TaskReading, MissingTimeStampsAreTheLastDayOf1899)

@@ -526,6 +526,14 @@ TEST_F(TaskWriting, FinishedTasksThatCannotBeListedAreLeft)
     EXPECT_EQ("45", rows());
 }
 
+TEST_F(TaskWriting, AnIdBeyond32BitsDoesNotCostAnotherTaskItsRow)
+{
+    addTasks(40, "status=1");
+    addTask("id=4294967308, status=3"); // its low 32 bits are 12
+    EXPECT_TRUE(store->dbMaxRecordCleaner());
+    EXPECT_EQ("41", rows());
+}
+
 TEST_F(TaskWriting, TheTableIsCountedOnceForTheBound)
 {
     addTasks(43, "status=3");
