@@ -1,5 +1,6 @@
 #include "Process.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -80,10 +81,18 @@ std::vector<char*> pointers(const std::vector<std::string>& texts)
     return all;
 }
 
+bool sets(const std::string& entry, const std::string& other)
+{
+    return entry.compare(0, entry.find('=') + 1, other, 0, other.find('=') + 1) == 0;
+}
+
+/// Programs differ in which of two entries with the same name they take, so that there must be only one.
 std::vector<std::string> withOwnEnvironment(std::vector<std::string> environment)
 {
+    const std::vector<std::string> given = environment;
     for (char** entry = environ; *entry != nullptr; ++entry)
-        environment.emplace_back(*entry);
+        if (std::none_of(given.begin(), given.end(), [&](const std::string& other) { return sets(other, *entry); }))
+            environment.emplace_back(*entry);
     return environment;
 }
 

@@ -22,8 +22,8 @@ struct ProgramEnd {
     std::string errors; ///< what it, and what it started, wrote to standard error
 };
 
-/// A program that is started by the constructor, with the test's own environment and `environment` ("NAME=value")
-/// before it, standard input from /dev/null. Throws std::runtime_error if it cannot be started.
+/// A program that is started by the constructor, in the test's own environment but for what `environment`
+/// ("NAME=value") sets, with standard input from /dev/null. Throws std::runtime_error if it cannot be started.
 class StartedProgram {
 public:
     explicit StartedProgram(const std::vector<std::string>& arguments,

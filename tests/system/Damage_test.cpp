@@ -180,6 +180,19 @@ TEST_F(Damage, CleanNeverInstallsACrontabThatDidNotFitOnTheDisk)
     EXPECT_EQ(Files{}, scratchFiles());
 }
 
+// Then nothing is left to be written to the full disk.
+TEST_F(Damage, CleanNeverInstallsTheStartOfACrontabWhoseTaskLinesFillTheDisk)
+{
+    std::string large;
+    while (large.size() < 10000)
+        large += annasTask;
+    setCrontab("anna", large + backup);
+    limitScratchDirectory(8192, 0);
+    EXPECT_EQ("", clean());
+    expectCrontabs(large + backup, report);
+    EXPECT_EQ(Files{}, scratchFiles());
+}
+
 TEST_F(Damage, CleanNeverInstallsAFilteredCrontabThatDidNotFitOnTheDisk)
 {
     const std::string large = jobsOfSize(10000);
@@ -194,6 +207,17 @@ TEST_F(Damage, RebuildNeverInstallsACrontabThatDidNotFitOnTheDisk)
 {
     const std::string large = jobsOfSize(10000);
     setCrontab("anna", large);
+    limitScratchDirectory(8192, 0);
+    EXPECT_EQ("", rebuild());
+    expectCrontabs(large, report + bensTask + bensTask);
+    EXPECT_EQ(Files{}, scratchFiles());
+}
+
+TEST_F(Damage, RebuildNeverInstallsTheStartOfACrontabToWhichItAddsNothing)
+{
+    const std::string large = jobsOfSize(10000);
+    setCrontab("anna", large);
+    execSql("update TaskTable set type=3 where userId=501");
     limitScratchDirectory(8192, 0);
     EXPECT_EQ("", rebuild());
     expectCrontabs(large, report + bensTask + bensTask);

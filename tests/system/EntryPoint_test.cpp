@@ -1,5 +1,7 @@
 #include "SystemTest.h"
 
+#include <filesystem>
+
 using namespace support;
 
 namespace {
@@ -197,6 +199,17 @@ TEST_F(EntryPointRecorded, RunsNoCrontabForAnEmptyTable)
     rebuild();
     EXPECT_EQ(Calls{}, crontabCalls());
     EXPECT_EQ(Files{}, scratchFiles());
+}
+
+TEST_F(EntryPointRecorded, RunsTheSystemsCrontabCommandWhateverIsOnThePath)
+{
+    addTask({3, anna});
+    writeFile(testDirectory + "crontab", "#!/bin/sh\ntouch " + testDirectory + "trapped\n");
+    ASSERT_EQ(0, runProgram({"/bin/chmod", "755", testDirectory + "crontab"}).status);
+    clean({"PATH=" + testDirectory + ":/usr/bin:/bin"});
+    rebuild({"PATH=" + testDirectory + ":/usr/bin:/bin"});
+    EXPECT_EQ(4u, crontabCalls().size());
+    EXPECT_FALSE(std::filesystem::exists(testDirectory + "trapped"));
 }
 
 TEST_F(EntryPoint, KeepsWhatARebuildHasDoneBeforeAnException)
