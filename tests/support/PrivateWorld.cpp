@@ -89,12 +89,33 @@ void setOwnerAndMode(const std::string& path, uid_t owner, gid_t group, mode_t m
         failCall("chmod " + path);
 }
 
+int openPath(const char* path, int flags)
+{
+    const int file = open(path, flags | O_CLOEXEC);
+    if (file < 0)
+        failCall(std::string("opening ") + path);
+    return file;
+}
+
+// In a changed root the mount that holds it is out of reach, and what is mounted would show outside. Entering one's own
+// namespace leads to its real root; from there all mounts are made private, and then it is back to where we were.
 void unshareMounts()
 {
     if (unshare(CLONE_NEWNS) != 0)
         failCall("unshare(CLONE_NEWNS)");
+    const int root = openPath("/", O_PATH | O_DIRECTORY);
+    const int directory = openPath(".", O_PATH | O_DIRECTORY);
+    const int mounts = openPath("/proc/self/ns/mnt", O_RDONLY);
+    if (setns(mounts, CLONE_NEWNS) != 0)
+        failCall("entering the new mount namespace");
     if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
         failCall("making all mounts private");
+    if (fchdir(root) != 0 || chroot(".") != 0 || fchdir(directory) != 0)
+        failCall("going back to the root directory");
+    for (const int file : {root, directory, mounts})
+        close(file);
+    if (readFile("/proc/self/mountinfo").find(" shared:") != std::string::npos)
+        fail("a mount is still shared with the machine (the root directory itself may be mounted over)");
 }
 
 void writeRaw(const std::string& path, const std::string& bytes)
@@ -123,9 +144,7 @@ void bringBack(const fs::directory_entry& entry, const std::string& target)
 /// whole becomes a file system in memory.
 void replaceUsrLocal()
 {
-    const int before = open("/usr/local", O_PATH | O_DIRECTORY | O_CLOEXEC);
-    if (before < 0)
-        failCall("opening /usr/local");
+    const int before = openPath("/usr/local", O_PATH | O_DIRECTORY);
     mountTmpfs("/usr/local", "mode=0755");
     for (const auto& entry : fs::directory_iterator("/proc/self/fd/" + std::to_string(before))) {
         const std::string name = entry.path().filename().string();
