@@ -47,7 +47,10 @@ std::string visible(const std::string& text)
         const std::size_t size = characterAt(text, i);
         char code[5];
         std::snprintf(code, sizeof code, "\\x%02x", static_cast<unsigned char>(text[i]));
-        shown += size == 0 ? code : text.substr(i, size);
+        if (size > 0)
+            shown += text.substr(i, size);
+        else
+            shown += text[i] == '\t' ? "\\t" : code;
         i += std::max<std::size_t>(size, 1);
     }
     return shown;
@@ -121,6 +124,14 @@ std::string nameOf(Pass pass)
     return pass == Pass::clean ? "clean" : "rebuild";
 }
 
+std::string difference(const OwnerPreview& owner, Pass pass, const std::string& behindName)
+{
+    const std::string before = owner.crontab.value_or("");
+    const std::string after = outcomeOf(owner, pass).text.value_or(before);
+    return unifiedDiff(
+        before, nameOf(owner) + behindName + "now", after, nameOf(owner) + behindName + "after a " + nameOf(pass));
+}
+
 // "7 * * * * .../TessaraTaskManager 3": what differs from task to task.
 std::string shortened(std::string line)
 {
@@ -162,7 +173,7 @@ const char* colourOf(const std::string& diffLine)
 void writeOutcome(Writer& out, const OwnerPreview& owner, Pass pass)
 {
     const Outcome& outcome = outcomeOf(owner, pass);
-    const std::string diff = diffOf(owner, pass);
+    const std::string diff = difference(owner, pass, ", ");
     out.line();
     if (!outcome.text)
         out.line("A " + nameOf(pass) + " would leave the crontab alone: " + outcome.whyNone + ".", bold);
@@ -211,9 +222,7 @@ void writeSums(Writer& out, const std::vector<OwnerPreview>& owners)
 
 std::string diffOf(const OwnerPreview& owner, Pass pass)
 {
-    const std::string before = owner.crontab.value_or("");
-    const std::string after = outcomeOf(owner, pass).text.value_or(before);
-    return unifiedDiff(before, nameOf(owner) + "\tnow", after, nameOf(owner) + "\tafter a " + nameOf(pass));
+    return difference(owner, pass, "\t"); // patch(1) takes what is behind it for a time
 }
 
 std::string report(const std::vector<OwnerPreview>& owners, bool colour)

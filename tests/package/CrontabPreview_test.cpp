@@ -130,15 +130,15 @@ TEST_F(CrontabPreview, ShowsWhichTaskGetsWhichLineAndWhyOthersGetNone)
               "     6  Scan                                none: status 7 is above 5\n"
               "\n"
               "A clean would change the crontab:\n"
-              "--- anna\\x09now\n"
-              "+++ anna\\x09after a clean\n"
+              "--- anna, now\n"
+              "+++ anna, after a clean\n"
               "@@ -1,2 +1 @@\n"
               " 0 4 * * * /bin/own\n"
               "-7 * * * * /usr/local/Quarno/Kestrelcore/TessaraTaskManager 1 >> /dev/null 2>&1\n"
               "\n"
               "A rebuild would change the crontab:\n"
-              "--- anna\\x09now\n"
-              "+++ anna\\x09after a rebuild\n"
+              "--- anna, now\n"
+              "+++ anna, after a rebuild\n"
               "@@ -1,2 +1,4 @@\n"
               " 0 4 * * * /bin/own\n"
               " 7 * * * * /usr/local/Quarno/Kestrelcore/TessaraTaskManager 1 >> /dev/null 2>&1\n"
@@ -396,7 +396,7 @@ TEST_F(CrontabPreview, LetsNoControlCharacterOfACrontabReachTheTerminal)
     setCrontab("anna", "# \033[2J\a\177\t\302\233 \303\244 \344\r\n\n# \033[2J\n");
     const std::string shown = output({});
     expectFor80Columns(shown);
-    EXPECT_NE(std::string::npos, shown.find("# \\x1b[2J\\x07\\x7f\\x09\\xc2\\x9b \303\244 \\xe4\\x0d\n")) << shown;
+    EXPECT_NE(std::string::npos, shown.find("# \\x1b[2J\\x07\\x7f\\t\\xc2\\x9b \303\244 \\xe4\\x0d\n")) << shown;
     EXPECT_NE(std::string::npos, shown.find("\\x1b[2J\\xc2\\x9b \303\244 \\xe4")) << shown;
 }
 
@@ -521,6 +521,37 @@ TEST_F(CrontabPreviewOfGenerated, IsWhatTheToolThenInstallsByteForByte)
         }
         if (HasFailure())
             return;
+    }
+}
+
+/// What diff(1) finds between two texts, under the names that the preview gives them.
+std::string differences(const std::string& before, const std::string& after, const std::string& pass)
+{
+    writeFile(testDirectory + "before", before);
+    writeFile(testDirectory + "after", after);
+    return runProgram({"/usr/bin/diff", "--unified", "--label", "anna\tnow", "--label", "anna\tafter a " + pass,
+                          testDirectory + "before", testDirectory + "after"})
+        .output;
+}
+
+TEST_F(CrontabPreviewOfGenerated, IsWrittenAsDiffWritesIt)
+{
+    useRecordingCrontab();
+    addTask(1, anna, "7 * * * *");
+    for (unsigned seed = 1; seed <= 40; ++seed) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        Generator generator(seed);
+        std::string crontab; // with no line twice, so that there is one shortest difference
+        std::string own;
+        for (int number = generator.below(30); number > 0; --number) {
+            const bool task = generator.below(seed % 2 == 0 ? 2 : 8) == 0;
+            const std::string line = std::to_string(number) + " 4 * * * /bin/own\n";
+            crontab += task ? taskLine("7 * * * *", 100 + number) : line;
+            own += task ? "" : line;
+        }
+        setCrontab("anna", crontab);
+        EXPECT_EQ(differences(crontab, own, "clean"), output({"--diff", "clean"}));
+        EXPECT_EQ(differences(crontab, crontab + taskLine("7 * * * *", 1), "rebuild"), output({"--diff", "rebuild"}));
     }
 }
 
