@@ -17,9 +17,11 @@ namespace {
 const std::string backup = "0 1 * * * /bin/backup\n";
 const std::string report = "30 6 * * 1 /bin/report --all\n";
 const std::string go = testDirectory + "go";
-// A crontab command that does not go on before it is told to.
 const std::string waiting = testDirectory + "waiting";
-const std::string waitForGo = ": >" + waiting + "; while [ ! -e " + go + " ]; do sleep 0.01; done";
+const std::string gone = testDirectory + "gone";
+// A crontab command that does not go on before it is told to, or for a minute if nobody is left to tell it.
+const std::string waitForGo = ": >" + waiting + "; turn=0; while [ ! -e " + go + " ] && [ $turn -lt 6000 ]; do"
+    + " turn=$((turn + 1)); sleep 0.01; done; : >" + gone;
 const Calls oneClean = {"-u anna -l", "-u anna " + filteredCopy};
 
 class Overlap : public SystemTest { };
@@ -75,9 +77,9 @@ TEST_F(OverlapRecorded, ASecondRunWaitsForTheFirstToEnd)
 {
     onCrontabCall(waitForGo);
     StartedProgram first({program});
-    waitUntil([] { return std::filesystem::exists(waiting); });
+    waitUntil([&] { return std::filesystem::exists(waiting) || !first.running(); });
     StartedProgram second({program, "x"});
-    waitUntil([&] { return waitsForALock(second.pid()) || crontabCalls().size() > 1; });
+    waitUntil([&] { return waitsForALock(second.pid()) || crontabCalls().size() > 1 || !second.running(); });
     EXPECT_EQ(Calls{"-u anna -l"}, crontabCalls());
     writeFile(go, "");
     EXPECT_EQ(0, first.wait().status);
@@ -120,7 +122,7 @@ TEST_F(OverlapRecorded, AKilledRunKeepsNobodyWaiting)
 {
     onCrontabCall(waitForGo);
     StartedProgram killed({program});
-    waitUntil([] { return std::filesystem::exists(waiting); });
+    waitUntil([&] { return std::filesystem::exists(waiting) || !killed.running(); });
     kill(killed.pid(), SIGKILL);
     EXPECT_EQ(SIGKILL, killed.wait().signal);
     onCrontabCall(":"); // its crontab command still waits and must not hold the lock
@@ -128,6 +130,7 @@ TEST_F(OverlapRecorded, AKilledRunKeepsNobodyWaiting)
     EXPECT_EQ(backup, crontabOf("anna"));
     EXPECT_EQ(Files{}, scratchFiles());
     writeFile(go, "");
+    waitUntil([] { return std::filesystem::exists(gone); });
 }
 
 TEST_F(Overlap, ManyRunsAtOnceNeverMixCrontabs)
