@@ -75,9 +75,11 @@ SqliteDb::SqliteDb(const char* path, bool)
     sqlite3* connection = nullptr;
     m_openResult = sqlite3_open_v2(path, &connection, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
     m_connection.reset(connection); // SQLite gives one for most failures too, to be closed
-    if (m_openResult == SQLITE_OK)
+    if (m_openResult == SQLITE_OK) {
         sqlite3_busy_timeout(connection, busyWaitMilliseconds);
-    else
+        // The store writes texts in double quotes, which a SQLite can be built to refuse.
+        sqlite3_db_config(connection, SQLITE_DBCONFIG_DQS_DML, 1, nullptr);
+    } else
         m_connection.reset();
     lastError = m_openResult;
 }
@@ -176,16 +178,25 @@ int SqliteDb::readRows(const char* sql)
     int result = prepare(sql, statement);
     if (result != SQLITE_OK)
         return result;
-    for (int column = 0; column < sqlite3_column_count(statement.get()); ++column) {
-        const char* name = sqlite3_column_name(statement.get(), column);
+    while ((result = sqlite3_step(statement.get())) == SQLITE_ROW) {
+        // not before the first step: when the table has changed since, SQLite prepares the statement anew there
+        if (m_rows == 0 && (result = readColumnNames(statement.get())) != SQLITE_OK)
+            return result;
+        if ((result = readRow(statement.get())) != SQLITE_OK)
+            return result;
+    }
+    return result == SQLITE_DONE ? SQLITE_OK : result;
+}
+
+int SqliteDb::readColumnNames(sqlite3_stmt* statement)
+{
+    for (int column = 0; column < sqlite3_column_count(statement); ++column) {
+        const char* name = sqlite3_column_name(statement, column);
         if (name == nullptr)
             return SQLITE_NOMEM;
         m_columnNames.emplace_back(name);
     }
-    while ((result = sqlite3_step(statement.get())) == SQLITE_ROW)
-        if ((result = readRow(statement.get())) != SQLITE_OK)
-            return result;
-    return result == SQLITE_DONE ? SQLITE_OK : result;
+    return SQLITE_OK;
 }
 
 int SqliteDb::readRow(sqlite3_stmt* statement)

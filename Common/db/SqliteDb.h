@@ -122,6 +122,7 @@ private:
 
     int prepare(const char* sql, Statement& statement) const;
     int readRows(const char* sql);
+    int readColumnNames(sqlite3_stmt* statement);
     int readRow(sqlite3_stmt* statement);
     int write(const char* sql, const std::vector<SqliteDataContainer>& values);
     bool succeeded(int resultCode);
