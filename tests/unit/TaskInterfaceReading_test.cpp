@@ -331,6 +331,15 @@ TEST_F(TaskReading, AStatusThatIsNullIsZero)
     EXPECT_EQ(0, store->getTaskStatus(addTask("status=NULL")));
 }
 
+TEST_F(TaskReading, NumbersThatWereStoredAsBlobsAreReadFromTheirText)
+{
+    const int id = addTask("type=x'36', status=x'2d33', userId=x'353031'");
+    EXPECT_EQ(6, store->getTaskType(id));
+    EXPECT_EQ(-3, store->getTaskStatus(id));
+    EXPECT_EQ(std::vector<int>{501}, takeArray(store->getNumUserArray(), 1));
+    EXPECT_EQ(quickOdsTask, readTask(id)->type);
+}
+
 TEST_F(TaskReading, TypeStatusAndIdAreCutTo32Bits)
 {
     const int id = addTask("type=4294967298, status=-4294967297");
