@@ -60,6 +60,19 @@ void readWhole(TaskInterface& store)
     const OwnedTask owner(task);
 }
 
+const std::string insertStatement
+    = "insert into TaskTable (description,type,cronTime,created,lastRun,userId,recType) values (?1,2,\"0 3 * * *\","
+      "\"5,30,8,16,10,126,1,319,0,\",\"6,30,8,16,10,126,1,319,0,\",501,1)";
+const std::string insertWithParameter
+    = "insert into TaskTable (description,type,cronTime,parameter,created,lastRun,userId,recType) values (?1,2,"
+      "\"0 3 * * *\",?2,\"5,30,8,16,10,126,1,319,0,\",\"6,30,8,16,10,126,1,319,0,\",501,1)";
+const std::string updateStatement
+    = "update TaskTable set description=?1, type=2, cronTime=\"0 3 * * *\", userId=501, recType=1, count=12,"
+      " status=4, lastRun=\"6,30,8,16,10,126,1,319,0,\" where id=3";
+const std::string updateWithParameter
+    = "update TaskTable set description=?1, type=2, cronTime=\"0 3 * * *\", parameter=?2, userId=501, recType=1,"
+      " count=12, status=4, lastRun=\"6,30,8,16,10,126,1,319,0,\" where id=3";
+
 const Statements statements[] = {
     {"getNumTaskRecord", [](TaskInterface& store) { store.getNumTaskRecord(); }, {opened, count, "close"}},
     {"getNumTaskRecordOfAType", [](TaskInterface& store) { store.getNumTaskRecord(-7); },
@@ -94,27 +107,10 @@ const Statements statements[] = {
         {opened, "select type from TaskTable where id=3", "close"}},
     {"getTaskStatus", [](TaskInterface& store) { store.getTaskStatus(3); },
         {opened, "select status from TaskTable where id=3", "close"}},
-    {"writeDbTask", insert<false>,
-        {opened,
-            "insert into TaskTable (description,type,cronTime,created,lastRun,userId,recType) values (?1,2,\"0 3 * * "
-            "*\","
-            "\"5,30,8,16,10,126,1,319,0,\",\"6,30,8,16,10,126,1,319,0,\",501,1)",
-            opened, count, "close", "close"}},
-    {"writeDbTaskWithParameter", insert<true>,
-        {opened,
-            "insert into TaskTable (description,type,cronTime,parameter,created,lastRun,userId,recType) values (?1,2,"
-            "\"0 3 * * *\",?2,\"5,30,8,16,10,126,1,319,0,\",\"6,30,8,16,10,126,1,319,0,\",501,1)",
-            opened, count, "close", "close"}},
-    {"modifyDbTask", update<false>,
-        {opened,
-            "update TaskTable set description=?1, type=2, cronTime=\"0 3 * * *\", userId=501, recType=1, count=12,"
-            " status=4, lastRun=\"6,30,8,16,10,126,1,319,0,\" where id=3",
-            opened, count, "close", "close"}},
-    {"modifyDbTaskWithParameter", update<true>,
-        {opened,
-            "update TaskTable set description=?1, type=2, cronTime=\"0 3 * * *\", parameter=?2, userId=501, recType=1,"
-            " count=12, status=4, lastRun=\"6,30,8,16,10,126,1,319,0,\" where id=3",
-            opened, count, "close", "close"}},
+    {"writeDbTask", insert<false>, {opened, insertStatement, opened, count, "close", "close"}},
+    {"writeDbTaskWithParameter", insert<true>, {opened, insertWithParameter, opened, count, "close", "close"}},
+    {"modifyDbTask", update<false>, {opened, updateStatement, opened, count, "close", "close"}},
+    {"modifyDbTaskWithParameter", update<true>, {opened, updateWithParameter, opened, count, "close", "close"}},
     {"deleteDbTask", [](TaskInterface& store) { store.deleteDbTask(3); },
         {opened, "delete from TaskTable where id=3", "close"}},
     {"clearDatabase", [](TaskInterface& store) { store.clearDatabase(); }, {opened, "delete from TaskTable", "close"}},

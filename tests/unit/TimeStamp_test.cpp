@@ -10,6 +10,7 @@ namespace {
 using Lines = std::vector<std::string>;
 
 const char* const centralEurope = "CET-1CEST,M3.5.0,M10.5.0/3";
+constexpr time_t day = 86400;
 constexpr time_t summerRepeatHour = 1792888200; // 2026-10-25 00:30:00 UTC, 02:30:00 CEST
 constexpr time_t winterRepeatHour = summerRepeatHour + 3600; // 02:30:00 CET
 
@@ -74,7 +75,7 @@ TEST(TimeStamp, ReadsBackWhatWasWritten)
 {
     for (const char* zone : {"UTC0", centralEurope, "NST3:30NDT,M3.2.0,M11.1.0", "XXX12", "YYY-14"}) {
         const TimeZone local(zone);
-        for (time_t moment = summerRepeatHour - 400 * 86400; moment < summerRepeatHour + 86400; moment += 1733)
+        for (time_t moment = summerRepeatHour - 400 * day; moment < summerRepeatHour + day; moment += 1733)
             ASSERT_EQ(moment, convertStringToTm(convertTmToString(moment))) << zone << " " << moment;
     }
 }
@@ -186,12 +187,12 @@ TEST(TimeStamp, CanBeWrittenAndReadByManyThreadsAtOnce)
 {
     const TimeZone utc("UTC0");
     const auto roundTrips = [](time_t first) {
-        for (time_t moment = first; moment < first + 2000 * 86400; moment += 86400 + 61)
+        for (time_t moment = first; moment < first + 2000 * day; moment += day + 61)
             ASSERT_EQ(moment, convertStringToTm(convertTmToString(moment)));
     };
     std::vector<std::thread> threads;
     for (int thread = 0; thread < 4; ++thread)
-        threads.emplace_back(roundTrips, 1000000000 + thread * 100000007);
+        threads.emplace_back(roundTrips, 1000000000 + thread * time_t(100000007));
     for (auto& thread : threads)
         thread.join();
 }
