@@ -213,17 +213,20 @@ TEST_F(Consumer, BuildsThePackageAlongAndThenInstallsNothingOfIt)
     EXPECT_TRUE(fs::exists(stage + scratchDirectory));
 }
 
-TEST_F(Consumer, IsRefusedAnotherMajorVersion)
+TEST_F(Consumer, IsRefusedTheVersionsThatThisIsNot)
 {
     install();
     const std::string project = testDirectory + "project";
     fs::create_directories(project);
-    writeFile(project + "/CMakeLists.txt",
-        "cmake_minimum_required(VERSION 3.25)\nproject(P LANGUAGES CXX)\nfind_package(OrvScheduling 2.0 REQUIRED)\n");
-    const ProgramEnd end
-        = runProgram({ORV_CMAKE, "-S", project, "-B", build, "-G", ORV_GENERATOR, "-DCMAKE_PREFIX_PATH=" + prefix});
-    EXPECT_NE(0, end.status);
-    EXPECT_NE(std::string::npos, end.errors.find("version: 1.0.0")) << end.errors;
+    for (const std::string version : {"0.9", "1.1", "2.0"}) {
+        writeFile(project + "/CMakeLists.txt",
+            "cmake_minimum_required(VERSION 3.25)\nproject(P LANGUAGES CXX)\nfind_package(OrvScheduling " + version
+                + " REQUIRED)\n");
+        const ProgramEnd end
+            = runProgram({ORV_CMAKE, "-S", project, "-B", build, "-G", ORV_GENERATOR, "-DCMAKE_PREFIX_PATH=" + prefix});
+        EXPECT_NE(0, end.status) << version;
+        EXPECT_NE(std::string::npos, end.errors.find("version: 1.0.0")) << end.errors;
+    }
 }
 
 } // namespace
