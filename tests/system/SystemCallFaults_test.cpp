@@ -13,6 +13,7 @@
 // The built program with one of its system calls failing, or killed at one, from outside, by strace. Its children are
 // not touched. A call that is made to fail is not made at all; a pipe that is not closed would hold the program up for
 // ever, as the system itself never does, so closing fails for the scratch files only.
+// Nor does waiting for a child fail before the child has ended: what is then still being installed is nobody's rule.
 
 using namespace support;
 
@@ -229,7 +230,7 @@ INSTANTIATE_TEST_SUITE_P(Of, SystemCallFaults,
     testing::Values(Fault{"openat", "EMFILE", true}, Fault{"read", "EIO", false}, Fault{"write", "ENOSPC", false},
         Fault{"close", "EIO", false, true}, Fault{"unlink", "EACCES", false}, Fault{"pipe2", "EMFILE", true},
         Fault{"clone3", "EAGAIN", true}, Fault{"fcntl", "EIO", true}, Fault{"flock", "ENOLCK", false},
-        Fault{"lseek", "EIO", false}, Fault{"newfstatat", "EACCES", true}, Fault{"wait4", "ECHILD", false}),
+        Fault{"lseek", "EIO", false}, Fault{"newfstatat", "EACCES", true}),
     [](const auto& instance) { return std::string(instance.param.call); });
 
 TEST_F(KilledRuns, ACleanAfterAKilledCleanEndsAsACleanDoes)
