@@ -75,14 +75,11 @@ public:
         require(m_offsetSize >= 1 && m_offsetSize <= 8 && m_referenceSize >= 1 && m_referenceSize <= 8);
         require(m_objectsEnd <= room && m_count <= (room - m_objectsEnd) / m_offsetSize);
         m_weights.resize(m_count);
-        m_states.resize(m_count);
     }
 
     void run() { visit(m_top, 0); }
 
 private:
-    enum class State : unsigned char { unseen, open, weighed };
-
     static void require(bool condition)
     {
         if (!condition)
@@ -102,16 +99,13 @@ private:
         return bigEndian(m_bytes.substr(m_objectsEnd + object * m_offsetSize, m_offsetSize));
     }
 
+    /// Weighs the object unless that has been done. One that contains itself gets too deep.
     const Weight& visit(uint64_t object, size_t depth)
     {
         const uint64_t offset = offsetOf(object);
-        require(m_states[object] != State::open); // it contains itself
-        if (m_states[object] == State::unseen) {
-            m_states[object] = State::open;
-            require(depth <= maxDepth);
+        require(depth <= maxDepth);
+        if (m_weights[object].objects == 0)
             m_weights[object] = weigh(offset, depth);
-            m_states[object] = State::weighed;
-        }
         require(depth + m_weights[object].depth <= maxDepth);
         return m_weights[object];
     }
@@ -227,8 +221,7 @@ private:
     uint64_t m_top = 0;
     uint64_t m_objectsEnd = 0;
     uint64_t m_referencesSeen = 0;
-    std::vector<Weight> m_weights;
-    std::vector<State> m_states;
+    std::vector<Weight> m_weights; ///< of no objects as long as it is not known
 };
 
 } // namespace

@@ -44,7 +44,7 @@ void rejectArgument(const char* call, const char* what)
 
 void checkRange(CFRange range, CFIndex count, const char* call)
 {
-    if (range.location < 0 || range.length < 0 || range.location > count || range.length > count - range.location)
+    if (range.location < 0 || range.length < 0 || range.length > count - range.location)
         rejectArgument(call, "a range beyond the end");
 }
 

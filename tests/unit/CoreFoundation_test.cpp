@@ -194,10 +194,19 @@ TEST(CFString, TakesUtf8OfEveryLength)
 
 TEST(CFString, RefusesWhatIsNotUtf8)
 {
-    for (const std::string& bad : {"\x80"s, "\xbf"s, "\xc0\x80"s, "\xc1\xbf"s, "\xc3"s, "\xc3("s, "\xe0\x80\x80"s,
-             "\xe0\x9f\xbf"s, "\xe2\x82"s, "\xe2(\xa1"s, "\xed\xa0\x80"s, "\xed\xbf\xbf"s, "\xf0\x80\x80\x80"s,
-             "\xf0\x8f\xbf\xbf"s, "\xf0\x9f\x98"s, "\xf4\x90\x80\x80"s, "\xf5\x80\x80\x80"s, "\xff"s})
+    for (const std::string& bad :
+        {"\x80"s, "\xbf"s, "\xc0\x80"s, "\xc1\xbf"s, "\xc3"s, "\xc3("s, "\xc3\xc3"s, "\xe2\xc2\x80"s, "\xe0\x80\x80"s,
+            "\xe0\x9f\xbf"s, "\xe2\x82"s, "\xe2(\xa1"s, "\xed\xa0\x80"s, "\xed\xbf\xbf"s, "\xf0\x80\x80\x80"s,
+            "\xf0\x8f\xbf\xbf"s, "\xf0\x9f\x98"s, "\xf4\x90\x80\x80"s, "\xf5\x80\x80\x80"s, "\xff"s})
         EXPECT_EQ(nullptr, fromBytes("a" + bad + "b", kCFStringEncodingUTF8)) << testing::PrintToString(bad);
+}
+
+TEST(CFString, DoesNotLookBeyondTheBytesItIsGiven)
+{
+    const auto* bytes = reinterpret_cast<const UInt8*>("\xf0\x9f\x98\x80");
+    for (CFIndex count = 1; count < 4; ++count)
+        EXPECT_EQ(nullptr, CFStringCreateWithBytes(nullptr, bytes, count, kCFStringEncodingUTF8, false));
+    EXPECT_EQ(nullptr, CFStringCreateWithBytes(nullptr, bytes, -1, kCFStringEncodingUTF8, false));
 }
 
 TEST(CFString, TakesAsciiAndNothingBeyond)
@@ -294,6 +303,8 @@ TEST(CFString, IsTheSameConstantEachTimeAndOutlivesEveryRelease)
     const CFStringRef constant = constantOfOnePlace();
     for (int i = 0; i < 3; ++i)
         CFRelease(constant);
+    for (int i = 0; i < 3; ++i)
+        CFRetain(constant);
     EXPECT_EQ(constant, constantOfOnePlace());
     EXPECT_EQ("constant \xc3\xa9", cString(constantOfOnePlace()));
     EXPECT_EQ(std::numeric_limits<CFIndex>::max(), CFGetRetainCount(constant));
@@ -434,6 +445,7 @@ TEST(CFNumber, IsNotEqualWhenTheValueDiffersHoweverLittle)
     EXPECT_FALSE(CFEqual(newInteger(1).get(), newInteger(2).get()));
     EXPECT_FALSE(CFEqual(newInteger(1).get(), newReal(1.5).get()));
     EXPECT_FALSE(CFEqual(newInteger(INT64_MAX).get(), newReal(0x1p63).get()));
+    EXPECT_FALSE(CFEqual(newInteger(INT64_MIN).get(), newReal(0x1p63).get()));
     EXPECT_FALSE(CFEqual(newInteger(9007199254740993).get(), newReal(9007199254740992.0).get()));
     EXPECT_FALSE(CFEqual(newReal(0.0).get(), newReal(-0.0).get()));
     EXPECT_FALSE(CFEqual(newReal(0.0).get(), newReal(std::nan("")).get()));
@@ -791,6 +803,7 @@ TEST(CFDictionary, IsEqualByItsPairsWhateverTheirOrder)
     EXPECT_FALSE(CFEqual(forwards.get(), backwards.get()));
     CFDictionaryRemoveValue(backwards.get(), newInteger(7).get());
     EXPECT_FALSE(CFEqual(forwards.get(), backwards.get()));
+    EXPECT_FALSE(CFEqual(backwards.get(), forwards.get()));
 }
 
 TEST(CFDictionary, IsCopiedShallowlyAndWithoutALimit)

@@ -688,24 +688,28 @@ TEST(PropertyListReading, LeavesTheFormatOfARefusedListAlone)
     EXPECT_EQ(4711, format);
 }
 
-/// How many pairs the dictionary and its empty inner dictionary have after one has been added to each.
-std::pair<CFIndex, CFIndex> countsAfterAdding(CFTypeRef dictionary)
+const std::string outerAndInner = document("<dict><key>inner</key><dict/><key>list</key><array/></dict>");
+
+/// How many members the dictionary, its inner dictionary and its inner array have after one has been added to each.
+std::vector<CFIndex> countsAfterAdding(CFTypeRef list)
 {
-    const auto outer = static_cast<CFMutableDictionaryRef>(const_cast<void*>(dictionary));
-    const auto inner
-        = static_cast<CFMutableDictionaryRef>(const_cast<void*>(CFDictionaryGetValue(outer, CFSTR("inner"))));
+    const auto outer = static_cast<CFMutableDictionaryRef>(const_cast<void*>(list));
+    const auto member = [&](CFStringRef key) { return const_cast<void*>(CFDictionaryGetValue(outer, key)); };
+    const auto inner = static_cast<CFMutableDictionaryRef>(member(CFSTR("inner")));
+    const auto array = static_cast<CFMutableArrayRef>(member(CFSTR("list")));
+    CFArrayAppendValue(array, kCFBooleanTrue);
     CFDictionarySetValue(inner, CFSTR("new"), kCFBooleanTrue);
     CFDictionarySetValue(outer, CFSTR("new"), kCFBooleanTrue);
-    return {CFDictionaryGetCount(outer), CFDictionaryGetCount(inner)};
+    return {CFDictionaryGetCount(outer), CFDictionaryGetCount(inner), CFArrayGetCount(array)};
 }
+
+const std::vector<CFIndex> unchanged{2, 0, 0};
+const std::vector<CFIndex> changed{3, 1, 1};
 
 TEST(PropertyListReading, GivesMutableContainersWhenAskedTo)
 {
-    const std::string xml = document("<dict><key>inner</key><dict/></dict>");
-    const std::string bin = written(read(xml).get(), kCFPropertyListBinaryFormat_v1_0);
-    const std::pair<CFIndex, CFIndex> unchanged(1, 0);
-    const std::pair<CFIndex, CFIndex> changed(2, 1);
-    for (const std::string& bytes : {xml, bin}) {
+    const std::string bin = written(read(outerAndInner).get(), kCFPropertyListBinaryFormat_v1_0);
+    for (const std::string& bytes : {outerAndInner, bin}) {
         EXPECT_EQ(unchanged, countsAfterAdding(read(bytes, kCFPropertyListImmutable).get()));
         EXPECT_EQ(changed, countsAfterAdding(read(bytes, kCFPropertyListMutableContainers).get()));
         EXPECT_EQ(changed, countsAfterAdding(read(bytes, kCFPropertyListMutableContainersAndLeaves).get()));
@@ -784,7 +788,14 @@ TEST(PropertyListReading, MakesAUidOfADictionaryOnlyIfItHasNothingElseAndAFittin
     EXPECT_EQ("CFDictionary", typeOf("<integer>-1</integer>"));
     EXPECT_EQ("CFDictionary", typeOf("<real>5</real>"));
     EXPECT_EQ("CFDictionary", typeOf("<string>5</string>"));
-    EXPECT_EQ("CFDictionary", typeOf("<integer>5</integer><key>k</key><true/>"));
+    for (const std::string other : {"a", "b", "c", "d"})
+        EXPECT_EQ("CFDictionary", typeOf("<integer>5</integer><key>" + other + "</key><true/>"));
+}
+
+TEST(PropertyListReading, MakesNoUidOfADictionaryInABinaryList)
+{
+    const OwnedObject list = dictionaryOf(CFSTR("CF$UID"), newNumber(kCFNumberIntType, 5).get());
+    EXPECT_TRUE(CFEqual(list.get(), read(written(list.get(), kCFPropertyListBinaryFormat_v1_0)).get()));
 }
 
 TEST(PropertyListReading, MakesNoPropertyListOfAUid)
@@ -834,12 +845,15 @@ TEST(HarmfulXml, IsRefusedWhenItNeverEnds)
 
 TEST(HarmfulXml, CannotHideItsDepthBehindEndsThatAreNone)
 {
-    const std::vector<std::string> hidden{"<array><!-- </array> -->", "<array a=\"></array>\">",
-        "<array><?x </array>?>", "<array><?x \"?>\"</array>?>", "<array><string>x</string >",
-        "<array><string><![CDATA[</array>]]></string>", "<array><string><!--></array>--></string>",
-        "<array></array x=\""};
-    for (const std::string& opening : hidden)
-        EXPECT_EQ(nullptr, read(repeated(opening, 100000))) << opening;
+    const std::vector<std::string> openings{"<array>", "<array><!-- </array> -->", "<array><!--></array>-->",
+        "<array a=\"></array>\">", "<array><?x </array>?>", "<array><?x \"?>\"</array>?>",
+        "<array><string><![CDATA[</array>]]></string>", "<array><string><![CDATA[></array>]]></string>",
+        "<array><string><!-- </array> --></string>"};
+    for (const std::string& opening : openings) {
+        const auto nested = [&](size_t depth) { return repeated(opening, depth) + repeated("</array>", depth); };
+        EXPECT_NE(nullptr, read(nested(deepest))) << opening;
+        EXPECT_EQ(nullptr, read(nested(deepest + 1))) << opening;
+    }
 }
 
 TEST(HarmfulXml, IsNotWhatStandsInCommentsAndText)
@@ -848,7 +862,8 @@ TEST(HarmfulXml, IsNotWhatStandsInCommentsAndText)
     const std::string text = document("<string>x<![CDATA[" + openings + "]]></string>");
     EXPECT_NE(nullptr, read("<!--" + openings + "-->" + text));
     EXPECT_NE(nullptr, read("<?x " + openings + "?>" + text));
-    EXPECT_NE(nullptr, read(document("<array>" + repeated("<array/><array></array>", deepest * 2) + "</array>")));
+    EXPECT_NE(
+        nullptr, read(document("<array>" + repeated("<array/><array /><array></array>", deepest * 2) + "</array>")));
 }
 
 TEST(HarmfulXml, IsRefusedWhenCutAnywhere)
@@ -971,8 +986,8 @@ TEST(HarmfulBinaryList, IsRefusedWhenAnObjectIsNotWhatItMustBe)
         {"integer of 32 bytes", "\x15" + std::string(32, '\1')},
         {"negative integer of 16 bytes", "\x14" + std::string(16, '\xff')},
         {"integer of 65 bits", "\x14" + std::string(7, '\0') + "\1" + std::string(8, '\0')},
-        {"real of 2 bytes", "\x21\1\1"}, {"real of 16 bytes", "\x24" + std::string(16, '\1')},
-        {"date of 4 bytes", "\x32\1\1\1\1"}, {"date of 2 bytes", "\x31\1\1"},
+        {"real of 2 bytes", "\x21" + std::string(16, '\1')}, {"real of 16 bytes", "\x24" + std::string(16, '\1')},
+        {"date of 4 bytes", "\x32" + std::string(16, '\1')}, {"date of 2 bytes", "\x31" + std::string(16, '\1')},
         {"string with U+0000",
             "\x53"
             "a\0b"s},
@@ -1025,24 +1040,19 @@ TEST(HarmfulBinaryList, IsRefusedOrReadWhicheverBitIsWrong)
 
 TEST(PropertyListDeepCopy, HasNewMutableContainersAtEveryLevelAndLeavesTheOriginalAlone)
 {
-    const OwnedObject list = read(document("<dict><key>inner</key><dict/></dict>"));
+    const OwnedObject list = read(outerAndInner, kCFPropertyListMutableContainers);
     const OwnedObject copy = deepCopy(list.get());
-    const auto inner = [](const OwnedObject& of) {
-        return CFDictionaryGetValue(static_cast<CFDictionaryRef>(of.get()), CFSTR("inner"));
-    };
     EXPECT_NE(list.get(), copy.get());
-    EXPECT_NE(inner(list), inner(copy));
-    EXPECT_EQ((std::pair<CFIndex, CFIndex>(2, 1)), countsAfterAdding(copy.get()));
-    EXPECT_EQ((std::pair<CFIndex, CFIndex>(1, 0)), countsAfterAdding(list.get()));
+    EXPECT_EQ(changed, countsAfterAdding(copy.get()));
+    EXPECT_TRUE(CFEqual(read(outerAndInner).get(), list.get()));
+    EXPECT_EQ(changed, countsAfterAdding(deepCopy(read(outerAndInner).get()).get()));
 }
 
 TEST(PropertyListDeepCopy, HasImmutableContainersWhenNothingElseIsAskedFor)
 {
-    const OwnedObject list = read(document("<dict><key>inner</key><dict/></dict>"), kCFPropertyListMutableContainers);
-    EXPECT_EQ(
-        (std::pair<CFIndex, CFIndex>(1, 0)), countsAfterAdding(deepCopy(list.get(), kCFPropertyListImmutable).get()));
-    EXPECT_EQ((std::pair<CFIndex, CFIndex>(2, 1)),
-        countsAfterAdding(deepCopy(list.get(), kCFPropertyListMutableContainersAndLeaves).get()));
+    const OwnedObject list = read(outerAndInner, kCFPropertyListMutableContainers);
+    EXPECT_EQ(unchanged, countsAfterAdding(deepCopy(list.get(), kCFPropertyListImmutable).get()));
+    EXPECT_EQ(changed, countsAfterAdding(deepCopy(list.get(), kCFPropertyListMutableContainersAndLeaves).get()));
 }
 
 TEST(PropertyListDeepCopy, OfALeafIsALeaf)
