@@ -705,6 +705,14 @@ TEST(SplitTaskLines, LooksForTheNullDeviceBehindTheScheduleThatALaterTaskLineHas
         first + "\n" + taskLine(2) + "\n" + backup, afterSplitTaskLines(first + ";" + taskLine(2) + "\n" + backup));
 }
 
+TEST(SplitTaskLines, LooksForTheNullDeviceInsideAScheduleBehindAnEarlierTaskLine)
+{
+    const std::string first = "9 9 * * * " + manager + " 1";
+    const std::string schedule = "5 3 * * * cat /dev/null 2>&1 |";
+    EXPECT_EQ(first + "\n5 3 * * * cat /dev/null 2>&1\n | " + manager + " 2\n",
+        afterSplitTaskLines(first + ";" + schedule + " " + manager + " 2\n", schedule));
+}
+
 TEST(SplitTaskLines, SplitsAtTheFirstPlaceWithTheSchedule)
 {
     EXPECT_EQ("a\n" + taskLine(1) + "\nc\n" + taskLine(2) + "\n",

@@ -289,6 +289,20 @@ TEST_P(PassTest, DoesNotInstallACopyThatIsCutOffByAFullDisk)
     EXPECT_EQ(Lines(), scratchFiles());
 }
 
+TEST_P(PassTest, DoesNotInstallACopyWithAGapThatADiskLeftThatWasFullForAWhile)
+{
+    setUpAnnaAndBen();
+    limitScratchDirectory(100 * 4096, 0);
+    writeFile(scratchDirectory + "filler", std::string(98 * 4096, ' '));
+    // 100000 bytes are more than the pipe holds and the disk has room for, so some are lost before there is room again.
+    onCrontabCall("if [ $operation$user = listanna ]; then\n"
+                  "yes '# a line.' | head -n 10000; rm "
+        + scratchDirectory + "filler; echo '# the last line'; exit\nfi");
+    EXPECT_TRUE(runPass());
+    EXPECT_EQ((Lines{reading("anna"), reading("ben"), installing("ben", installed())}), commands.takeCommands());
+    EXPECT_EQ(backup, crontabOf("anna"));
+}
+
 /// The passes that copy the crontab into a second file. Neither changes the foreign jobs of these tests.
 class FilteringPassTest : public PassTest { };
 
@@ -462,6 +476,17 @@ TEST_F(CleanCronTest, CleansTheCrontabsOfTwoUsers)
     EXPECT_EQ(Lines(), scratchFiles());
 }
 
+TEST_F(CleanCronTest, DoesNotInstallWhatIsLeftOfACrontabOfWhichTheCopyLacksTheEnd)
+{
+    std::string crontab;
+    while (crontab.size() < 8192) // of which nothing is left, so that the filtered copy needs no room
+        crontab += "# " + std::string(128 - 3 - taskLine(100).size(), 'x') + taskLine(100) + "\n";
+    ASSERT_EQ(8192U, crontab.size());
+    limitScratchDirectory(8192, 0);
+    EXPECT_EQ(crontab + backup, afterCleaning(crontab + backup));
+    EXPECT_EQ(Lines{reading("anna")}, commands.takeCommands());
+}
+
 TEST_F(CleanCronTest, AsksTheStoreForTheUsersOnly)
 {
     addTask("userId=501");
@@ -590,6 +615,14 @@ TEST_F(PutCronFromDbTest, InstallsNothingForAUserWithoutATaskThatCountsAndLeaves
     EXPECT_EQ(Lines{reading("anna")}, commands.takeCommands());
     EXPECT_EQ(Lines{"crontemp.txt"}, scratchFiles());
     EXPECT_EQ(backup, scratchFile("crontemp.txt"));
+}
+
+TEST_F(PutCronFromDbTest, DoesNotListTheTasksOfAUserWithoutATaskThatCounts)
+{
+    addTask("userId=501, status=6");
+    SqliteWatch sqlite;
+    EXPECT_TRUE(editor->putCronFromDB());
+    EXPECT_EQ((Lines{countUsers, countUsers, listUsers, annasTaskCount}), statementsOf(sqlite.takeCalls()));
 }
 
 TEST_F(PutCronFromDbTest, GoesOnBehindAUserWithoutATaskThatCounts)

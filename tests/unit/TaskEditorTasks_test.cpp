@@ -576,6 +576,14 @@ TEST_F(DeleteCronEntryTest, DoesNotInstallACopyThatIsCutOffByAFullDisk)
     EXPECT_EQ(Lines(), scratchFiles());
 }
 
+TEST_F(DeleteCronEntryTest, DoesNotInstallAFilteredCopyThatIsCutOffByAFullDisk)
+{
+    limitScratchDirectory(4096, 0); // room for one of the two files
+    EXPECT_EQ(backup + taskLine(12) + "\n", afterDeleting(12, backup + taskLine(12) + "\n"));
+    EXPECT_EQ(Lines{reading("anna")}, commands.takeCommands());
+    EXPECT_EQ(Lines(), scratchFiles());
+}
+
 TEST_F(DeleteCronEntryTest, RunsNothingForAUserWithoutAnAccount)
 {
     EXPECT_TRUE(editor->deleteCronEntry(12, nobodysUid));
