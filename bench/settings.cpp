@@ -7,6 +7,7 @@
 #include "World.h"
 
 #include "PrivateWorld.h"
+#include "SqliteDb.h"
 
 #include <chrono>
 #include <cstdio>
@@ -87,6 +88,7 @@ const Setting settings[] = {
     {"SINGLETHREAD", oneThread, readWrite},
     {"PAGECACHE, 16 static pages", staticPages, readWrite},
     {"these three", allThree, readWrite},
+    {"as the tool: these, and paths searched once", SqliteDb::setUpForOneThread, readWrite},
     {"LOOKASIDE 512 x 128", lookaside, readWrite},
     {"MMAP_SIZE 256 MiB", mapFile, readWrite},
     {"OPEN_READONLY", [] {}, SQLITE_OPEN_READONLY},
