@@ -91,8 +91,10 @@ private:
             m_start = schedule;
             return true;
         }
-        // The anchor can lie before the start: the schedule may have been found behind a later mention of the path.
-        const std::size_t redirection = m_line.find(nullDevice, std::max(m_anchor, m_start));
+        // The anchor can lie before the start: the schedule may have been found behind a later mention of the path. A
+        // redirection that is over before the piece begins does not end it.
+        const std::size_t reaching = m_start - std::min(m_start, redirectionEnd);
+        const std::size_t redirection = m_line.find(nullDevice, std::max(m_anchor, reaching));
         if (redirection == std::string_view::npos || endsLine(redirection + redirectionEnd)) {
             writeLine(m_out, m_line.substr(m_start));
             return false;

@@ -705,6 +705,20 @@ TEST(SplitTaskLines, LooksForTheNullDeviceBehindTheScheduleThatALaterTaskLineHas
         first + "\n" + taskLine(2) + "\n" + backup, afterSplitTaskLines(first + ";" + taskLine(2) + "\n" + backup));
 }
 
+TEST(SplitTaskLines, EndsAPieceBeforeItBeginsWhereTheRedirectionOfAnEarlierTaskLineEnds)
+{
+    const std::string first = taskLine(1, "9 9 * * *");
+    EXPECT_EQ(first.substr(0, first.size() - 1) + "\n\n" + taskLine(2) + "\n" + backup,
+        afterSplitTaskLines(first + taskLine(2) + "\n" + backup));
+}
+
+TEST(SplitTaskLines, EndsAPieceWhereTheRedirectionOfAnEarlierTaskLineEndsInsideIt)
+{
+    const std::string first = "9 9 * * * " + manager + " 1 > /dev/null";
+    EXPECT_EQ(first.substr(0, first.size() - 1) + "\n5 3 *\n * * " + manager + " 2" + discarded + "\n" + backup,
+        afterSplitTaskLines(first + taskLine(2) + "\n" + backup));
+}
+
 TEST(SplitTaskLines, LooksForTheNullDeviceInsideAScheduleBehindAnEarlierTaskLine)
 {
     const std::string first = "9 9 * * * " + manager + " 1";
