@@ -267,6 +267,7 @@ Outcome makeEditor(long n, Failing failing)
             memory.failNothing();
             outcome.end = End::outOfMemory;
         }
+        EXPECT_EQ(outcome.end != End::returned, letGoOfEditorLock());
         TaskEditor::ReleaseInstance();
         EXPECT_EQ(blocks, FailingMemory::blocks()) << memory.place();
         outcome.refused = memory.failures() > 0;

@@ -305,6 +305,7 @@ Making makeEditor(FailingVfs& vfs, const Fault& fault, int n, Failing failing)
         making.same = editor == TaskEditor::getInstance();
     } catch (SqliteException& failure) {
         making.code = failure.getErrorCode();
+        EXPECT_TRUE(letGoOfEditorLock());
     }
     vfs.failNothing();
     making.failures = vfs.failures();

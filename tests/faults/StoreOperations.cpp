@@ -1,6 +1,7 @@
 #include "StoreOperations.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <iterator>
 #include <memory>
@@ -231,6 +232,16 @@ std::string nameOfOperation(const testing::TestParamInfo<StoreOperation>& info)
 std::ostream& operator<<(std::ostream& out, const StoreOperation& operation)
 {
     return out << operation.name;
+}
+
+bool letGoOfEditorLock()
+{
+    struct Access : TaskEditor {
+        static pthread_mutex_t* lock() { return &m_taskEditorMutex; }
+    };
+    const bool held = pthread_mutex_trylock(Access::lock()) == EBUSY;
+    pthread_mutex_unlock(Access::lock());
+    return held;
 }
 
 int openDescriptors()

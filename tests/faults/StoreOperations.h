@@ -52,6 +52,10 @@ bool isDocumented(const StoreOperation& operation, const Ending& ending);
 std::string nameOfOperation(const testing::TestParamInfo<StoreOperation>& info);
 std::ostream& operator<<(std::ostream& out, const StoreOperation& operation);
 
+/// To be called where TaskEditor::getInstance() has thrown: whether this thread's lock is left held. Lets it go,
+/// because where it lies another thread's will lie.
+bool letGoOfEditorLock();
+
 /// How many descriptors this process has open.
 int openDescriptors();
 

@@ -160,10 +160,11 @@ class Consumer : public Install {
 protected:
     const std::string build = testDirectory + "build";
 
-    /// Built strictly, so that a warning from a header shows.
+    /// Built strictly, and without taking the headers for the system's, so that a warning from one of them shows.
     void buildExamples(const std::string& where, const std::string& flags)
     {
         run({ORV_CMAKE, "-S", ORV_EXAMPLES, "-B", build, "-G", ORV_GENERATOR, "-DCMAKE_CXX_COMPILER=" ORV_COMPILER,
+            "-DCMAKE_NO_SYSTEM_FROM_IMPORTED=ON",
             "-DCMAKE_CXX_FLAGS=-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror " + flags, where});
         run({ORV_CMAKE, "--build", build});
     }
