@@ -146,7 +146,7 @@ void CFStringGetCharacters(CFStringRef string, CFRange range, UniChar* units);
 Boolean CFStringGetCString(CFStringRef string, char* text, CFIndex capacity, CFStringEncoding encoding);
 
 /// A constant string from a literal: it takes no memory at run time, is never destroyed and may be used from any
-/// thread. Two places with the same literal give two objects, which are equal.
+/// thread. Two places with the same literal give two objects, which are equal. Escapes such as \xe9 are UTF-16 units.
 #ifdef __cplusplus
 #define CFSTR(literal)                                                                                                 \
     ([]() noexcept -> CFStringRef {                                                                                    \
@@ -376,36 +376,32 @@ enum {
 // Limits. What goes beyond them is refused: NULL, with an error.
 // - A list is at most 1000 containers deep. One that contains itself is thus refused, too.
 // - What is read has at most 2^31 - 1 bytes; what is written has at most 2^30 in XML, counted generously.
-// - In a binary list an object may be used in several places. It counts once for each; the list may then come to no
-// more
-//   than its length and 2^20 objects, 64 times its length and 2^24 bytes of strings and data; and the containers around
-//   each object may add up to 64 times its length and 2^26.
+// - In a binary list an object may be used in several places, and counts once for each. With n the length of the list,
+//   there are at most n + 2^20 objects, with 64 n + 2^24 bytes of strings and data, and the containers around each
+//   object add up to at most 64 n + 2^26.
 // - Strings with U+0000 or an unpaired surrogate are neither read nor written.
 // - Dates are written from the year 1000 to 9999.
 //
 // Where reading differs from the framework, because libplist reads:
-// - Refused, although the framework takes it: bytes after a list; byte-order marks; UTF-16, whatever the XML
-// declaration
+// - Refused, although the framework takes it: bytes after a list; byte-order marks; UTF-16, whatever the declaration
 //   says; old-style text lists; <key/> for an empty key.
 // - Taken, although the framework refuses it: malformed numbers, which are worth what they start with, and malformed
-// dates,
-//   which give some date.
+//   dates, which give some date.
+//
 // Further, not compared with the framework:
-// - Refused: a comment or CDATA section within <data> or <date>; a character reference to a surrogate; in a binary list
-// an
-//   integer of 16 bytes that is negative or 2^64 and above, a string marked as ASCII that is not, an empty UTF-16
-//   string, and a set.
+// - Refused: a comment or CDATA section within <data> or <date>; a character reference to a surrogate; in a binary
+//   list, an integer of 16 bytes that is negative or 2^64 and above, a string marked as ASCII that is not, an empty
+//   UTF-16 string, and a set.
 // - Taken: an XML list without its last </plist>, or with anything after a top container that is not empty; objects
-// after a
-//   top container that is empty, as if they were in it; a last key without a value, which is dropped; an "&" at the end
-//   of a text; letters between the name of an entity and the semicolon.
+//   after a top container that is empty, as if they were in it; a last key without a value, which is dropped; an "&" at
+//   the end of a text; letters between the name of an entity and its semicolon.
 //
 // A dictionary in XML with the only key CF$UID and an integer from 0 to 2^32 - 1 stands for a keyed archiver's UID. It
 // is read as an object of a type of its own, as a UID in a binary list is. That can be written, but neither copied nor
 // validated.
 //
-// If memory runs out inside libplist 2.2.0, the process usually ends, for libplist uses most allocations unchecked
-// (with each one failing in turn, a small list cost the process its life in half of the cases); it can also hang.
+// libplist 2.2.0 uses most of its allocations unchecked: when memory runs out inside it, while a list is being read or
+// written, the process may end or hang (with each one failing in turn, a small list did so in half of the cases).
 
 /// `list` as XML or in the binary format. XML is as the framework writes it, to the byte: keys in the order of their
 /// UTF-16 units, dates cut to whole seconds. NULL if `list` is NULL or no property list, and for any other format.
