@@ -21,13 +21,19 @@ namespace {
 
 const std::vector<std::string> pages = {"man8/OrvCronCleaner.8", "man3/OrvScheduling.3"};
 
+/// What is done, and the crontab then.
+struct Step {
+    std::string action; ///< as in "Before a clean:" and "After a clean:"
+    std::string after;
+};
+
 /// One heading under CAVEATS with what stands below it.
 struct Caveat {
     std::string page;
     std::string heading;
-    std::string action; ///< as in "Before a clean:"
+    std::string action; ///< the first one
     std::string before;
-    std::vector<std::string> after; ///< "After it:", and "After another:"
+    std::vector<Step> steps;
 };
 
 std::ostream& operator<<(std::ostream& out, const Caveat& caveat)
@@ -39,6 +45,8 @@ std::string expandOne(const std::string& word)
 {
     if (word == "nul")
         return std::string(1, '\0');
+    if (word == "cr")
+        return "\r";
     if (word.compare(0, 5, "task ") == 0)
         return "7 * * * * " + taskManager + " " + word.substr(5) + " >> /dev/null 2>&1";
     if (word.compare(0, 2, "x ") == 0)
@@ -121,13 +129,20 @@ private:
         if (startsWith(m_label, "Before ") && m_label.back() == ':' && caveat.action.empty()) {
             caveat.action = m_label.substr(7, m_label.size() - 8);
             caveat.before = text;
-        } else if ((m_label == "After it:" && caveat.after.empty())
-            || (m_label == "After another:" && !caveat.after.empty())) {
-            caveat.after.push_back(text);
         } else {
-            throw std::runtime_error(m_name + ": \"" + m_label + "\" says nothing of the text below it");
+            caveat.steps.push_back({actionBefore(caveat), text});
         }
         m_label.clear();
+    }
+
+    std::string actionBefore(const Caveat& caveat) const
+    {
+        const bool first = caveat.steps.empty();
+        if (!caveat.action.empty() && m_label == (first ? "After it:" : "After another:"))
+            return caveat.action;
+        if (!first && m_label == "After a clean:")
+            return "a clean";
+        throw std::runtime_error(m_name + ": \"" + m_label + "\" says nothing of the text below it");
     }
 
     const std::string m_name;
@@ -168,10 +183,15 @@ void deleteTask12()
     EXPECT_TRUE(TaskEditor::getInstance()->deleteTask(12, true, false));
 }
 
+void refresh()
+{
+    EXPECT_TRUE(TaskEditor::getInstance()->refreshCron());
+}
+
 void refreshWithTask0()
 {
     addTask({0, carla, "7 * * * *"});
-    EXPECT_TRUE(TaskEditor::getInstance()->refreshCron());
+    refresh();
 }
 
 void refreshWithoutTask0()
@@ -195,9 +215,14 @@ const std::map<std::string, Action> actions = {
     {"a clean while crontab -l prints nothing", [] { onCrontabCall(listsNothing), clean(); }},
     {"a rebuild while crontab -l prints nothing", [] { onCrontabCall(listsNothing), rebuild(); }},
     {"a clean while the owner appends a job", [] { onCrontabCall(ownerAppends), clean(); }},
+    {"a rebuild while the owner appends a job", [] { onCrontabCall(ownerAppends), rebuild(); }},
     {"deleteTask of task 12", deleteTask12},
+    {"deleteTask of task 12 while crontab -l prints nothing", [] { onCrontabCall(listsNothing), deleteTask12(); }},
+    {"deleteTask of task 12 while the owner appends a job", [] { onCrontabCall(ownerAppends), deleteTask12(); }},
     {"refreshCron with a task 0 that runs at minute 7", refreshWithTask0},
     {"refreshCron without a task 0", refreshWithoutTask0},
+    {"refreshCron while crontab -l prints nothing", [] { onCrontabCall(listsNothing), refresh(); }},
+    {"refreshCron while the owner appends a job", [] { onCrontabCall(ownerAppends), refresh(); }},
 };
 
 class Caveats : public RecordedSystemTest, public testing::WithParamInterface<Caveat> {
@@ -209,13 +234,13 @@ TEST_P(Caveats, Shows)
 {
     const Caveat& caveat = GetParam();
     ASSERT_NE(0u, actions.count(caveat.action)) << "nobody knows how to do \"" << caveat.action << "\"";
-    ASSERT_FALSE(caveat.after.empty());
+    ASSERT_FALSE(caveat.steps.empty());
     addTask({12, anna, "7 * * * *"});
     addTask({15, anna, "7 * * * *"});
     setCrontab("anna", caveat.before);
-    for (const auto& after : caveat.after) {
-        actions.at(caveat.action)();
-        EXPECT_EQ(after, crontabOf("anna"));
+    for (const auto& step : caveat.steps) {
+        actions.at(step.action)();
+        EXPECT_EQ(step.after, crontabOf("anna")) << "after " << step.action;
     }
 }
 
@@ -227,7 +252,7 @@ TEST(CaveatsPages, HaveAnExampleUnderEachHeading)
         const auto caveats = caveatsOf(page);
         EXPECT_GT(caveats.size(), 5u) << page;
         for (const auto& caveat : caveats)
-            EXPECT_FALSE(caveat.action.empty() || caveat.after.empty()) << caveat;
+            EXPECT_FALSE(caveat.action.empty() || caveat.steps.empty()) << caveat;
     }
 }
 
