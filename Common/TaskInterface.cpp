@@ -229,7 +229,7 @@ int TaskInterface::getNumUser()
 
 int* TaskInterface::getTaskIdArray()
 {
-    return readIds(getNumTaskRecord(), "select id from TaskTable", "TaskTable not found", "id").ids.release();
+    return taskIds().ids.release();
 }
 
 int* TaskInterface::getTaskIdArray(int type)
@@ -246,6 +246,11 @@ int* TaskInterface::getTaskIdArrayForUser(int uid)
 int* TaskInterface::getNumUserArray()
 {
     return userIds().ids.release();
+}
+
+TaskInterface::IdList TaskInterface::taskIds()
+{
+    return readIds(getNumTaskRecord(), "select id from TaskTable", "TaskTable not found", "id");
 }
 
 TaskInterface::IdList TaskInterface::taskIdsForUser(int uid)

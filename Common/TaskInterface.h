@@ -71,6 +71,9 @@ public:
     /// The users that own tasks of any status, getNumUser() of them. Throws "Error in reading values".
     int* getNumUserArray();
 
+    /// As getTaskIdArray(), with its length.
+    IdList taskIds();
+
     /// As getTaskIdArrayForUser(uid), with its length.
     IdList taskIdsForUser(int uid);
 

@@ -154,6 +154,9 @@ TEST_F(TaskCounts, AListThatKnowsItsLengthHoldsTheSame)
     const auto tasks = store->taskIdsForUser(anna);
     EXPECT_EQ(2, tasks.count);
     EXPECT_EQ((Ids{1, 4}), Ids(tasks.begin(), tasks.end()));
+    const auto all = store->taskIds();
+    EXPECT_EQ(4, all.count);
+    EXPECT_EQ((Ids{1, 2, 3, 4}), Ids(all.begin(), all.end()));
     const auto owners = store->userIds();
     EXPECT_EQ(2, owners.count);
     EXPECT_EQ((Ids{anna, ben}), Ids(owners.begin(), owners.end()));

@@ -89,6 +89,8 @@ const Statements statements[] = {
     {"getTaskIdArrayForUser", [](TaskInterface& store) { takeArray(store.getTaskIdArrayForUser(501), 0); },
         {opened, "select count(*) from TaskTable where userId=501 and status<=5", "close", opened,
             "select id from TaskTable where userId=501 AND status<=5", "close"}},
+    {"taskIds", [](TaskInterface& store) { store.taskIds(); },
+        {opened, count, "close", opened, "select id from TaskTable", "close"}},
     {"taskIdsForUser", [](TaskInterface& store) { store.taskIdsForUser(501); },
         {opened, "select count(*) from TaskTable where userId=501 and status<=5", "close", opened,
             "select id from TaskTable where userId=501 AND status<=5", "close"}},
