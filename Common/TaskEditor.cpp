@@ -157,7 +157,8 @@ void rewriteCrontab(const Crontab& crontab, const TextEdit& edit)
     std::ifstream in(crontabCopy());
     std::ofstream out(filteredCopy());
     edit(in, out);
-    const bool cutOff = read == Copy::incomplete || in.bad();
+    // A copy that could not be made at all counts as an empty crontab, whatever stands in its place.
+    const bool cutOff = read == Copy::incomplete || (read == Copy::whole && in.bad());
     in.close();
     const bool written = closeWritten(out);
     if (!cutOff && written) // what a full or broken disk has left of a crontab is not the user's
@@ -175,7 +176,7 @@ std::vector<int> firstOf(const TaskInterface::IdList& list, int count)
 std::vector<int> taskOwners(TaskEditor& editor)
 {
     const int count = editor.getNumUser();
-    if (count == 0)
+    if (count < 1)
         return {}; // the list would throw
     return firstOf(editor.userIds(), count);
 }

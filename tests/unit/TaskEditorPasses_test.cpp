@@ -361,14 +361,14 @@ TEST_P(FilteringPassTest, DoesNotInstallAFilteredCopyThatIsCutOffByAFullDisk)
     EXPECT_EQ(Lines(), scratchFiles());
 }
 
-TEST_P(FilteringPassTest, DoesNotInstallACopyThatCannotBeRead)
+TEST_P(FilteringPassTest, TakesACrontabForEmptyWhenItsCopyCannotBeMade)
 {
     setUpAnnaAndBen();
     fs::create_directories(scratchDirectory + "crontemp.txt/in-the-way");
     EXPECT_TRUE(runPass());
-    EXPECT_EQ((Lines{reading("anna"), reading("ben")}), commands.takeCommands());
-    EXPECT_EQ(backup, crontabOf("anna"));
-    EXPECT_EQ(tidy, crontabOf("ben"));
+    EXPECT_EQ((Lines{reading("anna"), installing("anna"), reading("ben"), installing("ben")}), commands.takeCommands());
+    EXPECT_EQ("", crontabOf("anna"));
+    EXPECT_EQ("", crontabOf("ben"));
 }
 
 TEST_P(FilteringPassTest, ReplacesTheFilteredCopyThatAnEarlierRunLeft)
