@@ -2,6 +2,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <future>
 #include <gtest/gtest.h>
@@ -402,24 +403,87 @@ protected:
 
     Rows rowsNow() const { return queryRows("select * from TaskTable order by id"); }
 
+    /// Where std::bad_alloc came out, as far as the scratch files and crontabs tell.
+    struct CameOut {
+        int beforeReading = 0; // there is no copy yet
+        int betweenReadingAndInstalling = 0;
+        int atInstalling = 0; // what is to be installed is there, and is not installed
+    };
+
+    /// What is to be installed is made in the scratch file `made`, out of the crontab `copied`.
+    struct Edit {
+        std::string made;
+        std::string copied;
+        std::string whole;
+    };
+
+    /// Counts one run that ended with std::bad_alloc. Whether an exception was let out shows only where one request
+    /// was refused; where all are, the next step throws, too.
+    void countCameOut(bool installed, Failing failing, const Edit& edit)
+    {
+        if (installed || failing == Failing::fromThenOn)
+            return;
+        const std::string copy = scratchText("crontemp.txt");
+        if (scratchText(edit.made) == edit.whole)
+            ++m_cameOut.atInstalling;
+        else if (copy.compare(0, edit.copied.size(), edit.copied) == 0)
+            ++m_cameOut.betweenReadingAndInstalling;
+        else if (copy.empty())
+            ++m_cameOut.beforeReading;
+    }
+
+    void expectCameOutAtEachStep() const
+    {
+        EXPECT_GT(m_cameOut.beforeReading, 0);
+        EXPECT_GT(m_cameOut.betweenReadingAndInstalling, 0);
+        EXPECT_GT(m_cameOut.atInstalling, 0);
+    }
+
+    /// "" if there is none.
+    static std::string scratchText(const std::string& name)
+    {
+        const std::string path = scratchDirectory + name;
+        return std::filesystem::exists(path) ? readFile(path) : "";
+    }
+
+    /// That one refusal did not show: the operation returned, and the C library was not made to fail.
+    static bool wentOn(const Outcome& outcome, Failing failing)
+    {
+        return outcome.end == End::returned && outcome.within.empty() && failing == Failing::once;
+    }
+
 private:
     std::optional<QuickCrontab> m_crontab;
     std::string m_database;
     int m_uncopied = 0;
+    CameOut m_cameOut;
 };
 
 TEST_F(CrontabMemory, ForACleanRunsOutAnywhereWithoutALostJob)
 {
-    const auto check = [this](const Outcome& outcome, Failing failing) {
+    const std::string annas = annasStart + taskLine(3) + annasEnd;
+    const std::string annasCleaned = annasStart + annasEnd;
+    const auto check = [&](const Outcome& outcome, Failing failing) {
         expectWantOfMemory(outcome, {"Error in taskType", "Error in reading values"});
-        expectCrontab("anna", outcome, failing, {annasStart + taskLine(3) + annasEnd, annasStart + annasEnd}, "");
+        expectCrontab("anna", outcome, failing, {annas, annasCleaned}, "");
         expectCrontab("ben", outcome, failing, {bensJobs + taskLine(6), bensJobs}, "");
+        const bool annaDone = crontabOf("anna") == annasCleaned;
+        const bool benDone = crontabOf("ben") == bensJobs;
+        if (wentOn(outcome, failing)) {
+            EXPECT_TRUE(annaDone && benDone);
+        }
+        if (outcome.end == End::outOfMemory) { // whoever comes later is not reached
+            EXPECT_TRUE(annaDone || !benDone);
+            EXPECT_TRUE(annaDone || scratchText("crontemp.txt") != bensJobs + taskLine(6));
+            countCameOut(annaDone, failing, {"temp2.txt", annas, annasCleaned});
+        }
     };
     sweepAll(
         {[this] { putEverything(); }, [](TaskEditor& editor) { return std::to_string(editor.cleanCron()); }, check},
         stepOfPasses);
-    EXPECT_EQ(annasStart + annasEnd, crontabOf("anna"));
+    EXPECT_EQ(annasCleaned, crontabOf("anna"));
     expectSomeUncopied();
+    expectCameOutAtEachStep();
     EXPECT_EQ(bensJobs, crontabOf("ben"));
 }
 
@@ -427,12 +491,29 @@ TEST_F(CrontabMemory, ForARebuildRunsOutAnywhereWithoutALostJob)
 {
     const std::string annas = annasStart + taskLine(3) + annasEnd;
     const std::string bens = bensJobs + taskLine(6);
+    int leftOut = 0;
+    int withoutALine = 0;
     const auto check = [&](const Outcome& outcome, Failing failing) {
         expectWantOfMemory(outcome, {"Error in taskType", "Error in reading values", "TaskTable doesn't exist-2"});
         expectCrontab("anna", outcome, failing,
             {annas, annas + taskLine(3), annas + taskLine(5), annas + taskLine(3) + taskLine(5)},
             taskLine(3) + taskLine(5));
         expectCrontab("ben", outcome, failing, {bens, bens + taskLine(6)}, taskLine(6));
+        const std::string annasNow = crontabOf("anna");
+        const bool benDone = crontabOf("ben") == bens + taskLine(6);
+        const bool annaWhole = annasNow == annas + taskLine(3) + taskLine(5);
+        if (wentOn(outcome, failing)) {
+            EXPECT_TRUE(annaWhole || benDone); // one of them goes without, no more
+            leftOut += annasNow == annas ? 1 : 0;
+            withoutALine += !annaWhole && annasNow != annas ? 1 : 0;
+        }
+        if (outcome.end == End::outOfMemory) { // not while a task is read or its line written
+            EXPECT_TRUE(annaWhole || !benDone);
+            if (failing == Failing::once) {
+                EXPECT_NE(annas + taskLine(3), scratchText("crontemp.txt"));
+            }
+            countCameOut(annasNow != annas, failing, {"crontemp.txt", annas, annas + taskLine(3) + taskLine(5)});
+        }
     };
     sweepAll(
         {[this] { putEverything(); }, [](TaskEditor& editor) { return std::to_string(editor.putCronFromDB()); }, check},
@@ -440,6 +521,9 @@ TEST_F(CrontabMemory, ForARebuildRunsOutAnywhereWithoutALostJob)
     EXPECT_EQ(annas + taskLine(3) + taskLine(5), crontabOf("anna"));
     EXPECT_EQ(bens + taskLine(6), crontabOf("ben"));
     expectSomeUncopied();
+    expectCameOutAtEachStep();
+    EXPECT_GT(leftOut, 0);
+    EXPECT_GT(withoutALine, 0);
 }
 
 TEST_F(CrontabMemory, ForARefreshRunsOutAnywhereWithoutALostJob)
@@ -456,10 +540,16 @@ TEST_F(CrontabMemory, ForARefreshRunsOutAnywhereWithoutALostJob)
         expectWantOfMemory(outcome, {"Error in taskType", "Error in reading values", "Error in querying table"});
         expectCrontab("anna", outcome, failing, {annas, refreshed}, "");
         expectCrontab("ben", outcome, failing, {bensJobs + taskLine(6)}, "");
+        if (wentOn(outcome, failing)) {
+            EXPECT_EQ(refreshed, crontabOf("anna"));
+        }
+        if (outcome.end == End::outOfMemory)
+            countCameOut(crontabOf("anna") != annas, failing, {"temp2.txt", annas, refreshed});
     };
     sweepAll({prepare, [](TaskEditor& editor) { return std::to_string(editor.refreshCron()); }, check}, stepOfPasses);
     EXPECT_EQ(refreshed, crontabOf("anna"));
     expectSomeUncopied();
+    expectCameOutAtEachStep();
 }
 
 TEST_F(CrontabMemory, ForTheRemovalOfALineRunsOutAnywhereWithoutALostJob)
@@ -488,12 +578,19 @@ TEST_F(CrontabMemory, ForTheDeletionOfATaskRunsOutAnywhereWithoutALostJob)
         const Rows rows = rowsNow();
         EXPECT_TRUE(rows == after || (rows == before && outcome.end != End::returned)) << testing::PrintToString(rows);
         EXPECT_TRUE(rows == after || crontabOf("anna") == annasStart + taskLine(3) + annasEnd); // the row goes first
+        if (wentOn(outcome, failing)) {
+            EXPECT_EQ(annasStart + annasEnd, crontabOf("anna"));
+        }
+        if (outcome.end == End::outOfMemory && rows == after)
+            countCameOut(crontabOf("anna") == annasStart + annasEnd, failing,
+                {"temp2.txt", annasStart + taskLine(3) + annasEnd, annasStart + annasEnd});
     };
     sweepAll({[this] { putEverything(); },
                  [](TaskEditor& editor) { return std::to_string(editor.deleteTask(3, true, false)); }, check},
         stepOfPasses);
     EXPECT_EQ(annasStart + annasEnd, crontabOf("anna"));
     expectSomeUncopied();
+    expectCameOutAtEachStep();
 }
 
 // --- Creating and changing tasks ---
@@ -561,6 +658,29 @@ TEST_F(CrontabMemory, ForAChangedTaskRunsOutAnywhereWithoutHalfAChange)
     sweepAll({[this] { putEverything(); },
                  [&task](TaskEditor& editor) { return std::to_string(editor.modifyTask(task, false)); }, check},
         stepOfPasses);
+}
+
+TEST_F(Memory, ForANewRecordRunsOutAnywhere)
+{
+    int outOfMemory = 0;
+    bool refused = true;
+    for (long n = 1; refused; ++n) {
+        tzset(); // its copy of the zone's name is lost when there is no memory for the next one
+        FailingMemory memory;
+        const long blocks = FailingMemory::blocks();
+        try {
+            memory.failNth(n, Failing::once);
+            const TaskInfo task(quickOdsTask);
+            memory.failNothing();
+            EXPECT_EQ("Quick ODS Task ", task.description.substr(0, 15));
+        } catch (const std::bad_alloc&) {
+            memory.failNothing();
+            ++outOfMemory;
+        }
+        refused = memory.failures() > 0;
+        EXPECT_GE(blocks, FailingMemory::blocks()) << memory.place();
+    }
+    EXPECT_GT(outOfMemory, 1);
 }
 
 bool newIsRefused()

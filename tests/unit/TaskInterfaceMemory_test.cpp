@@ -13,12 +13,19 @@
 #include <cstdlib>
 #include <new>
 
-#include "StoreTest.h"
+#include "EditorTest.h"
 
 namespace {
 
 std::atomic<long> gObjects{0};
 thread_local long gUntilFailure = -1; ///< allocations of this thread before one fails; -1 for none
+
+void giveBack(void* object)
+{
+    if (object != nullptr)
+        --gObjects;
+    std::free(object);
+}
 
 } // namespace
 
@@ -35,14 +42,12 @@ void* operator new(std::size_t size)
 
 void operator delete(void* object) noexcept
 {
-    if (object != nullptr)
-        --gObjects;
-    std::free(object);
+    giveBack(object);
 }
 
 void operator delete(void* object, std::size_t) noexcept
 {
-    operator delete(object);
+    giveBack(object);
 }
 
 using namespace support;
@@ -93,6 +98,54 @@ TEST_F(WantOfMemory, PassesOutOfTheBoundUntilADeletionBeginsAndThenMakesItFalse)
 TEST_F(WantOfMemory, PassesOutOfTheBoundWhereThereIsNothingToDelete)
 {
     EXPECT_EQ((std::vector<std::string>{"thrown", ""}), endsOfBounding(1));
+}
+
+/// A rebuild for anna (task 1) and ben (task 2) with no memory for what comes from a connection of it. The first three
+/// count the users, count them again and list them; then come anna's three: count, count and list, then two for each
+/// of her tasks.
+class WantOfMemoryInARebuild : public EditorTest {
+protected:
+    void SetUp() override
+    {
+        EditorTest::SetUp();
+        setCrontab("anna", backup);
+        setCrontab("ben", tidy);
+        addTask("userId=501");
+        addTask("userId=502");
+    }
+
+    void rebuildWithoutMemoryAt(int connection)
+    {
+        ConnectionWatch connections;
+        connections.before(connection, [] { gUntilFailure = 0; });
+        editor->putCronFromDB();
+        EXPECT_EQ(-1, gUntilFailure);
+    }
+};
+
+TEST_F(WantOfMemoryInARebuild, LeavesAUserOutWhoseTasksCannotBeListed)
+{
+    rebuildWithoutMemoryAt(6);
+    EXPECT_EQ(backup, crontabOf("anna"));
+    EXPECT_EQ(tidy + taskLine(2) + "\n", crontabOf("ben"));
+}
+
+TEST_F(WantOfMemoryInARebuild, LeavesATaskOutWhoseScheduleOrTypeCannotBeRead)
+{
+    for (const int connection : {7, 8}) {
+        setCrontab("anna", backup);
+        setCrontab("ben", tidy);
+        rebuildWithoutMemoryAt(connection);
+        EXPECT_EQ(backup, crontabOf("anna"));
+        EXPECT_EQ(tidy + taskLine(2) + "\n", crontabOf("ben"));
+    }
+}
+
+TEST_F(WantOfMemoryInARebuild, EndsItWhereTheTasksCannotBeCounted)
+{
+    EXPECT_THROW(rebuildWithoutMemoryAt(4), std::bad_alloc);
+    EXPECT_EQ(backup, crontabOf("anna"));
+    EXPECT_EQ(tidy, crontabOf("ben"));
 }
 
 } // namespace
