@@ -56,14 +56,14 @@ TEST_F(DebianCrontab, ListsThemWithNoheaderNSoThatEachRunKeepsThreeMore)
     EXPECT_EQ(3u, headersIn(readFile(annasSpoolFile)));
 }
 
-TEST_F(DebianCrontab, TakesThreeCommentsAtTheTopOfAFileThatWasPutThereByHandForItsOwn)
+TEST_F(DebianCrontab, TakesThreeCommentsOfAFilePutThereByHandForItsOwn)
 {
     writeFile(annasSpoolFile, "# one\n# two\n# three\n# four\n" + job);
     clean();
     EXPECT_EQ("# four\n" + job, crontabOf("anna"));
 }
 
-TEST_F(DebianCrontab, ListsAFileThatEndsWithoutALineBreakSoThatTheTaskLineJoinsTheJob)
+TEST_F(DebianCrontab, ListsAJobWithoutALineBreakSoThatTheTaskLineJoinsIt)
 {
     writeFile(annasSpoolFile, open(job));
     rebuild();
@@ -76,6 +76,15 @@ TEST_F(DebianCrontab, RefusesAJobWithoutALineBreak)
     const auto end = runProgram({"/usr/bin/crontab", "-u", "anna", testDirectory + "open"});
     EXPECT_EQ(1, end.status);
     EXPECT_EQ("new crontab file is missing newline before EOF, can't install.\n", end.errors);
+    EXPECT_FALSE(hasCrontab("anna"));
+}
+
+TEST_F(DebianCrontab, RefusesASettingWithoutAValue)
+{
+    writeFile(testDirectory + "setting", "A=\n");
+    const auto end = runProgram({"/usr/bin/crontab", "-u", "anna", testDirectory + "setting"});
+    EXPECT_EQ(1, end.status);
+    EXPECT_NE(std::string::npos, end.errors.find("bad minute\nerrors in crontab file, can't install."));
     EXPECT_FALSE(hasCrontab("anna"));
 }
 
@@ -102,6 +111,19 @@ TEST_F(DebianCrontab, KeepsTheOldCrontabWhenALineOfTheNewOneIsNoJob)
     setCrontab("anna", job);
     EXPECT_NE(std::string::npos, rebuild().find("bad minute\nerrors in crontab file, can't install."));
     EXPECT_EQ(job, crontabOf("anna"));
+}
+
+TEST_F(DebianCrontab, KeepsTheOldCrontabWhenARebuildWouldMakeMoreThan10000Lines)
+{
+    std::string longest;
+    for (int line = 1; line < 10000; ++line)
+        longest += job;
+    setCrontab("anna", longest);
+    longest += task12;
+    EXPECT_EQ("", rebuild());
+    EXPECT_TRUE(longest == crontabOf("anna"));
+    EXPECT_EQ("crontab is too long; maximum number of lines is 10000.\n", rebuild());
+    EXPECT_TRUE(longest == crontabOf("anna"));
 }
 
 class OtherCrontab : public RecordedSystemTest {
@@ -147,7 +169,7 @@ TEST_F(FreeBsdCrontab, WritesThreeLinesBeforeACrontabAndDoesNotListThem)
     EXPECT_EQ(freeBsdHeader + "# mine\n" + job + task12, readFile(annasTab));
 }
 
-TEST_F(FreeBsdCrontab, TakesThreeCommentsAtTheTopOfAFileThatWasPutThereByHandForItsOwn)
+TEST_F(FreeBsdCrontab, TakesThreeCommentsOfAFilePutThereByHandForItsOwn)
 {
     setCrontab("anna", "# one\n# two\n# three\n# four\n" + job);
     clean();
@@ -174,7 +196,7 @@ TEST_F(FreeBsdCrontab, KeepsAnEmptyCrontabForAUserWhoHadNone)
     EXPECT_EQ(freeBsdHeader, readFile(annasTab));
 }
 
-/// What is installed is stored and listed as it is; a job without a line break is refused.
+/// What is installed is stored and listed as it is; a last line without a line break is refused unless it is a comment.
 const std::string likeCronie = R"sh(
 if [ $operation = install ] && [ -n "$(tail -c 1 $file)" ] && ! tail -n 1 $file | grep -q '^#'; then
     echo 'premature EOF' >&2
@@ -207,11 +229,11 @@ TEST_F(CronieCrontab, KeepsTheHeaderOfACrontabThatComesFromAnotherSystemAsCommen
     EXPECT_EQ(freeBsdHeader + job + task12, crontabOf("anna"));
 }
 
-TEST_F(CronieCrontab, KeepsTheOldCrontabWhenAShortLastLineLosesItsLineBreak)
+TEST_F(CronieCrontab, KeepsTheOldCrontabWhenAShortLastSettingLosesItsLineBreak)
 {
-    setCrontab("anna", job + task12 + "x\n");
+    setCrontab("anna", job + task12 + "A=\n");
     EXPECT_EQ("premature EOF\nerrors in crontab file, can't install.\n", clean());
-    EXPECT_EQ(job + task12 + "x\n", crontabOf("anna"));
+    EXPECT_EQ(job + task12 + "A=\n", crontabOf("anna"));
 }
 
 TEST_F(CronieCrontab, InstallsAJobThatTheTaskLineHasJoined)
