@@ -6,6 +6,7 @@
 #include <map>
 #include <random>
 #include <sstream>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 using namespace support;
@@ -553,6 +554,38 @@ TEST_F(CrontabPreviewOfGenerated, IsWrittenAsDiffWritesIt)
         EXPECT_EQ(differences(crontab, own, "clean"), output({"--diff", "clean"}));
         EXPECT_EQ(differences(crontab, crontab + taskLine("7 * * * *", 1), "rebuild"), output({"--diff", "rebuild"}));
     }
+}
+
+/// Sanitizers take memory of their own, for more than what is looked at here.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool sanitized = true;
+#else
+constexpr bool sanitized = false;
+#endif
+
+/// The most memory that a program started by this process has taken, in megabytes.
+long peakMegabytes()
+{
+    rusage usage{};
+    EXPECT_EQ(0, getrusage(RUSAGE_CHILDREN, &usage));
+    return sanitized ? 0 : usage.ru_maxrss / 1024;
+}
+
+TEST_F(CrontabPreviewOfGenerated, TakesLittleMemoryForALongCrontab)
+{
+    useRecordingCrontab();
+    addTask(1, anna, "7 * * * *");
+    std::string crontab = taskLine("7 * * * *", 1);
+    std::string own;
+    for (int number = 2; number < 10000; ++number) {
+        const std::string line = std::to_string(number) + " 4 * * * /bin/own\n";
+        crontab += number % 10 == 0 ? taskLine("7 * * * *", number) : line;
+        own += number % 10 == 0 ? "" : line;
+    }
+    crontab += taskLine("7 * * * *", 10000);
+    setCrontab("anna", crontab);
+    EXPECT_EQ(differences(crontab, own, "clean"), output({"--diff", "clean"}));
+    EXPECT_GT(50, peakMegabytes());
 }
 
 /// What becomes of a crontab when the real crontab program is given `text` for it: it refuses some.
