@@ -3,6 +3,27 @@
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
+set(orvHeaders ${CMAKE_INSTALL_INCLUDEDIR}/OrvScheduling)
+set(orvPlatformHeaders ${orvHeaders}/platform)
+set(orvPackage ${CMAKE_INSTALL_LIBDIR}/cmake/OrvScheduling)
+# The paths of the task database and of the scratch copies of crontabs are constants of the library, whatever the prefix.
+set(orvVar /usr/local/Quarno/Kestrelcore/var)
+
+set(orvDirectories
+  ${CMAKE_INSTALL_SBINDIR}
+  ${orvHeaders}
+  ${orvPlatformHeaders}
+  ${orvPackage}
+  ${CMAKE_INSTALL_MANDIR}/man3
+  ${CMAKE_INSTALL_MANDIR}/man8
+  ${CMAKE_INSTALL_DOCDIR}
+  ${orvVar})
+if(NOT APPLE)
+  list(APPEND orvDirectories ${orvPlatformHeaders}/CoreFoundation)
+endif()
+install(CODE "set(orvDirectories \"${orvDirectories}\")")
+install(SCRIPT cmake/MakeDirectories.cmake)
+
 # The program edits other users' crontabs and is for root.
 install(TARGETS OrvCronCleaner RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
 
@@ -11,15 +32,13 @@ set_target_properties(OrvLogger PROPERTIES EXPORT_NAME Logger)
 set_target_properties(OrvCoreFoundation PROPERTIES EXPORT_NAME CoreFoundation)
 install(TARGETS OrvScheduling kblutils OrvLogger OrvCoreFoundation
   EXPORT OrvSchedulingTargets
-  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  INCLUDES DESTINATION ${orvHeaders} ${orvPlatformHeaders})
 
-# The targets name these two directories as well. CronCleaner.h is the program's own.
-set(orvHeaders include/OrvScheduling)
-set(orvPlatformHeaders ${orvHeaders}/platform)
+# Those that a user of the libraries includes; the others are for the sources alone.
 install(FILES
   Common/CfRef.h
   Common/CrontabText.h
-  Common/Number.h
   Common/TaskEditor.h
   Common/TaskInfo.h
   Common/TaskInterface.h
@@ -33,7 +52,6 @@ if(NOT APPLE)
     DESTINATION ${orvPlatformHeaders}/CoreFoundation)
 endif()
 
-set(orvPackage ${CMAKE_INSTALL_LIBDIR}/cmake/OrvScheduling)
 configure_package_config_file(cmake/OrvSchedulingConfig.cmake.in ${PROJECT_BINARY_DIR}/OrvSchedulingConfig.cmake
   INSTALL_DESTINATION ${orvPackage}
   NO_SET_AND_CHECK_MACRO)
@@ -56,9 +74,11 @@ install(FILES
   DESTINATION ${CMAKE_INSTALL_MANDIR}/man3)
 install(FILES man/man8/OrvCronCleaner.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 
-# The paths of the task database and of the scratch copies of crontabs are constants of the library, whatever the prefix.
-# The copies are of all users' crontabs: nobody but root may look.
-set(orvVar /usr/local/Quarno/Kestrelcore/var)
+# The examples as sources, to read and to build.
+install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN *.md)
+install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR})
+
+# The scratch copies are of all users' crontabs: nobody but root may look.
 install(DIRECTORY DESTINATION ${orvVar}
   DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 install(DIRECTORY DESTINATION ${orvVar}/tmp DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)

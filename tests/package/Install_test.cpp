@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <numeric>
 #include <sstream>
 #include <sys/stat.h>
 
@@ -35,10 +36,7 @@ std::string listing(const std::string& directory)
         lines.push_back(line.str());
     }
     std::sort(lines.begin(), lines.end());
-    std::string all;
-    for (const std::string& line : lines)
-        all += line;
-    return all;
+    return std::accumulate(lines.begin(), lines.end(), std::string());
 }
 
 std::string pageLines(const std::string& directory)
@@ -59,6 +57,19 @@ std::string pageLines(const std::string& directory)
     return lines;
 }
 
+/// The documents, and between them, in the order of their paths, the examples.
+std::string documentLines(const std::string& directory)
+{
+    std::vector<std::string> lines = {directory + "examples/ 755\n"};
+    for (const auto& document : fs::directory_iterator(ORV_SOURCE_DIR "/docs"))
+        lines.push_back(directory + document.path().filename().string() + " 644\n");
+    for (const auto& entry : fs::recursive_directory_iterator(ORV_EXAMPLES))
+        lines.push_back(directory + "examples/" + fs::relative(entry.path(), ORV_EXAMPLES).string()
+            + (entry.is_directory() ? "/ 755\n" : " 644\n"));
+    std::sort(lines.begin(), lines.end());
+    return std::accumulate(lines.begin(), lines.end(), std::string());
+}
+
 /// What an install puts under its prefix.
 std::string installedFiles()
 {
@@ -69,7 +80,6 @@ std::string installedFiles()
            "include/OrvScheduling/CfRef.h 644\n"
            "include/OrvScheduling/Constants.h 644\n"
            "include/OrvScheduling/CrontabText.h 644\n"
-           "include/OrvScheduling/Number.h 644\n"
            "include/OrvScheduling/OrvException.h 644\n"
            "include/OrvScheduling/SqliteDb.h 644\n"
            "include/OrvScheduling/TaskEditor.h 644\n"
@@ -89,8 +99,9 @@ std::string installedFiles()
           "sbin/ 755\n"
           "sbin/OrvCronCleaner 755\n"
           "share/ 755\n"
-          "share/man/ 755\n"
-        + pageLines("share/man/");
+          "share/doc/ 755\n"
+          "share/doc/OrvScheduling/ 755\n"
+        + documentLines("share/doc/OrvScheduling/") + "share/man/ 755\n" + pageLines("share/man/");
 }
 
 class Install : public WorldTest {
@@ -142,6 +153,18 @@ TEST_F(Install, ClosesTheScratchDirectoryWhateverTheUmaskAndLeavesTheDatabase)
     struct stat var { };
     ASSERT_EQ(0, stat((productDirectory + "var").c_str(), &var));
     EXPECT_EQ(0755U, var.st_mode & 07777U);
+}
+
+TEST_F(Install, MakesDirectoriesThatAllMaySearchWhateverTheUmask)
+{
+    const mode_t before = umask(077);
+    install();
+    umask(before);
+    EXPECT_EQ(installedFiles(), listing(prefix));
+    EXPECT_EQ("Kestrelcore/ 755\nKestrelcore/var/ 755\nKestrelcore/var/tmp/ 700\n", listing("/usr/local/Quarno"));
+    struct stat quarno { };
+    ASSERT_EQ(0, stat("/usr/local/Quarno", &quarno));
+    EXPECT_EQ(0755U, quarno.st_mode & 07777U);
 }
 
 TEST_F(Install, GivesAProgramThatRuns)
