@@ -178,6 +178,18 @@ TEST_F(Install, GivesAProgramThatRuns)
     EXPECT_EQ("0 4 * * * /bin/own\n7 * * * * " + taskManager + " 1 >> /dev/null 2>&1\n", crontabOf("anna"));
 }
 
+TEST_F(Install, GivesAProgramAndLibrariesThatAreHardened)
+{
+    install();
+    const std::string program = run({ORV_READELF, "-hldW", prefix + "/sbin/OrvCronCleaner"});
+    for (const std::string mark : {"Position-Independent Executable", "GNU_RELRO", "BIND_NOW"})
+        EXPECT_NE(std::string::npos, program.find(mark)) << mark;
+    for (const std::string library : {"OrvCoreFoundation", "OrvLogger", "OrvScheduling", "kblutils"})
+        EXPECT_NE(std::string::npos,
+            run({ORV_NM, prefix + "/" ORV_LIBDIR "/lib" + library + ".a"}).find(" U __stack_chk_fail"))
+            << library;
+}
+
 /// A project of its own that uses the libraries: examples/.
 class Consumer : public Install {
 protected:
