@@ -1,15 +1,11 @@
+// What docs/task-library.md and docs/formats.md show. The code of the first is taken out of it when this is built, and
+// stands before everything else, so that it has to bring its own headers.
+#include "task-library.inc"
+
 #include "SystemTest.h"
 
-#include <cstdio>
-#include <fcntl.h>
+#include <filesystem>
 #include <gtest/gtest.h>
-#include <string>
-#include <sys/file.h>
-#include <unistd.h>
-#include <vector>
-
-// What docs/task-library.md and docs/formats.md show. The code of the first is taken out of it when this is built.
-#include "task-library.inc"
 
 using namespace support;
 
@@ -45,7 +41,14 @@ TEST_F(Guide, ListsTheTasksOfAUser)
     createNightlyScan(ben);
     createNightlyScan(anna);
     EXPECT_EQ((std::vector<int>{1, 3}), tasksOfUser(anna));
-    EXPECT_THROW(tasksOfUser(carla), SqliteException);
+    EXPECT_EQ(std::vector<int>{}, tasksOfUser(carla));
+}
+
+TEST_F(Guide, DoesNotTakeAFailureForAUserWithoutTasks)
+{
+    TaskEditor::getInstance();
+    execSql("drop table TaskTable");
+    EXPECT_THROW(tasksOfUser(anna), SqliteException);
 }
 
 TEST_F(Guide, ReadsATask)
@@ -72,6 +75,12 @@ TEST_F(Guide, RecordsARun)
     EXPECT_LE(before, convertStringToTm(queryRows("select lastRun from TaskTable").at(0)));
 }
 
+TEST_F(Guide, SaysThatARunCouldNotBeRecorded)
+{
+    const int id = createNightlyScan(anna);
+    EXPECT_THROW(recordRun(id, nullptr), std::runtime_error);
+}
+
 TEST_F(Guide, DeletesATaskAndSaysWhyItCannot)
 {
     EXPECT_TRUE(forget(createNightlyScan(anna)));
@@ -88,6 +97,23 @@ TEST_F(Guide, BringsTheCrontabsUpToDate)
     bringCrontabsUpToDate();
     bringCrontabsUpToDate();
     EXPECT_EQ("0 3 * * * /bin/backup\n" + taskLine("45 3 * * *", 1), crontabOf("anna"));
+}
+
+TEST_F(Guide, TouchesNothingWithoutTheLock)
+{
+    const int id = createNightlyScan(anna);
+    std::filesystem::remove(scratchDirectory);
+    EXPECT_FALSE(forget(id));
+    EXPECT_THROW(bringCrontabsUpToDate(), std::runtime_error);
+    EXPECT_EQ(Rows{"1"}, queryRows("select id from TaskTable"));
+}
+
+TEST_F(Guide, LetsTheLockGoWhenAPassFails)
+{
+    TaskEditor::getInstance();
+    execSql("drop table TaskTable");
+    EXPECT_THROW(bringCrontabsUpToDate(), SqliteException);
+    EXPECT_FALSE(forget(1)); // would wait for ever
 }
 
 /// The text between "```LANGUAGE" and "```" that stands first behind `heading` in docs/formats.md.
