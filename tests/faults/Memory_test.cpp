@@ -12,7 +12,6 @@
 #include <set>
 #include <sqlite3.h>
 #include <string>
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <tuple>
 #include <vector>
@@ -21,6 +20,7 @@
 #include "FailingMemory.h"
 #include "OrvException.h"
 #include "OrvLogger.h"
+#include "QuickCrontab.h"
 #include "StoreOperations.h"
 #include "Tables.h"
 #include "WorldTest.h"
@@ -331,23 +331,6 @@ std::string taskLine(int id)
 {
     return std::to_string(id) + " 4 * * * " + taskManager + " " + std::to_string(id) + " >> /dev/null 2>&1\n";
 }
-
-// A crontab program that costs little to run, over the crontabs of the recording one.
-class QuickCrontab {
-public:
-    QuickCrontab()
-    {
-        useRecordingCrontab();
-        if (mount(ORV_QUICK_CRONTAB, program, nullptr, MS_BIND, nullptr) != 0)
-            throw std::runtime_error("the quick crontab cannot be put in place");
-    }
-    ~QuickCrontab() { umount2(program, MNT_DETACH); }
-    QuickCrontab(const QuickCrontab&) = delete;
-    QuickCrontab& operator=(const QuickCrontab&) = delete;
-
-private:
-    static constexpr const char* program = "/usr/bin/crontab";
-};
 
 class CrontabMemory : public Memory {
 protected:
