@@ -971,7 +971,8 @@ TEST_F(SqliteDbTest, AWriteFailsOrIsDoneWhicheverAllocationFails)
     EXPECT_EQ(Lines{std::to_string(writes)}, column("select count(*) from T where length(text)=3000"));
 }
 
-// --- Set up for one thread: once for a whole process, so each test has a process of its own ---------------------------
+// --- Set up for one thread: once for a whole process, so each test has a process of its own
+// ---------------------------
 
 int gLinksLookedFor = 0;
 
