@@ -416,6 +416,17 @@ TEST_F(ReadCronTest, LeavesWhatAnEarlierReadLeftIfTheCommandCannotBeStarted)
     EXPECT_EQ(backup, readFile(crontabCopy));
 }
 
+TEST_F(ReadCronTest, LeavesWhatAnEarlierReadLeftIfTheCopyCannotBeOpened)
+{
+    writeFile(crontabCopy, backup); // root's, so that anna may not write it
+    asUser(anna, anna, [this] {
+        EXPECT_EQ(crontabCopy, editor->readCron());
+        EXPECT_EQ(Lines{"/usr/bin/crontab -l"}, commands.takeCommands());
+        EXPECT_EQ(crontabCopy, editor->readCron(anna));
+    });
+    EXPECT_EQ(backup, readFile(crontabCopy));
+}
+
 TEST_F(ReadCronTest, ReturnsThePathOfACopyThatDoesNotExistIfTheCommandCannotBeStarted)
 {
     commands.refuse(reading("anna"));
