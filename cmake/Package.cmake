@@ -24,15 +24,19 @@ change, delete and account for scheduled tasks are included.")
 # The product's directories have a fixed place, which is not under the prefix: only a tree from "/" down holds both.
 set(CPACK_SET_DESTDIR ON)
 set(CPACK_INSTALL_PREFIX /usr)
+if(APPLE)
+  set(CPACK_INSTALL_PREFIX /usr/local) # nobody writes to /usr there, not even root
+endif()
 set(CPACK_MONOLITHIC_INSTALL ON)
 set(CPACK_INCLUDE_TOPLEVEL_DIRECTORY OFF)
 set(CPACK_STRIP_FILES ON)
+set(CPACK_PROJECT_CONFIG_FILE ${PROJECT_SOURCE_DIR}/packaging/archive/owner.cmake)
 
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_DEPENDS cron)
-set(CPACK_DEBIAN_PACKAGE_SUGGESTS "libsqlite3-dev, libplist-dev") # for those who build on the libraries
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "cron | cron-daemon")
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS "libsqlite3-dev, libplist-dev, pkg-config") # for those who build on the libraries
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/debian/postrm)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/debian/documents.cmake)
