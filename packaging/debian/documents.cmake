@@ -1,5 +1,5 @@
-# Run by cpack on the tree that is about to be packed: adds what only a Debian package has, and packs the manual pages as
-# Debian has them.
+# Run by cpack on the tree that is about to be packed: adds what only a Debian package has, and puts the documents where
+# Debian has them, the manual pages packed.
 if(NOT CPACK_GENERATOR STREQUAL "DEB")
   return()
 endif()
@@ -12,6 +12,7 @@ function(add_document name path) # configure_file makes the directories, and hee
     FILE_PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ COPYONLY)
 endfunction()
 
+file(RENAME ${share}/doc/OrvScheduling ${documents}) # GNUInstallDirs names it after the project
 add_document(copyright ${documents}/copyright)
 add_document(changelog ${documents}/changelog)
 add_document(lintian-overrides ${share}/lintian/overrides/${CPACK_PACKAGE_NAME})
