@@ -176,14 +176,14 @@ Outcome cleanOutcome(const OwnerPreview& owner)
 
 TaskPreview listedTask(TaskEditor& editor, int id)
 {
-    TaskPreview task{id, "", "", ""};
+    TaskPreview task{id, "", "", "", ""};
     try {
         task.description = editor.getTaskParameter(id, "description");
-        const std::string schedule = editor.getTaskParameter(id, "crontime");
+        task.schedule = editor.getTaskParameter(id, "crontime");
         if (editor.getTaskType(id) == scanNowTask)
             task.whyNone = "type 3 runs only once";
         else
-            task.line = taskLine(schedule, id);
+            task.line = taskLine(task.schedule, id);
     } catch (SqliteException& error) {
         task.whyNone = std::string("unreadable: ") + error.getMessage();
     }
@@ -193,7 +193,7 @@ TaskPreview listedTask(TaskEditor& editor, int id)
 // What the rebuild does not even look at.
 TaskPreview unlistedTask(TaskEditor& editor, int id)
 {
-    TaskPreview task{id, editor.getTaskParameter(id, "description"), "", ""};
+    TaskPreview task{id, editor.getTaskParameter(id, "description"), "", "", ""};
     const std::string status = editor.getTaskParameter(id, "status");
     task.whyNone = status.empty() ? "it has no status" : "status " + status + " is above 5";
     return task;
@@ -259,7 +259,7 @@ void previewRebuild(TaskEditor& editor, OwnerPreview& owner)
     addUnlistedTasks(editor, owner);
     if (!owner.account)
         for (TaskPreview& task : owner.tasks)
-            task = {task.id, task.description, "", "uid " + std::to_string(owner.uid) + " has no account"};
+            task = {task.id, task.description, "", "", "uid " + std::to_string(owner.uid) + " has no account"};
 }
 
 OwnerPreview previewOwner(TaskEditor& editor, int uid)

@@ -24,6 +24,7 @@ struct Outcome {
 struct TaskPreview {
     int id;
     std::string description; ///< "" if it cannot be read
+    std::string schedule; ///< what the line begins with
     std::string line; ///< with its line feed; "" for none
     std::string whyNone; ///< why there is none
 };

@@ -1,15 +1,16 @@
 #include "Report.h"
 
-#include "Constants.h"
+#include "TerminalText.h"
 #include "UnifiedDiff.h"
 
 #include <algorithm>
-#include <cstdio>
 
 namespace {
 
-constexpr std::size_t columns = 80;
-constexpr std::size_t descriptionColumns = 34;
+constexpr std::size_t descriptionColumns = 24;
+constexpr std::size_t scheduleIndent = 34;
+constexpr std::size_t diffIndent = 1;
+constexpr std::size_t lineIndent = 2;
 
 constexpr auto bold = "1";
 constexpr auto red = "31";
@@ -17,66 +18,6 @@ constexpr auto green = "32";
 constexpr auto yellow = "33";
 constexpr auto cyan = "36";
 constexpr auto faint = "2";
-
-bool continuesCharacter(char byte)
-{
-    return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
-}
-
-// The bytes of the UTF-8 character at `position`, 0 if there is none or if it is a control character.
-std::size_t characterAt(const std::string& text, std::size_t position)
-{
-    const auto byteAt = [&text](std::size_t i) { return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U; };
-    const unsigned first = byteAt(position);
-    if (first < 0x80)
-        return first >= ' ' && first != 0x7f ? 1 : 0;
-    const std::size_t size = first >= 0xf0 ? 4 : first >= 0xe0 ? 3 : 2;
-    if (first < 0xc2 || first > 0xf4 || (first == 0xc2 && byteAt(position + 1) < 0xa0))
-        return 0;
-    for (std::size_t i = position + 1; i < position + size; ++i)
-        if (byteAt(i) < 0x80 || byteAt(i) > 0xbf)
-            return 0;
-    return size;
-}
-
-// A crontab is its owner's text, and it is root that reads this: no control character may reach the terminal.
-std::string visible(const std::string& text)
-{
-    std::string shown;
-    for (std::size_t i = 0; i < text.size();) {
-        const std::size_t size = characterAt(text, i);
-        char code[5];
-        std::snprintf(code, sizeof code, "\\x%02x", static_cast<unsigned char>(text[i]));
-        if (size > 0)
-            shown += text.substr(i, size);
-        else
-            shown += text[i] == '\t' ? "\\t" : code;
-        i += std::max<std::size_t>(size, 1);
-    }
-    return shown;
-}
-
-// Counts characters rather than bytes, and takes each for one column.
-std::string cut(const std::string& text, std::size_t width)
-{
-    std::size_t shown = 0;
-    for (std::size_t i = 0; i < text.size(); ++i)
-        if (!continuesCharacter(text[i]) && ++shown > width) {
-            std::size_t end = i - 1; // one character back, for the mark
-            while (end > 0 && continuesCharacter(text[end]))
-                --end;
-            return text.substr(0, end) + "~";
-        }
-    return text;
-}
-
-std::string padded(const std::string& text, std::size_t width)
-{
-    const std::string shown = cut(text, width);
-    const auto used
-        = shown.size() - static_cast<std::size_t>(std::count_if(shown.begin(), shown.end(), continuesCharacter));
-    return shown + std::string(width - used, ' ');
-}
 
 std::string withoutLineEnd(const std::string& text)
 {
@@ -95,11 +36,13 @@ public:
     {
     }
 
-    void line(const std::string& text = "", const char* colour = nullptr)
+    // What does not fit goes on in the next line, from the column `indent` on.
+    void line(const std::string& text = "", const char* colour = nullptr, std::size_t indent = lineIndent)
     {
-        const std::string shown = cut(visible(text), columns);
-        m_text
-            += m_colour && colour != nullptr ? std::string("\033[") + colour + "m" + shown + "\033[0m\n" : shown + "\n";
+        for (const std::string& shown : linesOf(wrapped(visible(text), indent)))
+            m_text += m_colour && colour != nullptr
+                ? std::string("\033[") + colour + "m" + withoutLineEnd(shown) + "\033[0m\n"
+                : shown;
     }
 
     std::string take() { return std::move(m_text); }
@@ -132,27 +75,17 @@ std::string difference(const OwnerPreview& owner, Pass pass, const std::string& 
         before, nameOf(owner) + behindName + "now", after, nameOf(owner) + behindName + "after a " + nameOf(pass));
 }
 
-// "7 * * * * .../TessaraTaskManager 3": what differs from task to task.
-std::string shortened(std::string line)
-{
-    line = withoutLineEnd(line);
-    const std::size_t directory = line.find(tmanagerPath);
-    if (directory != std::string::npos)
-        line.replace(directory, tmanagerPath.size(), ".../");
-    const std::size_t redirection = line.rfind(errorRedirection);
-    return redirection == std::string::npos ? line : line.substr(0, redirection);
-}
-
+// Of a task's line only the schedule: the rest is the same for all.
 void writeTasks(Writer& out, const std::vector<TaskPreview>& tasks)
 {
-    out.line(padded("  task", 8) + padded("description", descriptionColumns) + "  crontab line", faint);
+    out.line("  task  " + padded("description", descriptionColumns) + "  schedule of its crontab line", faint);
     for (const TaskPreview& task : tasks) {
         const std::string id = std::to_string(task.id);
         const std::string description = visible(withoutLineEnd(task.description));
         out.line(std::string(id.size() < 6 ? 6 - id.size() : 0, ' ') + id + "  "
                 + padded(description, descriptionColumns) + "  "
-                + (task.line.empty() ? "none: " + task.whyNone : shortened(task.line)),
-            task.line.empty() ? yellow : nullptr);
+                + (task.line.empty() ? "none: " + task.whyNone : task.schedule),
+            task.line.empty() ? yellow : nullptr, scheduleIndent);
     }
 }
 
@@ -170,24 +103,27 @@ const char* colourOf(const std::string& diffLine)
     }
 }
 
-void writeOutcome(Writer& out, const OwnerPreview& owner, Pass pass)
+std::string sentence(const OwnerPreview& owner, Pass pass, bool changes)
 {
     const Outcome& outcome = outcomeOf(owner, pass);
-    const std::string diff = difference(owner, pass, ", ");
-    out.line();
+    const std::string would = "A " + nameOf(pass) + " would ";
     if (!outcome.text)
-        out.line("A " + nameOf(pass) + " would leave the crontab alone: " + outcome.whyNone + ".", bold);
-    else if (!owner.crontab)
-        out.line("A " + nameOf(pass) + " would install " + (diff.empty() ? "an empty" : "a")
-                + " crontab; there is none now.",
-            bold);
-    else
-        out.line("A " + nameOf(pass) + " would change " + (diff.empty() ? "nothing." : "the crontab:"), bold);
-    for (const std::string& line : linesOf(diff))
-        out.line(withoutLineEnd(line), colourOf(line));
-    for (const Warning& warning : outcome.warnings) {
+        return would + "leave the crontab alone: " + outcome.whyNone + ".";
+    if (!owner.crontab)
+        return would + "install " + (changes ? "a" : "an empty") + " crontab; there is none now.";
+    return would + (changes ? "change the crontab:" : "change nothing.");
+}
+
+void writeOutcome(Writer& out, const OwnerPreview& owner, Pass pass)
+{
+    const std::vector<std::string> diff = linesOf(difference(owner, pass, ", "));
+    out.line();
+    out.line(sentence(owner, pass, !diff.empty()), bold);
+    for (std::size_t i = 2; i < diff.size(); ++i) // behind the two names, which the reader knows
+        out.line(withoutLineEnd(diff[i]), colourOf(diff[i]), diffIndent);
+    for (const Warning& warning : outcomeOf(owner, pass).warnings) {
         out.line("warning: " + warning.sentence, yellow);
-        out.line("         " + withoutLineEnd(warning.line));
+        out.line(std::string(lineIndent, ' ') + withoutLineEnd(warning.line));
     }
 }
 
@@ -195,7 +131,7 @@ void writeOwner(Writer& out, const OwnerPreview& owner)
 {
     const std::string title = nameOf(owner) + (owner.account ? " (uid " + std::to_string(owner.uid) + ")" : "");
     out.line(title, bold);
-    out.line(std::string(std::min(title.size(), columns), '='), bold);
+    out.line(std::string(std::min(title.size(), terminalColumns), '='), bold);
     writeTasks(out, owner.tasks);
     writeOutcome(out, owner, Pass::clean);
     writeOutcome(out, owner, Pass::rebuild);
@@ -216,6 +152,7 @@ void writeSums(Writer& out, const std::vector<OwnerPreview>& owners)
     out.line(count(owners.size(), "owner") + ", " + count(tasks, "task") + ", " + count(lines, "task line") + ", "
             + count(warnings, "warning") + ". Nothing has been changed.",
         bold);
+    out.line("Whether crontab accepts it shows only in a run.");
 }
 
 } // namespace

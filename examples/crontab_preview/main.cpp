@@ -21,8 +21,12 @@ constexpr auto help = R"(crontab_preview: what OrvCronCleaner would make of the 
 For each user who owns tasks, or for those named: which task gets which crontab
 line in a rebuild, and why others get none; how a clean and how a rebuild would
 change the crontab now; and a warning for each line of the user's own that would
-be lost or joined to another. The report cuts lines at 80 columns; a difference
-by itself is whole. Colour is for terminals only, and NO_COLOR turns it off.
+be lost or joined to another. In the report, what is wider than 80 columns goes
+on in the next line, behind a ~. Colour is for terminals only, and NO_COLOR
+turns it off.
+
+Whether crontab accepts it shows only in a run: if it finds a fault in a line,
+as in '61 * * * *', or too many of them, the whole crontab stays as it was.
 
 Nothing is installed and no file is made. Run this as root: nobody else can read
 the crontabs of others. It ends with 0, with 1 on failure, with 2 if called

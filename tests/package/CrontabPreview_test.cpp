@@ -69,10 +69,10 @@ std::string everythingIn(const std::string& directory)
              << state.st_mtim.tv_nsec << ' ' << state.st_ctim.tv_sec << '.' << state.st_ctim.tv_nsec << '\n';
         entries[entry.path().string()] = text.str();
     }
-    std::string all;
+    std::ostringstream all;
     for (const auto& [path, state] : entries)
-        all += path + " " + state;
-    return all;
+        all << path << ' ' << state;
+    return all.str();
 }
 
 std::string wholeWorld()
@@ -114,7 +114,7 @@ protected:
 TEST_F(CrontabPreview, ShowsWhichTaskGetsWhichLineAndWhyOthersGetNone)
 {
     addTask(1, anna, "7 * * * *", "1,1", "Scan Task Mon Mar  2 09:05:03 2015\n");
-    addTask(2, anna, "30 3 * * 1", "2,5", "A description of more than 34 characters");
+    addTask(2, anna, "30 3 * * 1", "2,5", "A description of more than 24 characters");
     addTask(3, anna, "1 * * * *", "3,1");
     addTask(4, anna, "2 * * * *", "1,6");
     addTask(5, anna, "3 * * * *", "1,NULL");
@@ -122,33 +122,30 @@ TEST_F(CrontabPreview, ShowsWhichTaskGetsWhichLineAndWhyOthersGetNone)
     setCrontab("anna", "0 4 * * * /bin/own\n" + taskLine("7 * * * *", 1));
     EXPECT_EQ("anna (uid 501)\n"
               "==============\n"
-              "  task  description                         crontab line\n"
-              "     1  Scan Task Mon Mar  2 09:05:03 2015  7 * * * * .../TessaraTaskManager 1\n"
-              "     2  A description of more than 34 cha~  30 3 * * 1 .../TessaraTaskManager 2\n"
-              "     3  Scan                                none: type 3 runs only once\n"
-              "     4  Scan                                none: status 6 is above 5\n"
-              "     5  Scan                                none: it has no status\n"
-              "     6  Scan                                none: status 7 is above 5\n"
+              "  task  description               schedule of its crontab line\n"
+              "     1  Scan Task Mon Mar  2 09~  7 * * * *\n"
+              "     2  A description of more t~  30 3 * * 1\n"
+              "     3  Scan                      none: type 3 runs only once\n"
+              "     4  Scan                      none: status 6 is above 5\n"
+              "     5  Scan                      none: it has no status\n"
+              "     6  Scan                      none: status 7 is above 5\n"
               "\n"
               "A clean would change the crontab:\n"
-              "--- anna, now\n"
-              "+++ anna, after a clean\n"
               "@@ -1,2 +1 @@\n"
               " 0 4 * * * /bin/own\n"
               "-7 * * * * /usr/local/Quarno/Kestrelcore/TessaraTaskManager 1 >> /dev/null 2>&1\n"
               "\n"
               "A rebuild would change the crontab:\n"
-              "--- anna, now\n"
-              "+++ anna, after a rebuild\n"
               "@@ -1,2 +1,4 @@\n"
               " 0 4 * * * /bin/own\n"
               " 7 * * * * /usr/local/Quarno/Kestrelcore/TessaraTaskManager 1 >> /dev/null 2>&1\n"
               "+7 * * * * /usr/local/Quarno/Kestrelcore/TessaraTaskManager 1 >> /dev/null 2>&1\n"
               "+30 3 * * 1 /usr/local/Quarno/Kestrelcore/TessaraTaskManager 2 >> /dev/null 2>&1\n"
               "warning: the line of task 1 would be there once more\n"
-              "         7 * * * * /usr/local/Quarno/Kestrelcore/TessaraTaskManager 1 >> /dev/n~\n"
+              "  7 * * * * /usr/local/Quarno/Kestrelcore/TessaraTaskManager 1 >> /dev/null 2>&1\n"
               "\n"
-              "1 owner, 6 tasks, 2 task lines, 1 warning. Nothing has been changed.\n",
+              "1 owner, 6 tasks, 2 task lines, 1 warning. Nothing has been changed.\n"
+              "Whether crontab accepts it shows only in a run.\n",
         output({}));
 }
 
@@ -159,8 +156,8 @@ TEST_F(CrontabPreview, ShowsOwnersWhoseCrontabStaysAlone)
     setCrontab("ben", "0 4 * * * /bin/own\n");
     EXPECT_EQ("uid 777\n"
               "=======\n"
-              "  task  description                         crontab line\n"
-              "     1  Scan                                none: uid 777 has no account\n"
+              "  task  description               schedule of its crontab line\n"
+              "     1  Scan                      none: uid 777 has no account\n"
               "\n"
               "A clean would leave the crontab alone: there is no account with this id.\n"
               "\n"
@@ -168,14 +165,15 @@ TEST_F(CrontabPreview, ShowsOwnersWhoseCrontabStaysAlone)
               "\n"
               "ben (uid 502)\n"
               "=============\n"
-              "  task  description                         crontab line\n"
-              "     2  Scan                                none: status 6 is above 5\n"
+              "  task  description               schedule of its crontab line\n"
+              "     2  Scan                      none: status 6 is above 5\n"
               "\n"
               "A clean would change nothing.\n"
               "\n"
               "A rebuild would leave the crontab alone: none of these tasks counts.\n"
               "\n"
-              "2 owners, 2 tasks, 0 task lines, 0 warnings. Nothing has been changed.\n",
+              "2 owners, 2 tasks, 0 task lines, 0 warnings. Nothing has been changed.\n"
+              "Whether crontab accepts it shows only in a run.\n",
         output({}));
 }
 
@@ -193,19 +191,35 @@ TEST_F(CrontabPreview, ShowsThatACrontabWouldComeToBe)
     EXPECT_EQ("", crontabOf("anna"));
 }
 
+/// A text of the report in which each line that goes on in the next one is one again.
+std::string rejoined(const std::string& report)
+{
+    std::istringstream lines(report);
+    std::string text;
+    for (std::string line; std::getline(lines, line);) {
+        const std::size_t begin = line.find_first_not_of(' ');
+        if (begin != std::string::npos && line[begin] == '~')
+            text.pop_back();
+        text += (begin != std::string::npos && line[begin] == '~' ? line.substr(begin + 1) : line) + "\n";
+    }
+    return text;
+}
+
 /// The warnings of the report for a crontab of anna's, who owns task 1.
 std::string warningsFor(const std::string& crontab)
 {
     setCrontab("anna", crontab);
-    std::istringstream lines(output({"anna"}));
+    const std::string report = output({"anna"});
+    expectFor80Columns(report);
+    std::istringstream lines(rejoined(report));
     std::string warnings;
-    bool within = false;
-    for (std::string line; std::getline(lines, line);) {
-        const bool begins = line.find("warning: ") == 0;
-        if (begins || (within && line.find("         ") == 0))
+    for (std::string line; std::getline(lines, line);)
+        if (line.find("warning: ") == 0) {
             warnings += line.substr(9) + "\n";
-        within = begins || (within && line.find("         ") == 0);
-    }
+            std::getline(lines, line);
+            EXPECT_EQ("  ", line.substr(0, 2));
+            warnings += line.substr(2) + "\n";
+        }
     return warnings;
 }
 
@@ -238,7 +252,7 @@ TEST_F(CrontabPreviewWarnings, TellOfLinesBelowABlankLine)
 TEST_F(CrontabPreviewWarnings, TellOfALongLineAndOfThoseBelow)
 {
     const std::string fits = std::string(499, '#') + "\n";
-    EXPECT_EQ("line 2 loses all but its first 499 characters\n" + std::string(70, '#') + "~\n"
+    EXPECT_EQ("line 2 loses all but its first 499 characters\n#" + fits
             + "line 3 is lost: it stands below line 2, where the clean stops\n0 4 * * * /bin/own\n",
         warningsFor(fits + "#" + fits + own));
     EXPECT_EQ("", warningsFor(fits + own));
@@ -246,9 +260,10 @@ TEST_F(CrontabPreviewWarnings, TellOfALongLineAndOfThoseBelow)
 
 TEST_F(CrontabPreviewWarnings, TellOfALongLineThatMentionsTheTaskManager)
 {
-    EXPECT_EQ("line 1 is lost: it mentions the task manager\n0 4 * * * " + taskManager + " 3 " + std::string(9, 'x')
-            + "~\n" + "line 2 is lost: it stands below line 1, where the clean stops\n0 4 * * * /bin/own\n",
-        warningsFor("0 4 * * * " + taskManager + " 3 " + std::string(500, 'x') + "\n" + own));
+    const std::string line = "0 4 * * * " + taskManager + " 3 " + std::string(500, 'x') + "\n";
+    EXPECT_EQ("line 1 is lost: it mentions the task manager\n" + line
+            + "line 2 is lost: it stands below line 1, where the clean stops\n0 4 * * * /bin/own\n",
+        warningsFor(line + own));
 }
 
 TEST_F(CrontabPreviewWarnings, TellOfShortLinesThatJoinOthers)
@@ -270,8 +285,7 @@ TEST_F(CrontabPreviewWarnings, TellOfAPersonsOwnLinesThatMentionTheTaskManager)
     const std::string longer = "0 4 * * * cd / && " + taskManager + " 3 >> /dev/null 2>&1\n";
     const std::string other = "0 4 * * * " + taskManager + " 3 >> /var/log/scan 2>&1\n";
     const std::string lost = " is lost: it mentions the task manager\n";
-    EXPECT_EQ("line 1" + lost + commented.substr(0, 70) + "~\n" + "line 2" + lost + longer.substr(0, 70) + "~\n"
-            + "line 3" + lost + other.substr(0, 70) + "~\n",
+    EXPECT_EQ("line 1" + lost + commented + "line 2" + lost + longer + "line 3" + lost + other,
         warningsFor(commented + longer + other));
 }
 
@@ -286,9 +300,29 @@ TEST_F(CrontabPreviewWarnings, TellOfZeroBytes)
 TEST_F(CrontabPreviewWarnings, TellThatALineWithoutEndGetsATaskLineBehindIt)
 {
     EXPECT_EQ("the last line has no line end: the first new one is joined to it\n"
-              "0 4 * * * /bin/own7 * * * * "
-            + taskManager.substr(0, 42) + "~\n",
+              "0 4 * * * /bin/own"
+            + taskLine("7 * * * *", 1),
         warningsFor("0 4 * * * /bin/own"));
+}
+
+TEST_F(CrontabPreview, CutsNothingThatMatters)
+{
+    const std::string schedule = "0,5,10,15,20,25,30,35,40,45,50,55 8-18 * 1-6,9-12 1-5";
+    const std::string own
+        = "30 7 * * 1-5 /home/anna/bin/report --all --to=office --of=\u00fcbermorgen --and=the-day-after\n";
+    addTask(1234567890, anna, schedule, "1,1",
+        "\u5b9a\u671f\u30b9\u30ad\u30e3\u30f3\u3092\u5b9f\u884c\u3059\u308b\u4e88\u5b9a");
+    setCrontab("anna", own);
+    const std::string report = output({});
+    expectFor80Columns(report);
+    const std::string text = rejoined(report);
+    for (const std::string& line :
+        {"1234567890  \u5b9a\u671f\u30b9\u30ad\u30e3\u30f3\u3092\u5b9f\u884c\u3059\u308b~   " + schedule + "\n",
+            "\n " + own, "\n+" + taskLine(schedule, 1234567890)})
+        EXPECT_NE(std::string::npos, text.find(line)) << line << report;
+    EXPECT_NE(std::string::npos,
+        report.find("\n+0,5,10,15,20,25,30,35,40,45,50,55 8-18 * 1-6,9-12 1-5 /usr/local/Quarno/Kestrel\n~core/"))
+        << report;
 }
 
 TEST_F(CrontabPreview, ChangesNothingAndLeavesNoFile)
@@ -358,7 +392,8 @@ TEST_F(CrontabPreview, ExplainsItselfIn80Columns)
 {
     const std::string help = output({"--help"});
     expectFor80Columns(help);
-    EXPECT_NE(std::string::npos, help.find("--diff clean|rebuild")) << help;
+    for (const char* words : {"--diff clean|rebuild", "accepts it shows only in a run"})
+        EXPECT_NE(std::string::npos, help.find(words)) << help;
 }
 
 TEST_F(CrontabPreview, SaysWhenItsOutputIsLost)
@@ -399,6 +434,22 @@ TEST_F(CrontabPreview, LetsNoControlCharacterOfACrontabReachTheTerminal)
     expectFor80Columns(shown);
     EXPECT_NE(std::string::npos, shown.find("# \\x1b[2J\\x07\\x7f\\t\\xc2\\x9b \303\244 \\xe4\\x0d\n")) << shown;
     EXPECT_NE(std::string::npos, shown.find("\\x1b[2J\\xc2\\x9b \303\244 \\xe4")) << shown;
+}
+
+TEST_F(CrontabPreview, ShowsWhatOnlyLooksLikeTextForWhatItIs)
+{
+    useRecordingCrontab();
+    addTask(1, anna, "7 * * * *");
+    // Turned, invisible, a line feed and an A in two bytes, a line feed in three, half a pair, behind the last
+    // character, cut off.
+    setCrontab("anna", "# \u202e \u200b \xc0\x8a \xc1\x81 \xe0\x80\x8a \xed\xa0\x80 \xf4\x90\x80\x80 \xf0\x9f\x98\n\n");
+    const std::string shown = output({});
+    expectFor80Columns(shown);
+    EXPECT_NE(std::string::npos,
+        rejoined(shown).find(
+            "\n # \\xe2\\x80\\xae \\xe2\\x80\\x8b \\xc0\\x8a \\xc1\\x81 \\xe0\\x80\\x8a \\xed\\xa0\\x80 "
+            "\\xf4\\x90\\x80\\x80 \\xf0\\x9f\\x98\n"))
+        << shown;
 }
 
 /// Crontabs and task tables, from a seed.
@@ -646,9 +697,9 @@ TEST_F(CrontabPreviewOfGenerated, ReportsTheLinesThatTheRebuildWrites)
             const std::string number = std::to_string(id);
             const std::size_t row = shown.find("\n" + std::string(6 - number.size(), ' ') + number + "  Scan");
             ASSERT_NE(std::string::npos, row) << id;
-            const std::string line = shown.substr(row + 1, shown.find('\n', row + 1) - row - 1).substr(44);
+            const std::string line = shown.substr(row + 1, shown.find('\n', row + 1) - row - 1).substr(34);
             const bool written = made.find(taskLine("7 * * * *", id)) != std::string::npos;
-            EXPECT_EQ(written    ? "7 * * * * .../TessaraTaskManager " + number
+            EXPECT_EQ(written    ? "7 * * * *"
                     : status > 5 ? "none: status " + std::to_string(status) + " is above 5"
                                  : "none: type 3 runs only once",
                 line)
