@@ -35,7 +35,7 @@ struct TaskInfo {
     int id; ///< the row's key; 0 if not stored
     std::string description;
     TaskType type;
-    std::string cronTime; ///< the time fields of a crontab line
+    std::string cronTime; ///< the time fields of a crontab line, or a word such as @daily
     CFPropertyListRef parameter; ///< the task's settings, or null
     CFMutableDictionaryRef result; ///< outcome of the last run, or null
     time_t created;
@@ -50,4 +50,6 @@ struct TaskInfo {
 struct TaskReleaser {
     void operator()(TaskInfo* task) const;
 };
+
+/// Owns a task that the store has made.
 using OwnedTask = std::unique_ptr<TaskInfo, TaskReleaser>;
