@@ -143,6 +143,7 @@ protected:
             EXPECT_TRUE(explained(pass, crontabOf("ben"), bens, fault.hidesCrontabs)) << where << crontabOf("ben");
             expectCarlasCrontabUntouched(where);
         }
+        RecordProperty("points", n - 1);
         return n - 1;
     }
 };
@@ -187,6 +188,7 @@ protected:
                 check(call + " " + std::to_string(n) + "\n");
             }
         }
+        RecordProperty("points", points);
         return points;
     }
 };
