@@ -1,5 +1,6 @@
 #include "SystemTest.h"
 
+#include <algorithm>
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
@@ -133,40 +134,90 @@ TEST_F(OverlapRecorded, AKilledRunKeepsNobodyWaiting)
     waitUntil([] { return std::filesystem::exists(gone); });
 }
 
-TEST_F(Overlap, ManyRunsAtOnceNeverMixCrontabs)
+namespace {
+
+/// Ten users, each with a job and a task of their own.
+class TenUsers : public Overlap {
+protected:
+    static constexpr int users = 10;
+    static constexpr int runs = 20;
+
+    void SetUp() override
+    {
+        Overlap::SetUp();
+        for (int user = 0; user < users; ++user) {
+            addAccount(nameOf(user), 1000 + user);
+            addTask({10 + user, 1000 + user});
+            setCrontab(nameOf(user), jobOf(user));
+        }
+    }
+
+    static std::string nameOf(int user) { return "user" + std::to_string(user); }
+    static std::string jobOf(int user) { return "0 1 * * * /bin/job-of-" + std::to_string(user) + "\n"; }
+    static std::string taskOf(int user) { return taskLine("0 3 * * *", 10 + user); }
+
+    void start(bool cleaning)
+    {
+        m_runs.push_back(std::make_unique<StartedProgram>(
+            cleaning ? std::vector<std::string>{program} : std::vector<std::string>{program, "x"}));
+    }
+
+    /// Looks at every crontab, over and over, until the last run has ended. How often it has.
+    int watchUntilTheEnd()
+    {
+        int rounds = 0;
+        for (; anyRunning() && !HasFailure(); ++rounds)
+            for (int user = 0; user < users; ++user)
+                expectOwnJobs(user);
+        for (const auto& run : m_runs) {
+            const ProgramEnd end = run->wait();
+            EXPECT_EQ(0, end.status);
+            EXPECT_EQ("", end.output + end.errors);
+        }
+        EXPECT_EQ(Files{}, scratchFiles());
+        return rounds;
+    }
+
+private:
+    bool anyRunning() const
+    {
+        return std::any_of(m_runs.begin(), m_runs.end(), [](const auto& run) { return run->running(); });
+    }
+
+    /// The job first, then the task's line, as often as it may be; nothing of anybody else's.
+    static void expectOwnJobs(int user)
+    {
+        std::string rest = crontabOf(nameOf(user));
+        EXPECT_EQ(jobOf(user), rest.substr(0, jobOf(user).size())) << nameOf(user);
+        rest.erase(0, jobOf(user).size());
+        for (; rest.compare(0, taskOf(user).size(), taskOf(user)) == 0; rest.erase(0, taskOf(user).size())) { }
+        EXPECT_EQ("", rest) << nameOf(user);
+    }
+
+    std::vector<std::unique_ptr<StartedProgram>> m_runs;
+};
+
+} // namespace
+
+TEST_F(TenUsers, HaveNobodyElsesLinesWhileTwentyRebuildsOverlapAndNoneIsLost)
 {
-    const std::vector<std::string> names = {"anna", "ben", "carla"};
-    for (int user = 0; user < 3; ++user) {
-        addTask({10 + user, anna + user});
-        setCrontab(names.at(static_cast<size_t>(user)), "0 1 * * * /bin/job-of-" + std::to_string(user) + "\n");
+    for (int run = 0; run < runs; ++run)
+        start(false);
+    EXPECT_GT(watchUntilTheEnd(), 2);
+    for (int user = 0; user < users; ++user) {
+        std::string expected = jobOf(user);
+        for (int run = 0; run < runs; ++run)
+            expected += taskOf(user);
+        EXPECT_EQ(expected, crontabOf(nameOf(user)));
     }
-    std::vector<std::unique_ptr<StartedProgram>> runs;
-    for (int run = 0; run < 8; ++run)
-        runs.push_back(std::make_unique<StartedProgram>(std::vector<std::string>{program, "x"}));
-    for (const auto& run : runs)
-        EXPECT_EQ("", run->wait().errors);
-    for (int user = 0; user < 3; ++user) {
-        std::string expected = "0 1 * * * /bin/job-of-" + std::to_string(user) + "\n";
-        for (int run = 0; run < 8; ++run)
-            expected += taskLine("0 3 * * *", 10 + user);
-        EXPECT_EQ(expected, crontabOf(names.at(static_cast<size_t>(user))));
-    }
-    EXPECT_EQ(Files{}, scratchFiles());
 }
 
-TEST_F(Overlap, CleansAndRebuildsAtOnceLeaveEveryForeignJob)
+TEST_F(TenUsers, HaveNobodyElsesLinesWhileCleansAndRebuildsOverlap)
 {
-    addTask({3, anna});
-    addTask({4, ben});
-    setCrontab("anna", backup);
-    setCrontab("ben", report);
-    std::vector<std::unique_ptr<StartedProgram>> runs;
-    for (int run = 0; run < 8; ++run)
-        runs.push_back(std::make_unique<StartedProgram>(
-            run % 2 == 0 ? std::vector<std::string>{program} : std::vector<std::string>{program, "x"}));
-    for (const auto& run : runs)
-        EXPECT_EQ("", run->wait().errors);
+    for (int run = 0; run < runs; ++run)
+        start(run % 2 == 0);
+    EXPECT_GT(watchUntilTheEnd(), 2);
     clean(); // whatever order they came in
-    EXPECT_EQ(backup, crontabOf("anna"));
-    EXPECT_EQ(report, crontabOf("ben"));
+    for (int user = 0; user < users; ++user)
+        EXPECT_EQ(jobOf(user), crontabOf(nameOf(user)));
 }
