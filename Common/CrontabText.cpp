@@ -95,14 +95,12 @@ private:
         // redirection that is over before the piece begins does not end it.
         const std::size_t reaching = m_start - std::min(m_start, redirectionEnd);
         const std::size_t redirection = m_line.find(nullDevice, std::max(m_anchor, reaching));
-        if (redirection == std::string_view::npos || endsLine(redirection + redirectionEnd)) {
+        if (redirection == std::string_view::npos || redirection + redirectionEnd >= m_line.size()) {
             writeLine(m_out, m_line.substr(m_start));
             return false;
         }
         return splitBehind(redirection + redirectionEnd);
     }
-
-    bool endsLine(std::size_t position) const { return position >= m_line.size() || m_line[position] == '\n'; }
 
     bool splitBehind(std::size_t end)
     {

@@ -1,7 +1,10 @@
 #include "PassLock.h"
 
+#include <csignal>
 #include <filesystem>
 #include <memory>
+#include <sys/time.h>
+#include <unistd.h>
 
 #include "Process.h"
 #include "WorldTest.h"
@@ -46,6 +49,28 @@ TEST_F(PassLockTest, IsNotInheritedByACommand)
     EXPECT_TRUE(free());
     kill(command.pid(), SIGKILL);
     command.wait();
+}
+
+volatile std::sig_atomic_t gSignals = 0;
+const std::string heldFile = testDirectory + "held";
+
+TEST_F(PassLockTest, WaitsOnWhenASignalComes)
+{
+    StartedProgram holder({"/usr/bin/flock", "--exclusive", scratchDirectory, "/bin/sh", "-c",
+        "echo >" + heldFile + "; while [ -e " + heldFile + " ]; do sleep 0.01; done"});
+    while (free()) { }
+    struct sigaction action = {};
+    action.sa_handler = [](int) {
+        if (++gSignals == 3)
+            unlink(heldFile.c_str()); // lets the holder go
+    };
+    sigaction(SIGALRM, &action, nullptr); // without SA_RESTART, so that the wait is broken off each time
+    const itimerval often = {{0, 10000}, {0, 10000}};
+    setitimer(ITIMER_REAL, &often, nullptr);
+    EXPECT_TRUE(PassLock().held());
+    const itimerval never = {};
+    setitimer(ITIMER_REAL, &never, nullptr);
+    EXPECT_GE(gSignals, 3);
 }
 
 TEST_F(PassLockTest, CannotBeHadWithoutTheScratchDirectory)
