@@ -23,7 +23,7 @@ struct Outcome {
 /// A task, and the line that a rebuild would append for it.
 struct TaskPreview {
     int id;
-    std::string description; ///< "" if it cannot be read
+    std::string description;
     std::string schedule; ///< what the line begins with
     std::string line; ///< with its line feed; "" for none
     std::string whyNone; ///< why there is none
@@ -36,11 +36,12 @@ struct OwnerPreview {
     std::optional<std::string>
         crontab; ///< what `crontab -l` prints; none if it ends with an error: there is no crontab
     std::vector<TaskPreview> tasks;
+    std::string whyNotAll; ///< why some of the tasks may be missing; "" if none is
     Outcome clean;
     Outcome rebuild;
 };
 
 /// All owners of tasks, in the order in which the passes go through them. None if there is no task database, or no
-/// table in it; neither is made. Throws SqliteException where a pass would end with one, and std::runtime_error if a
-/// crontab cannot be read for want of a process.
+/// table in it; neither is made. Throws SqliteException where both passes would end with one before they have edited a
+/// crontab, and std::runtime_error if a crontab cannot be read for want of a process.
 std::vector<OwnerPreview> previewOwners();

@@ -76,10 +76,10 @@ std::string difference(const OwnerPreview& owner, Pass pass, const std::string& 
 }
 
 // Of a task's line only the schedule: the rest is the same for all.
-void writeTasks(Writer& out, const std::vector<TaskPreview>& tasks)
+void writeTasks(Writer& out, const OwnerPreview& owner)
 {
     out.line("  task  " + padded("description", descriptionColumns) + "  schedule of its crontab line", faint);
-    for (const TaskPreview& task : tasks) {
+    for (const TaskPreview& task : owner.tasks) {
         const std::string id = std::to_string(task.id);
         const std::string description = visible(withoutLineEnd(task.description));
         out.line(std::string(id.size() < 6 ? 6 - id.size() : 0, ' ') + id + "  "
@@ -87,6 +87,8 @@ void writeTasks(Writer& out, const std::vector<TaskPreview>& tasks)
                 + (task.line.empty() ? "none: " + task.whyNone : task.schedule),
             task.line.empty() ? yellow : nullptr, scheduleIndent);
     }
+    if (!owner.whyNotAll.empty())
+        out.line("        there may be more, which cannot be listed: " + owner.whyNotAll, yellow);
 }
 
 const char* colourOf(const std::string& diffLine)
@@ -132,7 +134,7 @@ void writeOwner(Writer& out, const OwnerPreview& owner)
     const std::string title = nameOf(owner) + (owner.account ? " (uid " + std::to_string(owner.uid) + ")" : "");
     out.line(title, bold);
     out.line(std::string(std::min(title.size(), terminalColumns), '='), bold);
-    writeTasks(out, owner.tasks);
+    writeTasks(out, owner);
     writeOutcome(out, owner, Pass::clean);
     writeOutcome(out, owner, Pass::rebuild);
     out.line();

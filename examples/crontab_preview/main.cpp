@@ -1,5 +1,6 @@
 // Shows what OrvCronCleaner would do to the crontabs, without doing it.
 
+#include "Constants.h"
 #include "OrvException.h"
 #include "Report.h"
 
@@ -120,7 +121,7 @@ int main(int argc, char** argv)
     try {
         return show(preview(arguments));
     } catch (SqliteException& error) {
-        return fail(error.getMessage(), 1);
+        return fail(databaseName + ": " + error.getMessage() + " (" + std::to_string(error.getErrorCode()) + ")", 1);
     } catch (const std::exception& error) {
         return fail(error.what(), 1);
     }

@@ -8,6 +8,7 @@
 #include <sstream>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 using namespace support;
 
@@ -141,7 +142,7 @@ TEST_F(CrontabPreview, ShowsWhichTaskGetsWhichLineAndWhyOthersGetNone)
               " 7 * * * * /usr/local/Quarno/Kestrelcore/TessaraTaskManager 1 >> /dev/null 2>&1\n"
               "+7 * * * * /usr/local/Quarno/Kestrelcore/TessaraTaskManager 1 >> /dev/null 2>&1\n"
               "+30 3 * * 1 /usr/local/Quarno/Kestrelcore/TessaraTaskManager 2 >> /dev/null 2>&1\n"
-              "warning: the line of task 1 would be there once more\n"
+              "warning: line 2 starts task 1 already, and stays beside the new line\n"
               "  7 * * * * /usr/local/Quarno/Kestrelcore/TessaraTaskManager 1 >> /dev/null 2>&1\n"
               "\n"
               "1 owner, 6 tasks, 2 task lines, 1 warning. Nothing has been changed.\n"
@@ -252,8 +253,8 @@ TEST_F(CrontabPreviewWarnings, TellOfLinesBelowABlankLine)
 TEST_F(CrontabPreviewWarnings, TellOfALongLineAndOfThoseBelow)
 {
     const std::string fits = std::string(499, '#') + "\n";
-    EXPECT_EQ("line 2 loses all but its first 499 characters\n#" + fits
-            + "line 3 is lost: it stands below line 2, where the clean stops\n0 4 * * * /bin/own\n",
+    EXPECT_EQ("line 2 loses what follows its first 499 characters\n#\n"
+              "line 3 is lost: it stands below line 2, where the clean stops\n0 4 * * * /bin/own\n",
         warningsFor(fits + "#" + fits + own));
     EXPECT_EQ("", warningsFor(fits + own));
 }
@@ -270,9 +271,10 @@ TEST_F(CrontabPreviewWarnings, TellOfShortLinesThatJoinOthers)
 {
     EXPECT_EQ("line 1 is joined to the front of line 3\n#a0 4 * * * /bin/own\n",
         warningsFor("#a\n" + taskLine("9 * * * *", 12) + own));
-    EXPECT_EQ("line 1 is joined to the front of line 2\n#a#b\n"
-              "line 2 is joined to the front of line 3\n#a#b0 4 * * * /bin/own\n",
+    EXPECT_EQ("lines 1 to 2 are joined to the front of line 3\n#a#b0 4 * * * /bin/own\n",
         warningsFor("#a\n#b\n" + own + own));
+    EXPECT_EQ("lines 2 to 4 are last and have no line end: crontab may refuse it all\n#a#b\n",
+        warningsFor(own + "#a\n" + taskLine("9 * * * *", 12) + "#b\n"));
     EXPECT_EQ("line 2 is last and has no line end: crontab may refuse it all\n#\n", warningsFor(own + "#\n"));
     EXPECT_EQ("line 3 is lost: it stands below line 2, which is empty\n0 4 * * * /bin/own\n"
               "line 1 is last and has no line end: crontab may refuse it all\n#a\n",
@@ -289,9 +291,17 @@ TEST_F(CrontabPreviewWarnings, TellOfAPersonsOwnLinesThatMentionTheTaskManager)
         warningsFor(commented + longer + other));
 }
 
+TEST_F(CrontabPreviewWarnings, AreNotGivenForTaskLinesWithAnyIdAndAnyBlanks)
+{
+    EXPECT_EQ("", warningsFor(taskLine("9 * * * *", 2147483647) + taskLine("9 * * * *", -2147483647 - 1)));
+    EXPECT_EQ("", warningsFor(taskLine(" 9  * *\t* *", 12)));
+    EXPECT_EQ("line 1 is lost: it mentions the task manager\n" + taskLine("9 * * * * nice", 12),
+        warningsFor(taskLine("9 * * * * nice", 12)));
+}
+
 TEST_F(CrontabPreviewWarnings, TellOfZeroBytes)
 {
-    EXPECT_EQ("line 1 loses all but its first 3 characters\nabc\\x00def\n"
+    EXPECT_EQ("line 1 loses what follows its first 3 characters\n\\x00def\n"
               "line 3 is lost: it begins with a zero byte\n\\x00def\n"
               "line 4 is lost: it stands below line 3, where the clean stops\n0 4 * * * /bin/own\n",
         warningsFor(std::string("abc\0def\n", 8) + own + std::string("\0def\n", 5) + own));
@@ -303,6 +313,23 @@ TEST_F(CrontabPreviewWarnings, TellThatALineWithoutEndGetsATaskLineBehindIt)
               "0 4 * * * /bin/own"
             + taskLine("7 * * * *", 1),
         warningsFor("0 4 * * * /bin/own"));
+}
+
+TEST_F(CrontabPreviewWarnings, TellOfEachLineThatStartsATaskAlready)
+{
+    const std::string other = "@daily nice " + taskManager + " 1\n";
+    const std::string already = " starts task 1 already, and stays beside the new line\n";
+    const std::string lost = "line 2 is lost: it mentions the task manager\n" + other;
+    EXPECT_EQ(lost + "line 1" + already + taskLine("9 * * * *", 1) + "line 2" + already + other + "line 4" + already
+            + taskLine("7 * * * *", 1),
+        warningsFor(taskLine("9 * * * *", 1) + other + taskLine("7 * * * *", 12) + taskLine("7 * * * *", 1)));
+    EXPECT_EQ("", warningsFor(taskLine("7 * * * *", 12) + taskLine("7 * * * *", -1)));
+}
+
+TEST_F(CrontabPreviewWarnings, TakeACommentForNoStart)
+{
+    const std::string comment = " #" + taskLine("9 * * * *", 1);
+    EXPECT_EQ("line 1 is lost: it mentions the task manager\n" + comment, warningsFor(comment));
 }
 
 TEST_F(CrontabPreview, CutsNothingThatMatters)
@@ -339,6 +366,187 @@ TEST_F(CrontabPreview, ChangesNothingAndLeavesNoFile)
     EXPECT_FALSE(hasCrontab("ben"));
 }
 
+/// Whether the tool leaves anna's crontab as it is.
+bool changesNothing(const std::string& pass)
+{
+    const std::string before = crontabOf("anna");
+    runProgram(pass == "clean" ? std::vector<std::string>{ORV_CRON_CLEANER}
+                               : std::vector<std::string>{ORV_CRON_CLEANER, pass});
+    return crontabOf("anna") == before;
+}
+
+TEST_F(CrontabPreview, DoesWithoutDescriptions)
+{
+    addTask(1, anna, "7 * * * *");
+    addTask(2, anna, "8 * * * *", "1,6");
+    execSql("alter table TaskTable rename column description to title");
+    const std::string report = output({});
+    EXPECT_NE(std::string::npos,
+        report.find("     1  (unreadable)              7 * * * *\n"
+                    "     2  (unreadable)              none: status 6 is above 5\n"))
+        << report;
+    EXPECT_EQ(taskLine("7 * * * *", 1), patched("", output({"--diff", "rebuild"})));
+    runPass("rebuild");
+    EXPECT_EQ(taskLine("7 * * * *", 1), crontabOf("anna"));
+}
+
+TEST_F(CrontabPreview, LeavesOutAUserWhoseTasksCannotBeListed)
+{
+    addTask(1, anna, "7 * * * *");
+    setCrontab("anna", "0 4 * * * /bin/own\n");
+    execSql("alter table TaskTable rename column id to number");
+    EXPECT_EQ("anna (uid 501)\n"
+              "==============\n"
+              "  task  description               schedule of its crontab line\n"
+              "        there may be more, which cannot be listed: TaskTable not found\n"
+              "\n"
+              "A clean would change nothing.\n"
+              "\n"
+              "A rebuild would leave the crontab alone: its tasks cannot be listed.\n"
+              "\n"
+              "1 owner, 0 tasks, 0 task lines, 0 warnings. Nothing has been changed.\n"
+              "Whether crontab accepts it shows only in a run.\n",
+        output({}));
+    EXPECT_TRUE(changesNothing("rebuild"));
+}
+
+TEST_F(CrontabPreview, GoesOnWhereATaskCannotBeRead)
+{
+    addTask(1, anna, "7 * * * *");
+    addTask(2, anna, "8 * * * *", "1,6");
+    const std::string before = output({});
+    execSql(
+        "insert into TaskTable(id,userId,crontime,status,description) values(4294967308,501,'9 * * * *',6,'Far off')");
+    EXPECT_EQ(before, output({})); // as task 12 it is not there
+    execSql("update TaskTable set status=1 where id>12");
+    const std::string report = output({});
+    EXPECT_NE(std::string::npos, report.find("    12  (unreadable)              none: unreadable: Data not found\n"))
+        << report;
+    EXPECT_EQ(taskLine("7 * * * *", 1), patched("", output({"--diff", "rebuild"})));
+    runPass("rebuild");
+    EXPECT_EQ(taskLine("7 * * * *", 1), crontabOf("anna"));
+}
+
+TEST_F(CrontabPreview, SaysWhereTheRebuildEnds)
+{
+    addTask(1, nobodysUid, "7 * * * *");
+    addTask(2, anna, "7 * * * *");
+    addTask(3, ben, "7 * * * *");
+    setCrontab("anna", taskLine("9 * * * *", 1));
+    execSql("alter table TaskTable rename column status to state");
+    const std::string report = output({});
+    EXPECT_NE(std::string::npos, report.find("     1  Scan                      none: uid 777 has no account\n"))
+        << report;
+    EXPECT_NE(std::string::npos, report.find("     2  Scan                      none: the rebuild ends before it\n"))
+        << report;
+    EXPECT_NE(std::string::npos,
+        rejoined(report).find("A rebuild would leave the crontab alone: it ends here: TaskTable doesn't exist-2.\n"))
+        << report;
+    EXPECT_NE(
+        std::string::npos, report.find("A rebuild would leave the crontab alone: it has ended before, at anna's.\n"))
+        << report;
+    EXPECT_TRUE(changesNothing("rebuild"));
+    EXPECT_FALSE(changesNothing("clean"));
+}
+
+TEST_F(CrontabPreview, KnowsTheTableByAnyCase)
+{
+    addTask(1, anna, "7 * * * *");
+    execSql("alter table TaskTable rename to Other; alter table Other rename to tasktable");
+    EXPECT_EQ(taskLine("7 * * * *", 1), patched("", output({"--diff", "rebuild"})));
+    execSql("alter table tasktable rename to Other; create view TaskTABLE as select * from Other");
+    EXPECT_EQ(taskLine("7 * * * *", 1), patched("", output({"--diff", "rebuild"})));
+    runPass("rebuild");
+    EXPECT_EQ(taskLine("7 * * * *", 1), crontabOf("anna"));
+}
+
+TEST_F(CrontabPreview, SaysThatNoRunChangesAnythingWithoutTheScratchDirectory)
+{
+    addTask(1, anna, "7 * * * *");
+    addTask(2, anna, "7 * * * *", "3,1");
+    addTask(3, nobodysUid, "7 * * * *");
+    setCrontab("anna", "#a\n" + taskLine("7 * * * *", 1));
+    std::filesystem::remove(scratchDirectory);
+    EXPECT_EQ("anna (uid 501)\n"
+              "==============\n"
+              "  task  description               schedule of its crontab line\n"
+              "     1  Scan                      none: the scratch directory is missing\n"
+              "     2  Scan                      none: type 3 runs only once\n"
+              "\n"
+              "A clean would leave the crontab alone: the scratch directory is missing.\n"
+              "\n"
+              "A rebuild would leave the crontab alone: the scratch directory is missing.\n"
+              "\n"
+              "uid 777\n"
+              "=======\n"
+              "  task  description               schedule of its crontab line\n"
+              "     3  Scan                      none: uid 777 has no account\n"
+              "\n"
+              "A clean would leave the crontab alone: there is no account with this id.\n"
+              "\n"
+              "A rebuild would leave the crontab alone: there is no account with this id.\n"
+              "\n"
+              "2 owners, 3 tasks, 0 task lines, 0 warnings. Nothing has been changed.\n"
+              "Whether crontab accepts it shows only in a run.\n",
+        output({}));
+    EXPECT_EQ("", output({"--diff", "clean"}) + output({"--diff", "rebuild"}));
+    EXPECT_TRUE(changesNothing("clean"));
+    EXPECT_TRUE(changesNothing("rebuild"));
+}
+
+/// What strace wrote down of the preview's openings of the database.
+const std::string openingsLog = testDirectory + "openings";
+
+std::size_t openings()
+{
+    std::istringstream lines(readFile(openingsLog));
+    std::size_t count = 0;
+    for (std::string line; std::getline(lines, line);)
+        count += line.find("openat(") == 0 && line.find(") = ") != std::string::npos ? 1 : 0;
+    return count;
+}
+
+ProgramEnd previewWithOpeningsLogged()
+{
+    return runProgram(
+        {"/usr/bin/strace", "-o", openingsLog, "-P", databasePath, "-e", "trace=openat", ORV_CRONTAB_PREVIEW},
+        StandardOutput::captured, {"ASAN_OPTIONS=detect_leaks=0"}); // it cannot look for them below strace
+}
+
+/// The preview; between its `opening`th opening of the database (from 1) and what it then reads, `sql` is run.
+ProgramEnd previewWithChange(std::size_t opening, const std::string& sql)
+{
+    writeFile(openingsLog, "");
+    StartedProgram program({"/usr/bin/strace", "-o", openingsLog, "-P", databasePath, "-e", "trace=openat", "-e",
+                               "inject=openat:delay_exit=2000000:when=" + std::to_string(opening), ORV_CRONTAB_PREVIEW},
+        StandardOutput::captured, {"ASAN_OPTIONS=detect_leaks=0"});
+    while (openings() < opening && program.running())
+        usleep(1000);
+    execSql(sql);
+    return program.wait();
+}
+
+TEST_F(CrontabPreview, ListsNoMoreTasksThanThereAreWhenSomeGo)
+{
+    constexpr std::size_t tasks = 20;
+    constexpr std::size_t readsOfATask = 3; // whose it is, its description, its status
+    for (int id = 1; id <= static_cast<int>(tasks); ++id)
+        addTask(id, anna, "7 * * * *", "1,6");
+    const std::string all = previewWithOpeningsLogged().output;
+    EXPECT_NE(std::string::npos, all.find("\n    20  Scan")) << all;
+    const std::size_t list = openings() - tasks * readsOfATask;
+    const ProgramEnd counted = previewWithChange(list - 1, "delete from TaskTable where id>1");
+    EXPECT_EQ(0, counted.status) << counted.errors;
+    EXPECT_NE(std::string::npos, counted.output.find("\n1 owner, 1 task, 0 task lines,")) << counted.output;
+    for (int id = 2; id <= static_cast<int>(tasks); ++id)
+        addTask(id, anna, "7 * * * *", "1,6");
+    const ProgramEnd listed = previewWithChange(list, "delete from TaskTable where id>1");
+    EXPECT_EQ(0, listed.status) << listed.errors;
+    EXPECT_NE(
+        std::string::npos, listed.output.find("\n        there may be more, which cannot be listed: Data not found\n"))
+        << listed.output;
+}
+
 TEST_F(CrontabPreview, MakesNoDatabase)
 {
     std::filesystem::remove(databasePath);
@@ -361,7 +569,7 @@ TEST_F(CrontabPreview, SaysWhenTheDatabaseCannotBeRead)
     const ProgramEnd end = preview({});
     EXPECT_EQ(1, end.status);
     EXPECT_EQ("", end.output);
-    EXPECT_EQ("crontab_preview: the task database cannot be read\n", end.errors);
+    EXPECT_EQ("crontab_preview: " + databasePath + ": the task database cannot be read (26)\n", end.errors);
 }
 
 TEST_F(CrontabPreview, SaysWhatIsWrongWithItsArguments)
@@ -636,6 +844,21 @@ TEST_F(CrontabPreviewOfGenerated, TakesLittleMemoryForALongCrontab)
     crontab += taskLine("7 * * * *", 10000);
     setCrontab("anna", crontab);
     EXPECT_EQ(differences(crontab, own, "clean"), output({"--diff", "clean"}));
+    EXPECT_GT(50, peakMegabytes());
+}
+
+TEST_F(CrontabPreviewOfGenerated, TakesLittleMemoryWhereLinesJoinOrAreLostOneAfterTheOther)
+{
+    useRecordingCrontab();
+    addTask(1, anna, "7 * * * *");
+    std::string crontab;
+    for (int number = 1; number <= 5000; ++number)
+        crontab += "#a\n";
+    crontab += "0 4 * * * /bin/own\n\n";
+    for (int number = 5003; number <= 10000; ++number)
+        crontab += std::to_string(number) + " 4 * * * /bin/own\n";
+    setCrontab("anna", crontab);
+    expectFor80Columns(output({}));
     EXPECT_GT(50, peakMegabytes());
 }
 
