@@ -60,6 +60,9 @@ install(FILES
   ${PROJECT_BINARY_DIR}/OrvSchedulingConfig.cmake
   ${PROJECT_BINARY_DIR}/OrvSchedulingConfigVersion.cmake
   DESTINATION ${orvPackage})
+if(APPLE)
+  install(FILES cmake/SdkSqlite.cmake DESTINATION ${orvPackage})
+endif()
 install(EXPORT OrvSchedulingTargets NAMESPACE Orv:: DESTINATION ${orvPackage})
 
 install(FILES
