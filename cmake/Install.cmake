@@ -39,6 +39,7 @@ install(TARGETS OrvScheduling kblutils OrvLogger OrvCoreFoundation
 install(FILES
   Common/CfRef.h
   Common/CrontabText.h
+  Common/PassLock.h
   Common/TaskEditor.h
   Common/TaskInfo.h
   Common/TaskInterface.h
@@ -66,10 +67,12 @@ endif()
 install(EXPORT OrvSchedulingTargets NAMESPACE Orv:: DESTINATION ${orvPackage})
 
 install(FILES
+  man/man3/CrontabText.3
   man/man3/LogMsg.3
   man/man3/OrvConstants.3
   man/man3/OrvException.3
   man/man3/OrvScheduling.3
+  man/man3/PassLock.3
   man/man3/SqliteDb.3
   man/man3/TaskEditor.3
   man/man3/TaskInfo.3

@@ -81,6 +81,7 @@ std::string installedFiles()
            "include/OrvScheduling/Constants.h 644\n"
            "include/OrvScheduling/CrontabText.h 644\n"
            "include/OrvScheduling/OrvException.h 644\n"
+           "include/OrvScheduling/PassLock.h 644\n"
            "include/OrvScheduling/SqliteDb.h 644\n"
            "include/OrvScheduling/TaskEditor.h 644\n"
            "include/OrvScheduling/TaskInfo.h 644\n"
