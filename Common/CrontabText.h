@@ -20,7 +20,7 @@ void dropTaskLines(std::istream& in, std::ostream& out);
 
 /// Copies the lines that do not run the task manager for the task `id`, each with a line feed. The number that decides
 /// is the text behind the first "TessaraTaskManager" of the line and one more character, up to a blank (at most 15
-/// characters), read by toInt: nothing there is task 0.
+/// characters), read as atoi reads it: nothing there is task 0.
 void dropLinesOfTask(int id, std::istream& in, std::ostream& out);
 
 /// Gives the schedule of a task, or throws.
