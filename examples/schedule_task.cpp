@@ -1,39 +1,25 @@
 // The product's scheduled tasks from the command line: the whole task library in one small program.
 
 #include "CfRef.h"
+#include "Constants.h"
 #include "OrvException.h"
+#include "PassLock.h"
+#include "ScheduleTaskText.h"
 #include "TaskEditor.h"
 
 #include <charconv>
 #include <cstdio>
+#include <ctime>
 #include <getopt.h>
 #include <map>
 #include <pwd.h>
 #include <regex>
 #include <stdexcept>
+#include <string>
+#include <unistd.h>
+#include <vector>
 
 namespace {
-
-constexpr auto help = R"(schedule_task: schedule, list, change and delete the product's tasks
-
-  schedule_task create [OPTION]... [KEY=VALUE]...      prints the task's new id
-  schedule_task list   [--user NAME]
-  schedule_task modify ID [OPTION]... [KEY=VALUE]...   changes what is named
-  schedule_task record ID [--status N] [KEY=VALUE]...  a run has just ended
-  schedule_task delete ID                              its crontab line, too
-
-  --type N            1 scan (if none is given), 2 update, 3 scan now,
-                      4 NXC scan, 5 full scan on demand, 6 quick one
-  --schedule TIMES    '30 3 * * 1', @daily; if none is given, hourly from now
-  --user NAME|UID     in whose crontab it runs; if none is given, in your own
-  --description TEXT  if none is given, its type and the time
-  --status N          a new task has 1
-  --run-now           (create) starts the task at once, too
-
-KEY=VALUE are the task's parameters, or (record) the run's result. A task gets
-its crontab line with the next rebuild, but not with type 3 or a status above 5.
-Run this as root. It ends with 0, with 1 on failure, with 2 if called wrongly.
-)";
 
 using UsageError = std::invalid_argument;
 using Options = std::map<char, std::string>; // by their first letters; status is 'n'
@@ -48,10 +34,10 @@ int toNumber(const std::string& text)
 
 int toUid(const std::string& name)
 {
-    const passwd* account = getpwnam(name.c_str());
-    if (account == nullptr && name.find_first_not_of("0123456789") != std::string::npos)
-        throw UsageError("there is no account " + name);
-    return account ? static_cast<int>(account->pw_uid) : toNumber(name);
+    if (const passwd* account = getpwnam(name.c_str()))
+        return static_cast<int>(account->pw_uid);
+    return name.find_first_not_of("0123456789") == std::string::npos ? toNumber(name)
+                                                                     : throw UsageError("there is no account " + name);
 }
 
 // It goes into a statement and into a crontab as it stands, and so must be nothing but time fields.
@@ -110,28 +96,22 @@ void create(TaskEditor& editor, int, Options options, const Words& pairs)
 void list(TaskEditor& editor, int, Options options, const Words&)
 {
     const int uid = options.count('u') ? toUid(options['u']) : 0;
-    const int count = editor.getNumTaskRecord();
-    const std::unique_ptr<int[]> ids(count == 0 ? nullptr : editor.getTaskIdArray()); // which throws if there are none
-    std::puts("  ID USER      TYPE STATUS  RUNS LAST RUN          SCHEDULE      DESCRIPTION");
-    for (const int* id = ids.get(); id != ids.get() + count; ++id) {
-        const OwnedTask task = readTask(editor, *id);
-        const passwd* owner = getpwuid(static_cast<uid_t>(task->userId));
-        const std::string name = task->description.substr(0, task->description.find('\n')); // a default one has a break
-        char lastRun[20] = "never";
-        if (task->count > 0)
-            std::strftime(lastRun, sizeof lastRun, "%Y-%m-%d %H:%M", std::localtime(&task->lastRun));
+    std::fputs(taskTableHead, stdout);
+    const bool any = editor.getNumTaskRecord() > 0; // or else the list would throw
+    for (const int id : any ? editor.taskIds() : TaskInterface::IdList()) {
+        const OwnedTask task = readTask(editor, id);
         if (options.empty() || uid == task->userId)
-            std::printf("%4d %-9.9s %4d %6d %5d %-16s  %-13s %.15s\n", task->id,
-                owner ? owner->pw_name : std::to_string(task->userId).c_str(), task->type, task->status, task->count,
-                lastRun, task->cronTime.c_str(), name.c_str());
+            std::fputs(taskTableRow(*task).c_str(), stdout);
     }
 }
 
 void modify(TaskEditor& editor, int id, Options options, const Words& pairs)
 {
     const auto parameters = toDictionary(pairs);
-    TaskInfo task = *readTask(editor, id); // without its property lists, which are gone with the record
-    fill(task, options, parameters.get()); // where there are no parameters, those in the table stay
+    TaskInfo task = *readTask(editor, id);
+    task.parameter = nullptr; // the property lists went with the record
+    task.result = nullptr;
+    fill(task, options, parameters.get()); // where no parameters are given, those in the table stay
     editor.modifyTask(task, false);
 }
 
@@ -146,16 +126,23 @@ void record(TaskEditor& editor, int id, Options options, const Words& pairs)
         throw std::runtime_error("the run could not be recorded");
 }
 
+void remove(TaskEditor& editor, int id, Options, const Words&)
+{
+    const PassLock lock; // it edits a crontab, as OrvCronCleaner does
+    if (!lock.held())
+        throw std::runtime_error("no crontab can be edited without " + tempPath);
+    editor.deleteTask(id, true, false);
+}
+
 struct Command {
     void (*run)(TaskEditor& editor, int id, Options options, const Words& pairs);
     std::string options;
     std::size_t arguments; // in front of the pairs
     bool takesPairs;
 };
-const std::map<std::string, Command> commands = {{"create", {create, "tsudr", 0, true}},
-    {"list", {list, "u", 0, false}}, {"modify", {modify, "tsudn", 1, true}}, {"record", {record, "n", 1, true}},
-    {"delete",
-        {[](TaskEditor& editor, int id, Options, const Words&) { editor.deleteTask(id, true, false); }, "", 1, false}}};
+const std::map<std::string, Command> commands
+    = {{"create", {create, "tsudr", 0, true}}, {"list", {list, "u", 0, false}}, {"modify", {modify, "tsudn", 1, true}},
+        {"record", {record, "n", 1, true}}, {"delete", {remove, "", 1, false}}};
 
 void run(const Words& words, const Options& options)
 {
@@ -171,6 +158,8 @@ void run(const Words& words, const Options& options)
         throw UsageError(words[0] + " takes " + (command.arguments == 0 ? "no argument" : "one task's id"));
     const int id = command.arguments == 0 ? 0 : toNumber(words[1]);
     const Words pairs(words.begin() + static_cast<std::ptrdiff_t>(pairsBegin), words.end());
+    if (geteuid() != 0)
+        throw std::runtime_error("only root may look at the tasks of others and change them");
     command.run(*TaskEditor::getInstance(), id, options, pairs);
 }
 
@@ -185,12 +174,18 @@ int main(int argc, char** argv)
     for (int letter; (letter = getopt_long(argc, argv, "", known, nullptr)) != -1;)
         options[static_cast<char>(letter)] = optarg == nullptr ? "" : optarg;
     try {
-        if (options.count('?') || options.count('h')) // getopt_long has said what is wrong
-            return options.count('?') ? 2 : std::fputs(help, stdout) < 0;
-        run(Words(argv + optind, argv + argc), options);
+        if (options.count('?')) // getopt_long has said what is wrong
+            return 2;
+        if (options.count('h'))
+            std::fputs(scheduleTaskHelp, stdout);
+        else
+            run(Words(argv + optind, argv + argc), options);
+        if (std::fflush(stdout) != 0 || std::ferror(stdout))
+            throw std::runtime_error("the output could not be written");
         return 0;
     } catch (SqliteException& error) {
-        std::fprintf(stderr, "schedule_task: %s\n", error.getMessage());
+        std::fprintf(
+            stderr, "schedule_task: %s: %s (%d)\n", databaseName.c_str(), error.getMessage(), error.getErrorCode());
         return 1;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "schedule_task: %s\n", error.what());

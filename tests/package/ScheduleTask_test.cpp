@@ -1,9 +1,14 @@
 #include "Process.h"
 #include "WorldTest.h"
 
+#include <algorithm>
 #include <ctime>
+#include <fcntl.h>
+#include <filesystem>
 #include <sstream>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 using namespace support;
 
@@ -114,11 +119,79 @@ TEST_F(ScheduleTask, ListsTheTasksOfAllOrOfOneUser)
     const std::string head = "  ID USER      TYPE STATUS  RUNS LAST RUN          SCHEDULE      DESCRIPTION\n";
     const std::string weekly = "   1 anna         1      1     0 never             30 3 * * 1    Weekly\n";
     EXPECT_EQ(head + weekly
-            + "   2 ben          5      1     0 never             0,30 8-18 1-15 1-6 1-5 A description t\n"
-            + "   3 777          1      1     0 never             0 0 * * *     Gone\n",
+            + "   2 ben          5      1     0 never             0,30 8-18 1-15 1-6 1-5 A des~\n"
+              "   3 777          1      1     0 never             0 0 * * *     Gone\n",
         output({"list"}));
     EXPECT_EQ(head + weekly, output({"list", "--user", "anna"}));
     EXPECT_EQ(head, output({"list", "--user", "carla"}));
+}
+
+TEST_F(ScheduleTask, ListsWhatIsTooLongWithin80Columns)
+{
+    const std::string schedule = "0,5,10,15,20,25,30,35,40,45,50,55 8-18 * * 1-5";
+    addAccount("annamariamagdalena", 600);
+    output({"create", "--user", "600", "--schedule", schedule, "--description", "Office"});
+    execSql("update TaskTable set id=2147483647,type=-2147483648,status=2147483647,count=2147483647");
+    EXPECT_EQ("  ID USER      TYPE STATUS  RUNS LAST RUN          SCHEDULE      DESCRIPTION\n"
+              "2147483647 annamari~ -2147483648 2147483647 2147483647 "
+            + queryRows("select strftime('%Y-%m-%d %H:%M','now','localtime')").at(0) + "  0,5,10,\n"
+            + std::string(50, ' ') + "~15,20,25,30,35,40,45,50,55 8-\n" + std::string(50, ' ') + "~18 * * 1-5\n",
+        output({"list"}));
+}
+
+TEST_F(ScheduleTask, LetsNoControlCharacterReachTheTerminal)
+{
+    output({"create", "--user", "anna", "--schedule", "@daily", "--description", "a\033[2J\nb\a\r"});
+    output({"create", "--user", "anna", "--schedule", "@daily", "--description", "\u00fcbern\u00e4chste W\u00f6che"});
+    output({"create", "--user", "anna", "--schedule", "@daily", "--description",
+        "\u6bce\u9031\u306e\u30b9\u30ad\u30e3\u30f3"});
+    execSql("insert into TaskTable(description,crontime,userId) values('', char(27) || '[1m', 501)");
+    EXPECT_EQ(
+        "  ID USER      TYPE STATUS  RUNS LAST RUN          SCHEDULE      DESCRIPTION\n"
+        "   1 anna         1      1     0 never             @daily        a\\x1b[2J\\nb\\x0~\n"
+        "   2 anna         1      1     0 never             @daily        \u00fcbern\u00e4chste W\u00f6~\n"
+        "   3 anna         1      1     0 never             @daily        \u6bce\u9031\u306e\u30b9\u30ad\u30e3\u30f3\n"
+        "   4 anna         1      1     0 never             \\x1b[1m\n",
+        output({"list"}));
+}
+
+/// What strace wrote down of the program's openings of the database.
+const std::string openingsLog = testDirectory + "openings";
+
+std::size_t openings()
+{
+    std::istringstream lines(readFile(openingsLog));
+    std::size_t count = 0;
+    for (std::string line; std::getline(lines, line);)
+        count += line.find("openat(") == 0 && line.find(") = ") != std::string::npos ? 1 : 0;
+    return count;
+}
+
+TEST_F(ScheduleTask, ListsNoMoreTasksThanThereAreWhenSomeGo)
+{
+    constexpr std::size_t tasks = 30;
+    for (std::size_t task = 0; task < tasks; ++task)
+        output({"create", "--user", "anna", "--schedule", "@daily", "--description", "Scan"});
+    const std::vector<std::string> traced
+        = {"/usr/bin/strace", "-o", openingsLog, "-P", databasePath, "-e", "trace=openat"};
+    const std::vector<std::string> environment
+        = {"ASAN_OPTIONS=detect_leaks=0"}; // it cannot look for them below strace
+    std::vector<std::string> command = traced;
+    command.insert(command.end(), {ORV_SCHEDULE_TASK, "list"});
+    runProgram(command, StandardOutput::captured, environment);
+    const std::size_t count = openings() - tasks - 1; // before the list, and then each task is read
+    writeFile(openingsLog, "");
+    command = traced;
+    command.insert(command.end(),
+        {"-e", "inject=openat:delay_exit=2000000:when=" + std::to_string(count), ORV_SCHEDULE_TASK, "list"});
+    StartedProgram list(command, StandardOutput::captured, environment);
+    while (openings() < count && list.running())
+        usleep(1000);
+    execSql("delete from TaskTable where id>1");
+    const ProgramEnd end = list.wait();
+    EXPECT_EQ("", end.errors);
+    EXPECT_EQ(0, end.status);
+    EXPECT_EQ(2, std::count(end.output.begin(), end.output.end(), '\n')) << end.output;
 }
 
 TEST_F(ScheduleTask, ListsNothingFromAnEmptyTable)
@@ -157,6 +230,57 @@ TEST_F(ScheduleTask, RecordsARun)
                   "cast(result as text) like '%state%',cast(parameter as text) like '%<key>a</key>%' from TaskTable"));
     const std::string list = output({"list"});
     EXPECT_NE(std::string::npos, list.find("   2 " + today())) << list;
+    output({"record", "1"});
+    EXPECT_EQ((std::vector<std::string>{"3|0"}),
+        queryRows("select count,cast(result as text) like '%<key>%' from TaskTable"));
+}
+
+TEST_F(ScheduleTask, DeletesWhenNoRunIsUnderWay)
+{
+    output({"create", "--user", "anna", "--schedule", "7 * * * *"});
+    rebuild();
+    const int scratch = open(scratchDirectory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    ASSERT_EQ(0, flock(scratch, LOCK_EX));
+    StartedProgram deleting({ORV_SCHEDULE_TASK, "delete", "1"});
+    usleep(500000);
+    EXPECT_TRUE(deleting.running());
+    EXPECT_EQ(line("7 * * * *", 1), crontabOf("anna"));
+    EXPECT_EQ((std::vector<std::string>{"1"}), queryRows("select id from TaskTable"));
+    ASSERT_EQ(0, close(scratch));
+    EXPECT_EQ(0, deleting.wait().status);
+    EXPECT_EQ("", crontabOf("anna"));
+    EXPECT_EQ((std::vector<std::string>{}), queryRows("select id from TaskTable"));
+}
+
+TEST_F(ScheduleTask, DeletesNothingWhereNoCrontabCanBeEdited)
+{
+    output({"create", "--user", "anna"});
+    std::filesystem::remove(scratchDirectory);
+    const ProgramEnd end = run({"delete", "1"});
+    EXPECT_EQ(1, end.status);
+    EXPECT_EQ("schedule_task: no crontab can be edited without " + scratchDirectory + "\n", end.errors);
+    EXPECT_EQ((std::vector<std::string>{"1"}), queryRows("select id from TaskTable"));
+}
+
+TEST_F(ScheduleTask, IsForRootOnly)
+{
+    const std::string copy = testDirectory + "schedule_task";
+    std::filesystem::copy_file(ORV_SCHEDULE_TASK, copy);
+    ASSERT_EQ(0, chmod(copy.c_str(), 0755));
+    const ProgramEnd end
+        = runProgram({"/usr/bin/setpriv", "--reuid", "501", "--regid", "501", "--clear-groups", copy, "list"});
+    EXPECT_EQ(1, end.status);
+    EXPECT_EQ("schedule_task: only root may look at the tasks of others and change them\n", end.errors);
+    EXPECT_EQ("", end.output);
+}
+
+TEST_F(ScheduleTask, SaysWhenItsOutputIsLost)
+{
+    for (const char* argument : {"list", "--help"}) {
+        const ProgramEnd end = runProgram({ORV_SCHEDULE_TASK, argument}, StandardOutput::full);
+        EXPECT_EQ(1, end.status);
+        EXPECT_EQ("schedule_task: the output could not be written\n", end.errors);
+    }
 }
 
 TEST_F(ScheduleTask, PutsTasksIntoEffectTogetherWithTheTool)
@@ -186,7 +310,7 @@ TEST_F(ScheduleTask, ExplainsItselfIn80Columns)
     for (std::string text; std::getline(lines, text);)
         EXPECT_LE(text.size(), 80U) << text;
     for (const char* word : {"create", "list", "modify", "record", "delete", "--type", "--schedule", "--user",
-             "--description", "--status", "--run-now", "KEY=VALUE"})
+             "--description", "--status", "--run-now", "KEY=VALUE replace all", "below an empty line", "as root"})
         EXPECT_NE(std::string::npos, help.find(word)) << word;
 }
 
@@ -197,7 +321,7 @@ TEST_F(ScheduleTask, SaysWhenTheDatabaseCannotBeOpened)
     const ProgramEnd end = run({"list"});
     EXPECT_EQ(1, end.status);
     EXPECT_EQ("", end.output);
-    EXPECT_EQ("schedule_task: Database: table cannot be created\n", end.errors);
+    EXPECT_EQ("schedule_task: " + databasePath + ": Database: table cannot be created (26)\n", end.errors);
 }
 
 class ScheduleTaskMistakes : public ScheduleTask, public testing::WithParamInterface<Mistake> { };
@@ -221,9 +345,9 @@ INSTANTIATE_TEST_SUITE_P(All, ScheduleTaskMistakes,
         Mistake{{"list", "1"}, "list takes no argument", 2}, Mistake{{"delete", "one"}, "'one' is not a number", 2},
         Mistake{{"delete", "1x"}, "'1x' is not a number", 2}, Mistake{{"delete", ""}, "'' is not a number", 2},
         Mistake{{"delete", "4294967297"}, "'4294967297' is not a number", 2},
-        Mistake{{"delete", "2"}, "Database: taskId not found", 1},
-        Mistake{{"modify", "2", "--status", "1"}, "Database: taskId not found", 1},
-        Mistake{{"record", "2"}, "Database: taskId not found", 1},
+        Mistake{{"delete", "2"}, databasePath + ": Database: taskId not found (0)", 1},
+        Mistake{{"modify", "2", "--status", "1"}, databasePath + ": Database: taskId not found (0)", 1},
+        Mistake{{"record", "2"}, databasePath + ": Database: taskId not found (0)", 1},
         Mistake{{"create", "--user", "dora"}, "there is no account dora", 2},
         Mistake{{"create", "--schedule", "7 * * *"}, "'7 * * *' is no schedule", 2},
         Mistake{{"create", "--schedule", "7 * * * * *"}, "'7 * * * * *' is no schedule", 2},
