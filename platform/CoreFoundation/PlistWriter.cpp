@@ -74,8 +74,10 @@ private:
     Node dictionaryNode(const OrvCFDictionary& dictionary) const
     {
         Node list(plist_new_dict());
-        for (const auto& [key, value] : sorted(dictionary))
-            plist_dict_set_item(list.get(), text(*key).c_str(), member(value).release());
+        for (const auto& [key, value] : sorted(dictionary)) {
+            const std::string name = text(*key); // may throw, which it must not once the member has no owner
+            plist_dict_set_item(list.get(), name.c_str(), member(value).release());
+        }
         return list;
     }
 
