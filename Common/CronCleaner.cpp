@@ -28,7 +28,6 @@ int main(int argc, char**)
     } catch (...) {
         std::signal(SIGPIPE, SIG_IGN); // nobody may be reading; nothing is run from here on
         std::fputs("Exception while cleaning cron", stdout); // without a line break, as it has always been
-        std::fflush(stdout);
     }
     return 0;
 }

@@ -199,6 +199,7 @@ TEST_F(SqliteDbTest, OpeningWithThreeArgumentsThrowsIfTheFileCannotBeOpened)
         FAIL() << "the file cannot have been opened";
     } catch (SqliteException& failure) {
         EXPECT_EQ(SQLITE_CANTOPEN, failure.getErrorCode());
+        EXPECT_STREQ("Database: table cannot be created", failure.getMessage());
     }
 }
 
@@ -210,6 +211,7 @@ TEST_F(SqliteDbTest, OpeningWithThreeArgumentsThrowsIfTheFileIsNoDatabase)
         FAIL() << "this is no database";
     } catch (SqliteException& failure) {
         EXPECT_EQ(SQLITE_NOTADB, failure.getErrorCode());
+        EXPECT_STREQ("Database: table cannot be created", failure.getMessage());
     }
 }
 
@@ -220,6 +222,7 @@ TEST_F(SqliteDbTest, OpeningWithThreeArgumentsThrowsIfTheStatementFails)
         FAIL() << "this is no statement";
     } catch (SqliteException& failure) {
         EXPECT_EQ(SQLITE_ERROR, failure.getErrorCode());
+        EXPECT_STREQ("Database: table cannot be created", failure.getMessage());
     }
 }
 
