@@ -1,8 +1,12 @@
 #include "TaskEditor.h"
 
+#include <atomic>
 #include <cerrno>
+#include <cstdio>
 #include <filesystem>
+#include <future>
 #include <thread>
+#include <unistd.h>
 
 #include "EditorTest.h"
 
@@ -17,6 +21,7 @@ namespace {
 class ThreadsOwn : public TaskEditor {
 public:
     static TaskEditor* editor() { return tEditor; }
+    static pthread_mutex_t* mutex() { return &m_taskEditorMutex; }
     static void lock() { pthread_mutex_lock(&m_taskEditorMutex); }
     static void unlock() { pthread_mutex_unlock(&m_taskEditorMutex); }
     static bool locked()
@@ -148,6 +153,28 @@ TEST_F(EditorInstanceTest, HoldsItsLockWhileItIsMade)
     EXPECT_TRUE(locked);
 }
 
+TEST_F(EditorInstanceTest, WaitsForItsLockWhenItIsReleased)
+{
+    std::promise<pthread_mutex_t*> made;
+    std::promise<void> locked;
+    std::atomic<bool> released{false};
+    std::thread owner([&] {
+        TaskEditor::getInstance();
+        made.set_value(ThreadsOwn::mutex());
+        locked.get_future().wait();
+        TaskEditor::ReleaseInstance();
+        released = true;
+    });
+    pthread_mutex_t* const lock = made.get_future().get();
+    pthread_mutex_lock(lock);
+    locked.set_value();
+    usleep(50000); // far more than it would take without the lock
+    EXPECT_FALSE(released);
+    pthread_mutex_unlock(lock);
+    owner.join();
+    EXPECT_TRUE(released);
+}
+
 TEST_F(EditorInstanceTest, ThatCannotBeMadeLeavesNoEditorAndTheLockOfItsThreadHeld)
 {
     fs::create_directory(databasePath);
@@ -209,6 +236,14 @@ TEST_F(ExecuteCommandTest, WritesWhatTheCommandPrintsByteForByte)
 {
     EXPECT_TRUE(execute("printf 'a\\000\\377\\r\\n\\nb'"));
     EXPECT_EQ("a\0\xff\r\n\nb"s, readFile(file));
+}
+
+TEST_F(ExecuteCommandTest, WritesTheLastCharacterWhereverItComes)
+{
+    for (const int size : {1, BUFSIZ - 1, BUFSIZ, BUFSIZ + 1, 2 * BUFSIZ + 1}) {
+        EXPECT_TRUE(execute("printf %" + std::to_string(size) + "s x"));
+        EXPECT_EQ(std::string(static_cast<std::size_t>(size) - 1, ' ') + "x", readFile(file));
+    }
 }
 
 TEST_F(ExecuteCommandTest, ReplacesWhatTheFileHeld)
