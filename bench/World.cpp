@@ -43,8 +43,8 @@ std::string bytesOf(const Files& files, const std::string& name)
 // From the first line on that is not the same, three lines.
 std::string differentLines(const std::string& text, const std::string& other)
 {
-    const auto difference = std::mismatch(text.begin(), text.end(), other.begin(), other.end()).first - text.begin();
-    const std::size_t begin = text.substr(0, static_cast<std::size_t>(difference)).rfind('\n') + 1; // npos + 1 is 0
+    const auto same = std::mismatch(text.begin(), text.end(), other.begin(), other.end()).first - text.begin();
+    const std::size_t begin = text.substr(0, static_cast<std::size_t>(same)).rfind('\n') + 1; // npos + 1 is 0
     std::size_t end = begin;
     for (int line = 0; line < 3 && end < text.size(); ++line)
         end = std::min(text.find('\n', end), text.size() - 1) + 1;

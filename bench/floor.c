@@ -103,7 +103,7 @@ static int count(const char* sql)
 // `rows` numbers, for the caller to free; NULL if there are not as many.
 static int* readInts(const char* sql, int rows)
 {
-    int* values = rows < 1 ? NULL : malloc((size_t)rows * sizeof *values);
+    int* values = rows < 1 ? NULL : calloc((size_t)rows, sizeof *values);
     if (values == NULL)
         return NULL;
     const struct reading reading = startReading(sql);

@@ -79,7 +79,7 @@ void OrvCFDictionary::add(const void* key, const void* value)
     const auto release = [this](const void* held) { releaseHeld(m_keyCallBacks, held); };
     std::unique_ptr<const void, decltype(release)> ownKey(retained(m_keyCallBacks, key), release);
     const auto place = m_pairs.emplace(ownKey.get(), value).first;
-    ownKey.release(); // the table's from here
+    static_cast<void>(ownKey.release()); // the table's from here
     place->second = retained(m_valueCallBacks, value);
 }
 

@@ -586,7 +586,7 @@ TaskInfo taskWithParameter()
     task.created = 1000000000;
     task.lastRun = 1100000000;
     task.userId = anna;
-    static const CFMutableDictionaryRef settings = CFDictionaryCreateMutable(
+    static CFMutableDictionaryRef settings = CFDictionaryCreateMutable(
         kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
     CFDictionarySetValue(settings, CFSTR("path"), CFSTR("/Users/anna/Documents"));
     task.parameter = settings; // stays for as long as the program runs

@@ -51,7 +51,7 @@ protected:
         setCrontab("carla", foreign + taskLine(3));
         std::vector<std::string> command = {ORV_CRON_CLEANER};
         if (GetParam() == Pass::rebuild)
-            command.push_back("rebuild");
+            command.emplace_back("rebuild");
         std::filesystem::remove(m_count);
         m_end = runProgram(command, StandardOutput::captured,
             {"LD_PRELOAD=" ORV_FAILING_MALLOC, "FAILING_MALLOC=" + refused, "FAILING_MALLOC_COUNT=" + m_count});

@@ -161,7 +161,7 @@ private:
         return *std::find_if(m_after.begin(), m_after.end(), isNew);
     }
 
-    void expectWorksNow()
+    void expectWorksNow() const
     {
         TaskEditor editor;
         const Ending again = endingOf(GetParam(), editor);

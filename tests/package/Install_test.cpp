@@ -195,13 +195,14 @@ TEST_F(Install, GivesAProgramAndLibrariesThatAreHardened)
 class Consumer : public Install {
 protected:
     const std::string build = testDirectory + "build";
+    const std::string sameCompiler = std::string("-DCMAKE_CXX_COMPILER=") + ORV_COMPILER;
 
     /// Built strictly, and without taking the headers for the system's, so that a warning from one of them shows.
     void buildExamples(const std::string& where, const std::string& flags)
     {
-        run({ORV_CMAKE, "-S", ORV_EXAMPLES, "-B", build, "-G", ORV_GENERATOR, "-DCMAKE_CXX_COMPILER=" ORV_COMPILER,
+        run({ORV_CMAKE, "-S", ORV_EXAMPLES, "-B", build, "-G", ORV_GENERATOR, sameCompiler,
             "-DCMAKE_NO_SYSTEM_FROM_IMPORTED=ON",
-            "-DCMAKE_CXX_FLAGS=-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror " + flags, where});
+            "-DCMAKE_CXX_FLAGS=-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wformat=2 -Werror " + flags, where});
         run({ORV_CMAKE, "--build", build});
     }
 
@@ -220,15 +221,15 @@ protected:
 TEST_F(Consumer, FindsThePackageWhereItIsInstalled)
 {
     install();
-    const std::string sanitize = ORV_SANITIZE;
-    buildExamples("-DCMAKE_PREFIX_PATH=" + prefix, sanitize.empty() ? "" : "-fsanitize=" + sanitize);
+    constexpr const char* sanitize = ORV_SANITIZE;
+    buildExamples("-DCMAKE_PREFIX_PATH=" + prefix, *sanitize == '\0' ? "" : std::string("-fsanitize=") + sanitize);
     expectThatTheExamplesWork();
 }
 
 TEST_F(Consumer, FindsThePackageWhereTheInstalledTreeWasMoved)
 {
     install({"DESTDIR=" + stage});
-    run({ORV_CMAKE, "-S", ORV_EXAMPLES, "-B", build, "-G", ORV_GENERATOR, "-DCMAKE_CXX_COMPILER=" ORV_COMPILER,
+    run({ORV_CMAKE, "-S", ORV_EXAMPLES, "-B", build, "-G", ORV_GENERATOR, sameCompiler,
         "-DCMAKE_PREFIX_PATH=" + stage + prefix});
     EXPECT_NE(std::string::npos,
         readFile(build + "/CMakeCache.txt").find("OrvScheduling_DIR:PATH=" + stage + prefix + "/" + ORV_LIBDIR));

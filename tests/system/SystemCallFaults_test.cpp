@@ -99,9 +99,9 @@ protected:
     {
         std::vector<std::string> command = {"/usr/bin/strace", "-o", log};
         command.insert(command.end(), straceOptions.begin(), straceOptions.end());
-        command.push_back(ORV_CRON_CLEANER);
+        command.emplace_back(ORV_CRON_CLEANER);
         if (pass == Pass::rebuild)
-            command.push_back("rebuild");
+            command.emplace_back("rebuild");
         return runProgram(command);
     }
 

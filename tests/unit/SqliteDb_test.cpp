@@ -989,7 +989,7 @@ using AnyFunction = void (*)();
 
 class SetUpForOneThread : public SqliteDbTest {
 protected:
-    void setUp()
+    void setUpOnce()
     {
         other.reset();
         sqlite3_shutdown(); // as if nothing had been opened yet
@@ -1022,7 +1022,7 @@ protected:
 TEST_F(SetUpForOneThread, LooksForSymbolicLinksOnTheWayToAFileOnce)
 {
     const auto inItsProcess = [this] {
-        setUp();
+        setUpOnce();
         const int first = linksLookedFor(file);
         succeedIf(first > 0 && linksLookedFor(file) == 0 && linksLookedFor(file) == 0);
     };
@@ -1032,7 +1032,7 @@ TEST_F(SetUpForOneThread, LooksForSymbolicLinksOnTheWayToAFileOnce)
 TEST_F(SetUpForOneThread, LooksAnewWhenAnotherFileIsOpened)
 {
     const auto inItsProcess = [this] {
-        setUp();
+        setUpOnce();
         const int first = linksLookedFor(file);
         succeedIf(linksLookedFor(testDirectory + "more.db") == first && linksLookedFor(file) == first);
     };
@@ -1042,7 +1042,7 @@ TEST_F(SetUpForOneThread, LooksAnewWhenAnotherFileIsOpened)
 TEST_F(SetUpForOneThread, FollowsALinkToAFileEachTime)
 {
     const auto inItsProcess = [this] {
-        setUp();
+        setUpOnce();
         std::filesystem::create_symlink(file, link);
         const int first = linksLookedFor(link);
         std::filesystem::remove(link);
@@ -1057,7 +1057,7 @@ TEST_F(SetUpForOneThread, FollowsALinkToAFileEachTime)
 TEST_F(SetUpForOneThread, RefusesALinkThatHasTakenThePlaceOfTheFile)
 {
     const auto inItsProcess = [this] {
-        setUp();
+        setUpOnce();
         const int first = codeOfOpening(file);
         std::filesystem::rename(file, testDirectory + "more.db");
         std::filesystem::create_symlink(testDirectory + "more.db", file);
@@ -1069,7 +1069,7 @@ TEST_F(SetUpForOneThread, RefusesALinkThatHasTakenThePlaceOfTheFile)
 TEST_F(SetUpForOneThread, OpensFilesWhosePathsAreNeitherWholeNorShort)
 {
     const auto inItsProcess = [this] {
-        setUp();
+        setUpOnce();
         std::filesystem::current_path(testDirectory);
         const std::string tooLong = testDirectory + std::string(600, 'x');
         const bool opened = linksLookedFor("test.db") > 0 && linksLookedFor("test.db") > 0;
