@@ -294,6 +294,14 @@ TEST_F(ExecuteCommandTest, WaitsForTheEndOfTheCommand)
     EXPECT_EQ("end\n", readFile(testDirectory + "ended"));
 }
 
+TEST_F(ExecuteCommandTest, WritesWhatItStillHoldsOnlyWhenTheCommandHasEnded)
+{
+    const std::string seen = testDirectory + "seen";
+    EXPECT_TRUE(execute("printf text; exec 1>&-; sleep 0.1; cat " + file + " >" + seen));
+    EXPECT_EQ("", readFile(seen));
+    EXPECT_EQ("text", readFile(file));
+}
+
 TEST_F(ExecuteCommandTest, IsFalseAndTruncatesNothingIfTheCommandCannotBeStarted)
 {
     writeFile(file, "old");
