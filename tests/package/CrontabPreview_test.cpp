@@ -615,9 +615,10 @@ TEST_F(CrontabPreview, SaysWhenItsOutputIsLost)
 /// What the program writes to a terminal.
 std::string onTerminal(const std::string& term, const std::string& noColour)
 {
-    return runProgram({"/usr/bin/env", "TERM=" + term, "NO_COLOR=" + noColour, "/usr/bin/script", "--quiet",
-                          "--command", ORV_CRONTAB_PREVIEW, "/dev/null"})
-        .output;
+    const ProgramEnd end = runProgram({"/usr/bin/env", "TERM=" + term, "NO_COLOR=" + noColour, "/usr/bin/script",
+        "--quiet", "--command", ORV_CRONTAB_PREVIEW, "/dev/null"});
+    EXPECT_EQ("", end.errors); // no terminal can be had without /dev/pts, say
+    return end.output;
 }
 
 TEST_F(CrontabPreview, IsColouredOnATerminalOnly)
