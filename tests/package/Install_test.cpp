@@ -244,10 +244,15 @@ TEST_F(Consumer, BuildsThePackageAlongAndThenInstallsNothingOfIt)
     run({ORV_CMAKE, "--install", build, "--prefix", prefix}, {"DESTDIR=" + stage});
     EXPECT_FALSE(fs::exists(stage));
     EXPECT_FALSE(fs::exists(prefix));
-    run({ORV_CMAKE, "-DORV_INSTALL=ON", build});
+    run({ORV_CMAKE, "-DORV_INSTALL=ON", "-DCMAKE_INSTALL_INCLUDEDIR=headers", build});
     run({ORV_CMAKE, "--build", build});
     run({ORV_CMAKE, "--install", build, "--prefix", prefix}, {"DESTDIR=" + stage});
     EXPECT_TRUE(fs::exists(stage + prefix + "/sbin/OrvCronCleaner"));
+    EXPECT_TRUE(fs::exists(stage + prefix + "/headers/OrvScheduling/TaskEditor.h"));
+    EXPECT_FALSE(fs::exists(stage + prefix + "/include"));
+    EXPECT_NE(std::string::npos,
+        readFile(stage + prefix + "/" + ORV_LIBDIR + "/cmake/OrvScheduling/OrvSchedulingTargets.cmake")
+            .find("${_IMPORT_PREFIX}/headers/OrvScheduling;"));
     EXPECT_TRUE(fs::exists(stage + scratchDirectory));
 }
 
