@@ -261,14 +261,14 @@ TEST_F(Consumer, IsRefusedTheVersionsThatThisIsNot)
     install();
     const std::string project = testDirectory + "project";
     fs::create_directories(project);
-    for (const std::string version : {"0.9", "1.1", "2.0"}) {
+    for (const std::string version : {"0.9", "1.2", "2.0"}) {
         writeFile(project + "/CMakeLists.txt",
             "cmake_minimum_required(VERSION 3.25)\nproject(P LANGUAGES CXX)\nfind_package(OrvScheduling " + version
                 + " REQUIRED)\n");
         const ProgramEnd end
             = runProgram({ORV_CMAKE, "-S", project, "-B", build, "-G", ORV_GENERATOR, "-DCMAKE_PREFIX_PATH=" + prefix});
         EXPECT_NE(0, end.status) << version;
-        EXPECT_NE(std::string::npos, end.errors.find("version: 1.0.0")) << end.errors;
+        EXPECT_NE(std::string::npos, end.errors.find("version: 1.1.0")) << end.errors;
     }
 }
 
