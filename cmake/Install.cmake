@@ -24,8 +24,8 @@ endif()
 install(CODE "set(orvDirectories \"${orvDirectories}\")")
 install(SCRIPT cmake/MakeDirectories.cmake)
 
-# The program edits other users' crontabs and is for root.
-install(TARGETS OrvCronCleaner RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
+# The programs edit and read other users' crontabs and are for root.
+install(TARGETS OrvCronCleaner crontab_preview RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
 
 set_target_properties(OrvScheduling PROPERTIES EXPORT_NAME Scheduling)
 set_target_properties(OrvLogger PROPERTIES EXPORT_NAME Logger)
@@ -78,11 +78,13 @@ install(FILES
   man/man3/TaskInfo.3
   man/man3/TaskInterface.3
   DESTINATION ${CMAKE_INSTALL_MANDIR}/man3)
-install(FILES man/man8/OrvCronCleaner.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+install(FILES man/man8/OrvCronCleaner.8 man/man8/crontab_preview.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 
 # The examples as sources, to read and to build.
 install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN *.md)
 install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES tools/crontab_preview/TerminalText.cpp tools/crontab_preview/TerminalText.h
+  DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 
 # The scratch copies are of all users' crontabs: nobody but root may look.
 install(DIRECTORY DESTINATION ${orvVar}

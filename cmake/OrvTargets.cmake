@@ -28,6 +28,13 @@ if(NOT APPLE)
   target_link_options(orv_hardening INTERFACE -Wl,-z,relro -Wl,-z,now)
 endif()
 
+# For a program that runs for a few milliseconds, of which loading the C++ runtime would be a large part.
+function(orv_link_runtime_statically program)
+  if(NOT APPLE AND NOT ORV_SANITIZE)
+    target_link_options(${program} PRIVATE -static-libstdc++ -static-libgcc)
+  endif()
+endfunction()
+
 include(CheckPIESupported)
 check_pie_supported(LANGUAGES CXX)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)

@@ -66,6 +66,8 @@ std::string documentLines(const std::string& directory)
     for (const auto& entry : fs::recursive_directory_iterator(ORV_EXAMPLES))
         lines.push_back(directory + "examples/" + fs::relative(entry.path(), ORV_EXAMPLES).string()
             + (entry.is_directory() ? "/ 755\n" : " 644\n"));
+    for (const std::string name : {"TerminalText.cpp", "TerminalText.h"})
+        lines.push_back(directory + "examples/" + name + " 644\n");
     std::sort(lines.begin(), lines.end());
     return std::accumulate(lines.begin(), lines.end(), std::string());
 }
@@ -99,6 +101,7 @@ std::string installedFiles()
         + "libkblutils.a 644\n"
           "sbin/ 755\n"
           "sbin/OrvCronCleaner 755\n"
+          "sbin/crontab_preview 755\n"
           "share/ 755\n"
           "share/doc/ 755\n"
           "share/doc/OrvScheduling/ 755\n"
@@ -168,23 +171,27 @@ TEST_F(Install, MakesDirectoriesThatAllMaySearchWhateverTheUmask)
     EXPECT_EQ(0755U, quarno.st_mode & 07777U);
 }
 
-TEST_F(Install, GivesAProgramThatRuns)
+TEST_F(Install, GivesProgramsThatRun)
 {
     install();
     execSql(createTaskTable);
     execSql(
         "insert into TaskTable(description,crontime,userId) values('Scan','7 * * * *'," + std::to_string(anna) + ")");
     setCrontab("anna", "0 4 * * * /bin/own\n");
+    EXPECT_NE(std::string::npos, run({prefix + "/sbin/crontab_preview"}).find("+7 * * * * " + taskManager));
     EXPECT_EQ("", run({prefix + "/sbin/OrvCronCleaner", "rebuild"}));
     EXPECT_EQ("0 4 * * * /bin/own\n7 * * * * " + taskManager + " 1 >> /dev/null 2>&1\n", crontabOf("anna"));
 }
 
-TEST_F(Install, GivesAProgramAndLibrariesThatAreHardened)
+TEST_F(Install, GivesProgramsAndLibrariesThatAreHardened)
 {
     install();
-    const std::string program = run({ORV_READELF, "-hldW", prefix + "/sbin/OrvCronCleaner"});
-    for (const std::string mark : {"Position-Independent Executable", "GNU_RELRO", "BIND_NOW"})
-        EXPECT_NE(std::string::npos, program.find(mark)) << mark;
+    for (const std::string name : {"OrvCronCleaner", "crontab_preview"}) {
+        const std::string program = run({ORV_READELF, "-hldW", prefix + "/sbin/" + name});
+        for (const std::string mark : {"Position-Independent Executable", "GNU_RELRO", "BIND_NOW"})
+            EXPECT_NE(std::string::npos, program.find(mark)) << name << ": " << mark;
+        EXPECT_EQ(*ORV_SANITIZE != '\0', program.find("libstdc++") != std::string::npos) << name;
+    }
     for (const std::string library : {"OrvCoreFoundation", "OrvLogger", "OrvScheduling", "kblutils"})
         EXPECT_NE(std::string::npos,
             run({ORV_NM, prefix + "/" ORV_LIBDIR "/lib" + library + ".a"}).find(" U __stack_chk_fail"))
@@ -198,21 +205,20 @@ protected:
     const std::string sameCompiler = std::string("-DCMAKE_CXX_COMPILER=") + ORV_COMPILER;
 
     /// Built strictly, and without taking the headers for the system's, so that a warning from one of them shows.
-    void buildExamples(const std::string& where, const std::string& flags)
+    void buildExamples(const std::string& where, const std::string& flags, const std::string& source = ORV_EXAMPLES)
     {
-        run({ORV_CMAKE, "-S", ORV_EXAMPLES, "-B", build, "-G", ORV_GENERATOR, sameCompiler,
+        run({ORV_CMAKE, "-S", source, "-B", build, "-G", ORV_GENERATOR, sameCompiler,
             "-DCMAKE_NO_SYSTEM_FROM_IMPORTED=ON",
             "-DCMAKE_CXX_FLAGS=-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wformat=2 -Werror " + flags, where});
         run({ORV_CMAKE, "--build", build});
     }
 
-    /// The two programs, where they were built, do something that takes all of the libraries.
-    void expectThatTheExamplesWork()
+    /// The program, where it was built, does something that takes all of the libraries.
+    void expectThatTheExampleWorks()
     {
         fs::create_directories(scratchDirectory);
         EXPECT_EQ("1\n", run({build + "/schedule_task", "create", "--user", "anna", "--schedule", "7 * * * *", "a=b"}));
-        EXPECT_NE(std::string::npos,
-            run({build + "/crontab_preview"}).find("     1  Scan Task ")); // and the time at which it was made
+        EXPECT_NE(std::string::npos, run({build + "/schedule_task", "list"}).find("   1 anna "));
         EXPECT_EQ((std::vector<std::string>{"1"}),
             queryRows("select cast(parameter as text) like '%<key>a</key>%' from TaskTable"));
     }
@@ -222,8 +228,9 @@ TEST_F(Consumer, FindsThePackageWhereItIsInstalled)
 {
     install();
     constexpr const char* sanitize = ORV_SANITIZE;
-    buildExamples("-DCMAKE_PREFIX_PATH=" + prefix, *sanitize == '\0' ? "" : std::string("-fsanitize=") + sanitize);
-    expectThatTheExamplesWork();
+    buildExamples("-DCMAKE_PREFIX_PATH=" + prefix, *sanitize == '\0' ? "" : std::string("-fsanitize=") + sanitize,
+        prefix + "/share/doc/OrvScheduling/examples");
+    expectThatTheExampleWorks();
 }
 
 TEST_F(Consumer, FindsThePackageWhereTheInstalledTreeWasMoved)
@@ -238,7 +245,7 @@ TEST_F(Consumer, FindsThePackageWhereTheInstalledTreeWasMoved)
 TEST_F(Consumer, BuildsThePackageAlongAndThenInstallsNothingOfIt)
 {
     buildExamples("-DORV_SCHEDULING_SOURCE=" ORV_SOURCE_DIR, "");
-    expectThatTheExamplesWork();
+    expectThatTheExampleWorks();
     EXPECT_FALSE(fs::exists(build + "/OrvScheduling/tests"));
     EXPECT_FALSE(fs::exists(build + "/OrvScheduling/CPackConfig.cmake"));
     run({ORV_CMAKE, "--install", build, "--prefix", prefix}, {"DESTDIR=" + stage});
