@@ -12,7 +12,7 @@ void runPass(bool rebuild)
 {
     SqliteDb::setUpForOneThread();
     TaskEditor* editor = TaskEditor::getInstance();
-    const PassLock lock; // a run that cannot have it goes on without
+    const orv::PassLock lock; // a run that cannot have it goes on without
     if (rebuild)
         editor->putCronFromDB();
     else

@@ -9,6 +9,8 @@
 #include <ostream>
 #include <string_view>
 
+namespace orv {
+
 namespace {
 
 constexpr std::size_t lineCapacity = 500; // with the terminator
@@ -128,7 +130,7 @@ private:
 
 void writeTaskLine(std::ostream& out, const std::string& cronTime, int id)
 {
-    writeLine(out, cronTime + ' ' + tmanagerPath + "TessaraTaskManager " + decimal(id) + errorRedirection);
+    writeLine(out, cronTime + ' ' + tmanagerPath + "TessaraTaskManager " + std::to_string(id) + errorRedirection);
 }
 
 void dropTaskLines(std::istream& in, std::ostream& out)
@@ -173,3 +175,5 @@ void splitTaskLines(const CronTimeOf& cronTimeOf, std::istream& in, std::ostream
             writeLine(out, line);
     }
 }
+
+} // namespace orv

@@ -4,6 +4,8 @@
 #include <iosfwd>
 #include <string>
 
+namespace orv {
+
 // What happens to the text of a crontab, from a stream to a stream.
 //
 // All of them read a line as at most 499 characters up to a line feed; of a line with a zero byte in it, the text
@@ -33,3 +35,5 @@ using CronTimeOf = std::function<std::string(int id)>;
 /// is written without a line feed if it has less than 3 characters. A piece without a redirection is written as it
 /// stands. Throws what cronTimeOf throws.
 void splitTaskLines(const CronTimeOf& cronTimeOf, std::istream& in, std::ostream& out);
+
+} // namespace orv

@@ -9,14 +9,14 @@ std::mutex gTimeZoneMutex;
 
 } // namespace
 
-bool toLocalTime(time_t moment, tm& local)
+bool orv::toLocalTime(time_t moment, tm& local)
 {
     const std::lock_guard<std::mutex> lock(gTimeZoneMutex);
     tzset();
     return localtime_r(&moment, &local) != nullptr;
 }
 
-time_t fromLocalTime(tm local)
+time_t orv::fromLocalTime(tm local)
 {
     const std::lock_guard<std::mutex> lock(gTimeZoneMutex);
     return mktime(&local);

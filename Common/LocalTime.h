@@ -2,6 +2,8 @@
 
 #include <ctime>
 
+namespace orv {
+
 // localtime and mktime for several threads at once. As these do, they look at the time zone (TZ, the system's setting)
 // anew each time.
 
@@ -11,3 +13,5 @@ bool toLocalTime(time_t moment, tm& local);
 
 /// The moment that `local` denotes, its fields normalised as mktime does; -1 if there is none.
 time_t fromLocalTime(tm local);
+
+} // namespace orv

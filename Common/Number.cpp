@@ -1,10 +1,9 @@
 #include "Number.h"
 
 #include <cstdint>
-#include <cstdio>
 #include <limits>
 
-int toInt(std::string_view text)
+int orv::toInt(std::string_view text)
 {
     const auto digit = [&text] { return !text.empty() && text.front() >= '0' && text.front() <= '9'; };
 
@@ -21,11 +20,4 @@ int toInt(std::string_view text)
     if (negative)
         return static_cast<int>(number < beyond ? -number : -beyond);
     return static_cast<int>(number < beyond ? number : beyond - 1);
-}
-
-std::string decimal(int value)
-{
-    char text[15];
-    std::snprintf(text, sizeof text, "%d", value);
-    return text;
 }

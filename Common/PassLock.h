@@ -7,6 +7,8 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+namespace orv {
+
 /// The right to edit crontabs, as long as it lives: OrvCronCleaner holds it for each run, and every program that calls
 /// operations which read or install crontabs should. Two at once would install one user's jobs for another, because
 /// the scratch files have fixed names.
@@ -41,3 +43,5 @@ private:
     const int m_directory;
     bool m_held;
 };
+
+} // namespace orv

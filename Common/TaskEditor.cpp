@@ -184,8 +184,8 @@ std::vector<int> taskOwners(TaskEditor& editor)
 void appendTaskLine(TaskEditor& editor, int id, std::ostream& out)
 {
     const std::string cronTime = editor.getTaskParameter(id, "crontime");
-    if (editor.getTaskType(id) != scanNowTask)
-        writeTaskLine(out, cronTime, id);
+    if (editor.getTaskType(id) != taskTypeScanNow)
+        orv::writeTaskLine(out, cronTime, id);
 }
 
 void appendTaskLines(TaskEditor& editor, int uid, const Crontab& crontab)
@@ -213,11 +213,11 @@ void appendTaskLines(TaskEditor& editor, int uid, const Crontab& crontab)
     std::remove(crontabCopy().c_str());
 }
 
-OwnedTask readTask(TaskEditor& editor, int id)
+orv::OwnedTask readTask(TaskEditor& editor, int id)
 {
     TaskInfo* task = nullptr;
     editor.getTaskInfoObject(id, &task);
-    return OwnedTask(task);
+    return orv::OwnedTask(task);
 }
 
 void startTaskManager(int id, const std::string& source)
@@ -292,7 +292,7 @@ bool TaskEditor::writeCron(std::string file, int uid)
 bool TaskEditor::cleanCron()
 {
     for (const int uid : taskOwners(*this)) // with or without an account: one without has no crontab to lose
-        rewriteCrontab(Crontab::ofUser(uid), dropTaskLines);
+        rewriteCrontab(Crontab::ofUser(uid), orv::dropTaskLines);
     return true;
 }
 
@@ -308,10 +308,10 @@ bool TaskEditor::putCronFromDB()
 
 bool TaskEditor::refreshCron()
 {
-    const CronTimeOf cronTimeOf = [this](int id) { return readTask(*this, id)->cronTime; };
+    const orv::CronTimeOf cronTimeOf = [this](int id) { return readTask(*this, id)->cronTime; };
     for (const int uid : taskOwners(*this))
-        rewriteCrontab(
-            Crontab::ofUser(uid), [&](std::istream& in, std::ostream& out) { splitTaskLines(cronTimeOf, in, out); });
+        rewriteCrontab(Crontab::ofUser(uid),
+            [&](std::istream& in, std::ostream& out) { orv::splitTaskLines(cronTimeOf, in, out); });
     return true;
 }
 
@@ -333,9 +333,9 @@ bool TaskEditor::modifyTask(TaskInfo& task, bool)
 bool TaskEditor::deleteTask(int id, bool fromDatabase, bool)
 {
     const std::lock_guard<std::mutex> lock(gMutex);
-    const OwnedTask task = readTask(*this, id);
+    const orv::OwnedTask task = readTask(*this, id);
     const bool deleted = !fromDatabase || deleteDbTask(id);
-    if (task->type != scanNowTask)
+    if (task->type != taskTypeScanNow)
         deleteCronEntry(id, task->userId);
     return deleted;
 }
@@ -344,6 +344,6 @@ bool TaskEditor::deleteCronEntry(int taskId, int uid)
 {
     // The real user decides here: a program that a user runs with raised rights still edits that user's own crontab.
     rewriteCrontab(getuid() == 0 ? Crontab::ofUser(uid) : Crontab::own(),
-        [taskId](std::istream& in, std::ostream& out) { dropLinesOfTask(taskId, in, out); });
+        [taskId](std::istream& in, std::ostream& out) { orv::dropLinesOfTask(taskId, in, out); });
     return true;
 }

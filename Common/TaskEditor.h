@@ -61,7 +61,7 @@ public:
     // The passes.
 
     /// Takes every line that mentions the task manager's path out of the crontab of each user who owns a task; see
-    /// dropTaskLines for what else goes.
+    /// orv::dropTaskLines for what else goes.
     bool cleanCron();
 
     /// Appends a task line to its owner's crontab for each task of status 5 or less and of another type than 3. Lines
@@ -70,8 +70,8 @@ public:
     /// without a task to count, or whose tasks cannot be listed, "crontemp.txt" stays behind.
     bool putCronFromDB();
 
-    /// Gives each task line in the crontab of each user who owns a task a line of its own; see splitTaskLines. Throws
-    /// "Database: taskId not found" at the first task line if there is no task 0, with that crontab as it was.
+    /// Gives each task line in the crontab of each user who owns a task a line of its own; see orv::splitTaskLines.
+    /// Throws "Database: taskId not found" at the first task line if there is no task 0, with that crontab as it was.
     bool refreshCron();
 
     // Operations on one task. Each holds gMutex while it runs, and lets it go also when it throws.
@@ -90,8 +90,8 @@ public:
     bool deleteTask(int id, bool fromDatabase, bool);
 
     /// Takes every line that runs the task manager for the task `taskId` out of the crontab of user `uid`, or out of
-    /// the caller's own if the real user is not the super-user; see dropLinesOfTask for what else goes. Returns true.
-    /// Scratch files as for the passes. Takes no lock.
+    /// the caller's own if the real user is not the super-user; see orv::dropLinesOfTask for what else goes. Returns
+    /// true. Scratch files as for the passes. Takes no lock.
     bool deleteCronEntry(int taskId, int uid);
 
 protected:

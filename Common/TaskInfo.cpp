@@ -12,17 +12,17 @@ namespace {
 const char* nameText(TaskType type)
 {
     switch (type) {
-    case scanTask:
+    case taskTypeScan:
         return "Scan Task ";
-    case updateTask:
+    case taskTypeUpdate:
         return "E-update Task ";
-    case scanNowTask:
+    case taskTypeScanNow:
         return "Scan Now Task ";
-    case nxcScanTask:
+    case taskTypeNxcScan:
         return "NXC Scan Task ";
-    case fullOdsTask:
+    case taskTypeFullOds:
         return "Full ODS Task ";
-    case quickOdsTask:
+    case taskTypeQuickOds:
         return "Quick ODS Task ";
     }
     return "";
@@ -31,7 +31,7 @@ const char* nameText(TaskType type)
 tm localNow()
 {
     tm local{};
-    toLocalTime(time(nullptr), local);
+    orv::toLocalTime(time(nullptr), local);
     return local;
 }
 
@@ -72,9 +72,9 @@ std::string TaskInfo::getCronCurrentTime(int exact)
     return text;
 }
 
-void TaskReleaser::operator()(TaskInfo* task) const
+void orv::TaskReleaser::operator()(TaskInfo* task) const
 {
-    const CfRef<CFPropertyListRef> parameter(task->parameter);
-    const CfRef<CFMutableDictionaryRef> result(task->result);
+    const orv::CfRef<CFPropertyListRef> parameter(task->parameter);
+    const orv::CfRef<CFMutableDictionaryRef> result(task->result);
     delete task;
 }

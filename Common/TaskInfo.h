@@ -8,12 +8,12 @@
 
 /// The kind of a task. Any 32-bit number may stand in the table; those without a name here have no name text either.
 enum TaskType : std::int32_t {
-    scanTask = 1,
-    updateTask = 2,
-    scanNowTask = 3, ///< runs once, and never gets a crontab line
-    nxcScanTask = 4,
-    fullOdsTask = 5,
-    quickOdsTask = 6,
+    taskTypeScan = 1,
+    taskTypeUpdate = 2,
+    taskTypeScanNow = 3, ///< runs once, and never gets a crontab line
+    taskTypeNxcScan = 4,
+    taskTypeFullOds = 5,
+    taskTypeQuickOds = 6,
 };
 
 /// The state of a task, a number without names. A new task has 1. The store removes tasks of 3 and 5 first when there
@@ -21,7 +21,7 @@ enum TaskType : std::int32_t {
 enum TaskStatus : std::int32_t {};
 
 /// One task, as a row of TaskTable holds it. Owns its strings. Does not release `parameter` and `result`: whoever made
-/// them does (see OwnedTask for one that the store has made).
+/// them does (see orv::OwnedTask for one that the store has made).
 struct TaskInfo {
     /// A new task, not yet stored: description the name text of `type` (none if it has no name) and the present local
     /// time as asctime gives it, line break included; cronTime getCronCurrentTime(0); status 1; owner the effective
@@ -46,6 +46,8 @@ struct TaskInfo {
     int recType; ///< record kind, a flag: stored as 1 if it is 1, else as 0
 };
 
+namespace orv {
+
 /// Releases a task that the store has made, and the property lists that the store has made for it.
 struct TaskReleaser {
     void operator()(TaskInfo* task) const;
@@ -53,3 +55,5 @@ struct TaskReleaser {
 
 /// Owns a task that the store has made.
 using OwnedTask = std::unique_ptr<TaskInfo, TaskReleaser>;
+
+} // namespace orv

@@ -41,8 +41,8 @@ std::unique_ptr<SqliteDb> openFirstRow(const std::string& sql, const char* failu
 // The number in the only column of the row, asked for by its position or its name.
 template <class Column> int takeInt(SqliteDb& db, Column column)
 {
-    if (db.columnType(0) == columnBlob) // its cell would hold an address
-        return toInt(db.getColumn(0));
+    if (db.columnType(0) == SqliteDb::columnBlob) // its cell would hold an address
+        return orv::toInt(db.getColumn(0));
     const std::unique_ptr<valueCell> cell(static_cast<valueCell*>(db[column])); // typed again, so delete is defined
     return cell->integer;
 }
@@ -86,16 +86,16 @@ Bytes columnBytes(SqliteDb& db, int column)
     return {std::unique_ptr<void, Freer>(cell->blob), static_cast<unsigned long>(db.getColumnByte(column))};
 }
 
-CfRef<CFDataRef> dataOf(const void* bytes, std::size_t length)
+orv::CfRef<CFDataRef> dataOf(const void* bytes, std::size_t length)
 {
-    return CfRef<CFDataRef>(
+    return orv::CfRef<CFDataRef>(
         CFDataCreate(kCFAllocatorDefault, static_cast<const UInt8*>(bytes), static_cast<CFIndex>(length)));
 }
 
 // A list that was put into the table as text is as good as one put there as a blob. Only a blob's cell holds a pointer.
-CfRef<CFDataRef> columnData(SqliteDb& db, int column)
+orv::CfRef<CFDataRef> columnData(SqliteDb& db, int column)
 {
-    if (db.columnType(column) == columnBlob) {
+    if (db.columnType(column) == SqliteDb::columnBlob) {
         const Bytes blob = columnBytes(db, column);
         return dataOf(blob.data.get(), blob.length);
     }
@@ -103,19 +103,20 @@ CfRef<CFDataRef> columnData(SqliteDb& db, int column)
     return dataOf(text.data(), text.size());
 }
 
-CfRef<CFPropertyListRef> readPropertyList(SqliteDb& db, int column)
+orv::CfRef<CFPropertyListRef> readPropertyList(SqliteDb& db, int column)
 {
-    if (db.columnType(column) == columnNull)
+    if (db.columnType(column) == SqliteDb::columnNull)
         return nullptr;
-    const CfRef<CFDataRef> data = columnData(db, column);
+    const orv::CfRef<CFDataRef> data = columnData(db, column);
     if (data == nullptr)
         return nullptr;
-    return CfRef<CFPropertyListRef>(CFPropertyListCreateWithData(kCFAllocatorDefault, data.get(), 0, nullptr, nullptr));
+    return orv::CfRef<CFPropertyListRef>(
+        CFPropertyListCreateWithData(kCFAllocatorDefault, data.get(), 0, nullptr, nullptr));
 }
 
 CFPropertyListRef readParameter(SqliteDb& db, int column)
 {
-    const CfRef<CFPropertyListRef> list = readPropertyList(db, column);
+    const orv::CfRef<CFPropertyListRef> list = readPropertyList(db, column);
     if (list == nullptr)
         return nullptr;
     return CFPropertyListCreateDeepCopy(kCFAllocatorDefault, list.get(), kCFPropertyListMutableContainers);
@@ -123,7 +124,7 @@ CFPropertyListRef readParameter(SqliteDb& db, int column)
 
 CFMutableDictionaryRef readResult(SqliteDb& db, int column)
 {
-    const CfRef<CFPropertyListRef> list = readPropertyList(db, column);
+    const orv::CfRef<CFPropertyListRef> list = readPropertyList(db, column);
     // the copy takes what it is handed for a dictionary without a look
     if (list == nullptr || CFGetTypeID(list.get()) != CFDictionaryGetTypeID())
         return nullptr;
@@ -136,9 +137,9 @@ Bytes serialised(CFPropertyListRef list)
     if (list == nullptr)
         return {};
     CFErrorRef error = nullptr;
-    const CfRef<CFDataRef> data(
+    const orv::CfRef<CFDataRef> data(
         CFPropertyListCreateData(kCFAllocatorDefault, list, kCFPropertyListXMLFormat_v1_0, 0, &error));
-    const CfRef<CFErrorRef> unused(error);
+    const orv::CfRef<CFErrorRef> unused(error);
     if (data == nullptr)
         return {};
     const CFIndex length = CFDataGetLength(data.get());
@@ -176,7 +177,7 @@ void runDelete(const std::string& sql)
 std::string convertTmToString(long time)
 {
     tm local{};
-    if (!toLocalTime(time, local)) {
+    if (!orv::toLocalTime(time, local)) {
         LogMsg(logError, "convertTmToString : Error while getting localtime() ");
         return {};
     }
@@ -194,10 +195,10 @@ time_t convertStringToTm(std::string text)
     std::size_t start = 0;
     for (int* field : fields) {
         const std::size_t comma = text.find(',', start);
-        *field = toInt(std::string_view(text).substr(start, comma - start));
+        *field = orv::toInt(std::string_view(text).substr(start, comma - start));
         start = comma == std::string::npos ? 0 : comma + 1; // a short text is read again from its beginning, on purpose
     }
-    return fromLocalTime(local);
+    return orv::fromLocalTime(local);
 }
 
 TaskInterface::TaskInterface()
@@ -213,12 +214,13 @@ int TaskInterface::getNumTaskRecord()
 
 int TaskInterface::getNumTaskRecord(int type)
 {
-    return readInt("select count(*) from TaskTable where type=" + decimal(type), "Error in taskType");
+    return readInt("select count(*) from TaskTable where type=" + std::to_string(type), "Error in taskType");
 }
 
 int TaskInterface::getNumTaskRecordForUser(int uid)
 {
-    return readInt("select count(*) from TaskTable where userId=" + decimal(uid) + " and status<=" + countsAsUsersTask,
+    return readInt(
+        "select count(*) from TaskTable where userId=" + std::to_string(uid) + " and status<=" + countsAsUsersTask,
         "TaskTable doesn't exist-2");
 }
 
@@ -234,7 +236,7 @@ int* TaskInterface::getTaskIdArray()
 
 int* TaskInterface::getTaskIdArray(int type)
 {
-    const std::string sql = "select id from TaskTable where type=" + decimal(type);
+    const std::string sql = "select id from TaskTable where type=" + std::to_string(type);
     return readIds(getNumTaskRecord(type), sql, "Error in taskType", "id").ids.release();
 }
 
@@ -256,7 +258,7 @@ TaskInterface::IdList TaskInterface::taskIds()
 TaskInterface::IdList TaskInterface::taskIdsForUser(int uid)
 {
     const std::string sql
-        = "select id from TaskTable where userId=" + decimal(uid) + " AND status<=" + countsAsUsersTask;
+        = "select id from TaskTable where userId=" + std::to_string(uid) + " AND status<=" + countsAsUsersTask;
     return readIds(getNumTaskRecordForUser(uid), sql, "Error in taskType", "id");
 }
 
@@ -267,12 +269,12 @@ TaskInterface::IdList TaskInterface::userIds()
 
 bool TaskInterface::getTaskInfoObject(int id, TaskInfo** out)
 {
-    const auto db = openRead("select * from TaskTable where id=" + decimal(id), "Error in querying table");
+    const auto db = openRead("select * from TaskTable where id=" + std::to_string(id), "Error in querying table");
     if (!db->nextRow())
         throw SqliteException(db->lastError, "Database: taskId not found"); // callers tell it from 401
 
-    const auto number = [&db](int column) { return toInt(db->getColumn(column)); };
-    OwnedTask task(new TaskInfo(TaskType(number(2))));
+    const auto number = [&db](int column) { return orv::toInt(db->getColumn(column)); };
+    orv::OwnedTask task(new TaskInfo(TaskType(number(2))));
     task->id = number(0);
     task->description = db->getColumn(1);
     task->cronTime = db->getColumn(3);
@@ -290,7 +292,7 @@ bool TaskInterface::getTaskInfoObject(int id, TaskInfo** out)
 
 std::string TaskInterface::getTaskParameter(int id, const char* columnName)
 {
-    const std::string sql = std::string("select ") + columnName + " from TaskTable where id=" + decimal(id);
+    const std::string sql = std::string("select ") + columnName + " from TaskTable where id=" + std::to_string(id);
     return openFirstRow(sql, "Error in the parameter")->getColumn(0);
 }
 
@@ -302,12 +304,12 @@ int TaskInterface::getTaskIdByName(std::string name)
 
 int TaskInterface::getTaskType(int id)
 {
-    return readInt("select type from TaskTable where id=" + decimal(id), "Database error");
+    return readInt("select type from TaskTable where id=" + std::to_string(id), "Database error");
 }
 
 int TaskInterface::getTaskStatus(int id)
 {
-    return readInt("select status from TaskTable where id=" + decimal(id), "Error in taskId");
+    return readInt("select status from TaskTable where id=" + std::to_string(id), "Error in taskId");
 }
 
 int TaskInterface::writeDbTask(TaskInfo& task)
@@ -316,29 +318,29 @@ int TaskInterface::writeDbTask(TaskInfo& task)
     std::string columns = "description";
     std::string literals = "?1";
     std::vector<SqliteDataContainer> values;
-    PushSqliteDataContainerIntoVector(values, description.data(), description.size(), sqliteText, 1);
+    PushSqliteDataContainerIntoVector(values, description.data(), description.size(), sqliteDataText, 1);
 
     const auto add = [&columns, &literals](const char* column, const std::string& literal) {
         columns += std::string(",") + column;
         literals += "," + literal;
     };
-    add("type", decimal(task.type));
+    add("type", std::to_string(task.type));
     add("cronTime", quoted(task.cronTime));
     const Bytes parameter = serialised(task.parameter);
     if (task.parameter != nullptr) {
         add("parameter", "?2");
-        PushSqliteDataContainerIntoVector(values, parameter.data.get(), parameter.length, sqliteBlob, 2);
+        PushSqliteDataContainerIntoVector(values, parameter.data.get(), parameter.length, sqliteDataBlob, 2);
     }
     add("created", quoted(convertTmToString(task.created)));
     add("lastRun", quoted(convertTmToString(task.lastRun)));
-    add("userId", decimal(task.userId));
+    add("userId", std::to_string(task.userId));
     add("recType", flag(task.recType));
     const std::string sql = "insert into TaskTable (" + columns + ") values (" + literals + ")";
 
     SqliteDb db(databaseName.c_str(), false);
     const bool storable = task.parameter == nullptr || parameter.data != nullptr;
     if (!storable)
-        db.lastError = resultMisuse;
+        db.lastError = SqliteDb::resultMisuse;
     const bool written = storable && db.doWriteSql(sql.c_str(), values);
     dbMaxRecordCleaner(); // after a failed insert too: the bound holds whatever becomes of the new task
     if (!written)
@@ -350,22 +352,22 @@ bool TaskInterface::modifyDbTask(TaskInfo& task)
 {
     std::string description = task.description;
     std::vector<SqliteDataContainer> values;
-    PushSqliteDataContainerIntoVector(values, description.data(), description.size(), sqliteText, 1);
+    PushSqliteDataContainerIntoVector(values, description.data(), description.size(), sqliteDataText, 1);
 
     std::string sql = "update TaskTable set description=?1";
-    sql += ", type=" + decimal(task.type);
+    sql += ", type=" + std::to_string(task.type);
     sql += ", cronTime=" + quoted(task.cronTime);
     const Bytes parameter = serialised(task.parameter);
     if (parameter.data != nullptr) { // else the stored one stays
         sql += ", parameter=?2";
-        PushSqliteDataContainerIntoVector(values, parameter.data.get(), parameter.length, sqliteBlob, 2);
+        PushSqliteDataContainerIntoVector(values, parameter.data.get(), parameter.length, sqliteDataBlob, 2);
     }
-    sql += ", userId=" + decimal(task.userId);
+    sql += ", userId=" + std::to_string(task.userId);
     sql += std::string(", recType=") + flag(task.recType);
-    sql += ", count=" + decimal(task.count);
-    sql += ", status=" + decimal(task.status);
+    sql += ", count=" + std::to_string(task.count);
+    sql += ", status=" + std::to_string(task.status);
     sql += ", lastRun=" + quoted(convertTmToString(task.lastRun));
-    sql += " where id=" + decimal(task.id);
+    sql += " where id=" + std::to_string(task.id);
 
     SqliteDb db(databaseName.c_str(), false);
     if (!db.doWriteSql(sql.c_str(), values))
@@ -376,7 +378,7 @@ bool TaskInterface::modifyDbTask(TaskInfo& task)
 
 bool TaskInterface::deleteDbTask(int id)
 {
-    runDelete("delete from TaskTable where id=" + decimal(id));
+    runDelete("delete from TaskTable where id=" + std::to_string(id));
     return true;
 }
 
@@ -396,7 +398,7 @@ bool TaskInterface::dbMaxRecordCleaner()
         return true;
     for (; db.nextRow() && rows > maxTaskRows; --rows) {
         try {
-            deleteDbTask(toInt(db.getColumn(0)));
+            deleteDbTask(orv::toInt(db.getColumn(0)));
         } catch (...) {
             return false;
         }
@@ -406,19 +408,20 @@ bool TaskInterface::dbMaxRecordCleaner()
 
 bool TaskInterface::setTaskStatus(int id, TaskStatus status)
 {
-    return ranWrite("update TaskTable set status=" + decimal(status) + " where id=" + decimal(id));
+    return ranWrite("update TaskTable set status=" + std::to_string(status) + " where id=" + std::to_string(id));
 }
 
 bool TaskInterface::incrementCount(int id)
 {
-    return ranWrite("update TaskTable set count=count+1 where id=" + decimal(id));
+    return ranWrite("update TaskTable set count=count+1 where id=" + std::to_string(id));
 }
 
 bool TaskInterface::setLastRunTime(int id)
 {
     // Without quotes the commas make this no statement, and it has always been refused: a last-run time that a program
     // did not pass through modifyDbTask must not appear in the table.
-    return ranWrite("update TaskTable set lastRun=" + convertTmToString(time(nullptr)) + " where id=" + decimal(id));
+    return ranWrite(
+        "update TaskTable set lastRun=" + convertTmToString(time(nullptr)) + " where id=" + std::to_string(id));
 }
 
 bool TaskInterface::setResult(int id, CFMutableDictionaryRef result)
@@ -428,8 +431,8 @@ bool TaskInterface::setResult(int id, CFMutableDictionaryRef result)
     if (bytes.data == nullptr)
         return false;
     std::vector<SqliteDataContainer> values;
-    PushSqliteDataContainerIntoVector(values, bytes.data.get(), bytes.length, sqliteBlob, 1);
-    const std::string sql = "update TaskTable set result=? where id=" + decimal(id);
+    PushSqliteDataContainerIntoVector(values, bytes.data.get(), bytes.length, sqliteDataBlob, 1);
+    const std::string sql = "update TaskTable set result=? where id=" + std::to_string(id);
     return SqliteDb(databaseName.c_str(), false).doWriteSql(sql.c_str(), values);
 }
 

@@ -83,7 +83,7 @@ public:
     // Reading one task.
 
     /// Reads the task `id` into a new TaskInfo and returns true. The caller owns `*out` and its two property lists:
-    /// OwnedTask(*out) takes them over. `parameter` and `result` are mutable copies; they are null where the table
+    /// orv::OwnedTask(*out) takes them over. `parameter` and `result` are mutable copies; they are null where the table
     /// holds NULL, or nothing that is a property list (for `result`, a dictionary). `recType` is 1 or 0. Throws "Error
     /// in querying table"; if there is no such task, "Database: taskId not found", whose code is not 401 but what
     /// lastError holds, 0. `*out` is then as it was.

@@ -295,7 +295,7 @@ void wholeTask(benchmark::State& state)
     for (auto _ : state) {
         TaskInfo* task = nullptr;
         store.getTaskInfoObject(33, &task);
-        const OwnedTask owner(task);
+        const orv::OwnedTask owner(task);
         require(task->parameter != nullptr && task->result != nullptr, "wholeTask");
     }
 }
@@ -339,12 +339,12 @@ using TextFunction = void (*)(std::istream& in, std::ostream& out);
 
 void dropOne(std::istream& in, std::ostream& out)
 {
-    dropLinesOfTask(5, in, out);
+    orv::dropLinesOfTask(5, in, out);
 }
 
 void splitAll(std::istream& in, std::ostream& out)
 {
-    splitTaskLines([](int) { return std::string("7 3 * * *"); }, in, out);
+    orv::splitTaskLines([](int) { return std::string("7 3 * * *"); }, in, out);
 }
 
 void inFiles(benchmark::State& state, TextFunction function)
@@ -402,7 +402,7 @@ void writeLines(benchmark::State& state)
     for (auto _ : state) {
         std::ofstream out(outputFile);
         for (int id = 0; id < linesOfText; ++id)
-            writeTaskLine(out, "7 3 * * *", id);
+            orv::writeTaskLine(out, "7 3 * * *", id);
     }
     state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) * linesOfText);
 }
@@ -484,11 +484,11 @@ ORV_BESIDE_PLAIN_BY_SIZE(countUsers);
 ORV_BESIDE_PLAIN_BY_SIZE(list);
 ORV_BESIDE_PLAIN_BY_SIZE(listOfUser);
 ORV_BESIDE_PLAIN_BY_SIZE(listUsers);
-BENCHMARK_CAPTURE(inFiles, dropTaskLines, dropTaskLines);
+BENCHMARK_CAPTURE(inFiles, dropTaskLines, orv::dropTaskLines);
 BENCHMARK(dropInFilesPlain);
 BENCHMARK_CAPTURE(inFiles, dropLinesOfTask, dropOne);
 BENCHMARK_CAPTURE(inFiles, splitTaskLines, splitAll);
-BENCHMARK_CAPTURE(inMemory, dropTaskLines, dropTaskLines);
+BENCHMARK_CAPTURE(inMemory, dropTaskLines, orv::dropTaskLines);
 BENCHMARK_CAPTURE(inMemory, dropLinesOfTask, dropOne);
 BENCHMARK_CAPTURE(inMemory, splitTaskLines, splitAll);
 BENCHMARK(writeLines);

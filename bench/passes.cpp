@@ -313,14 +313,14 @@ void dropInFiles(const std::string& from, const std::string& to)
 {
     std::ifstream in(from);
     std::ofstream out(to);
-    dropTaskLines(in, out);
+    orv::dropTaskLines(in, out);
 }
 
 void writeTaskLines(const std::string& to, int lines)
 {
     std::ofstream out(to);
     for (int id = 0; id < lines; ++id)
-        writeTaskLine(out, "7 * * * *", id);
+        orv::writeTaskLine(out, "7 * * * *", id);
 }
 
 struct LineCosts {

@@ -47,15 +47,15 @@ std::string toSchedule(const std::string& text)
     return std::regex_match(text, fields) ? text : throw UsageError("'" + text + "' is no schedule");
 }
 
-CfRef<CFStringRef> toString(const std::string& text)
+orv::CfRef<CFStringRef> toString(const std::string& text)
 {
-    CfRef<CFStringRef> made(CFStringCreateWithCString(kCFAllocatorDefault, text.c_str(), kCFStringEncodingUTF8));
+    orv::CfRef<CFStringRef> made(CFStringCreateWithCString(kCFAllocatorDefault, text.c_str(), kCFStringEncodingUTF8));
     return made ? std::move(made) : throw UsageError("'" + text + "' is not UTF-8");
 }
 
-CfRef<CFMutableDictionaryRef> toDictionary(const Words& pairs)
+orv::CfRef<CFMutableDictionaryRef> toDictionary(const Words& pairs)
 {
-    CfRef<CFMutableDictionaryRef> made(CFDictionaryCreateMutable(
+    orv::CfRef<CFMutableDictionaryRef> made(CFDictionaryCreateMutable(
         kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
     for (const std::string& pair : pairs) {
         const std::size_t equals = pair.find('=');
@@ -67,11 +67,11 @@ CfRef<CFMutableDictionaryRef> toDictionary(const Words& pairs)
     return made;
 }
 
-OwnedTask readTask(TaskEditor& editor, int id)
+orv::OwnedTask readTask(TaskEditor& editor, int id)
 {
     TaskInfo* task = nullptr;
     editor.getTaskInfoObject(id, &task);
-    return OwnedTask(task);
+    return orv::OwnedTask(task);
 }
 
 // Puts what was given into `task`, which only borrows the parameters; null is none.
@@ -88,7 +88,8 @@ void fill(TaskInfo& task, Options options, CFMutableDictionaryRef parameters)
 void create(TaskEditor& editor, int, Options options, const Words& pairs)
 {
     const auto parameters = toDictionary(pairs);
-    TaskInfo task(options.count('t') ? TaskType(toNumber(options['t'])) : scanTask); // its first description names it
+    TaskInfo task(
+        options.count('t') ? TaskType(toNumber(options['t'])) : taskTypeScan); // its first description names it
     fill(task, options, parameters.get());
     std::printf("%d\n", editor.createTask(task, options.count('r') > 0, "LocalTask"));
 }
@@ -99,7 +100,7 @@ void list(TaskEditor& editor, int, Options options, const Words&)
     std::fputs(taskTableHead, stdout);
     const bool any = editor.getNumTaskRecord() > 0; // or else the list would throw
     for (const int id : any ? editor.taskIds() : TaskInterface::IdList()) {
-        const OwnedTask task = readTask(editor, id);
+        const orv::OwnedTask task = readTask(editor, id);
         if (options.empty() || uid == task->userId)
             std::fputs(taskTableRow(*task).c_str(), stdout);
     }
@@ -118,7 +119,7 @@ void modify(TaskEditor& editor, int id, Options options, const Words& pairs)
 void record(TaskEditor& editor, int id, Options options, const Words& pairs)
 {
     const auto result = toDictionary(pairs);
-    const OwnedTask task = readTask(editor, id);
+    const orv::OwnedTask task = readTask(editor, id);
     task->lastRun = std::time(nullptr);
     task->status = options.count('n') ? TaskStatus(toNumber(options['n'])) : task->status;
     editor.modifyTask(*task, false);
@@ -128,7 +129,7 @@ void record(TaskEditor& editor, int id, Options options, const Words& pairs)
 
 void remove(TaskEditor& editor, int id, Options, const Words&)
 {
-    const PassLock lock; // it edits a crontab, as OrvCronCleaner does
+    const orv::PassLock lock; // it edits a crontab, as OrvCronCleaner does
     if (!lock.held())
         throw std::runtime_error("no crontab can be edited without " + tempPath);
     editor.deleteTask(id, true, false);

@@ -142,17 +142,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::ostringstream out;
     if (choice == 0) {
         std::istringstream in(text);
-        dropTaskLines(in, out);
+        orv::dropTaskLines(in, out);
         EXPECT(out.str() == expectedDrop(text));
     } else if (choice == 1) {
         text.erase(0, 1);
         std::istringstream in(text);
-        dropLinesOfTask(id, in, out);
+        orv::dropLinesOfTask(id, in, out);
         EXPECT(out.str() == expectedDropOfTask(text, id));
     } else {
         const std::string schedule = takeLine(text);
         std::istringstream in(text);
-        splitTaskLines(
+        orv::splitTaskLines(
             [&schedule](int asked) {
                 EXPECT(asked == 0);
                 return schedule;

@@ -39,16 +39,16 @@ std::string column(const char* name)
 // A date beyond what libplist can write, say, can be read all the same.
 bool canBeWritten(CFPropertyListRef list)
 {
-    const CfRef<CFDataRef> data(
+    const orv::CfRef<CFDataRef> data(
         CFPropertyListCreateData(kCFAllocatorDefault, list, kCFPropertyListXMLFormat_v1_0, 0, nullptr));
     return data != nullptr;
 }
 
-OwnedTask read()
+orv::OwnedTask read()
 {
     TaskInfo* task = nullptr;
     EXPECT(TaskEditor::getInstance()->getTaskInfoObject(1, &task));
-    return OwnedTask(task);
+    return orv::OwnedTask(task);
 }
 
 } // namespace
@@ -56,7 +56,7 @@ OwnedTask read()
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     store(data, size);
-    const OwnedTask task = read();
+    const orv::OwnedTask task = read();
     EXPECT(task->result == nullptr || CFGetTypeID(task->result) == CFDictionaryGetTypeID());
     EXPECT(task->result == nullptr || task->parameter != nullptr);
     if (task->parameter == nullptr)
@@ -69,7 +69,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         return 0;
     }
     EXPECT(written.compare(0, 5, "<?xml") == 0);
-    const OwnedTask again = read();
+    const orv::OwnedTask again = read();
     EXPECT(again->parameter != nullptr);
     EXPECT(CFGetTypeID(again->parameter) == CFGetTypeID(task->parameter));
     EXPECT(TaskEditor::getInstance()->modifyDbTask(*again));

@@ -144,7 +144,7 @@ template <class Operation> void expectNumber(const std::string& sql, const Opera
     const Plain plain(sql);
     int number = 0;
     EXPECT(throwsNotFound([&] { number = operation(); }) == !plain.found);
-    EXPECT(!plain.found || number == (plain.isBlob ? toInt(plain.text) : plain.number));
+    EXPECT(!plain.found || number == (plain.isBlob ? orv::toInt(plain.text) : plain.number));
 }
 
 void checkLists(TaskEditor& editor, int uid)
@@ -165,7 +165,7 @@ void checkTask(TaskEditor& editor, int id)
     TaskInfo* task = nullptr;
     try {
         editor.getTaskInfoObject(id, &task);
-        const OwnedTask owned(task);
+        const orv::OwnedTask owned(task);
         EXPECT(Plain("select id" + where).found);
         EXPECT(owned->description == Plain("select description" + where).text);
         EXPECT(owned->cronTime == Plain("select crontime" + where).text);

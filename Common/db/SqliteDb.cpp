@@ -8,9 +8,9 @@
 #include <new>
 #include <sqlite3.h>
 
-static_assert(columnNull == SQLITE_NULL);
-static_assert(columnBlob == SQLITE_BLOB);
-static_assert(resultMisuse == SQLITE_MISUSE);
+static_assert(SqliteDb::columnNull == SQLITE_NULL);
+static_assert(SqliteDb::columnBlob == SQLITE_BLOB);
+static_assert(SqliteDb::resultMisuse == SQLITE_MISUSE);
 
 namespace {
 
@@ -66,10 +66,10 @@ int bind(sqlite3_stmt* statement, const SqliteDataContainer& value)
     const void* bytes = value.length == 0 ? "" : value.data;
     const sqlite3_uint64 size = static_cast<std::uint32_t>(value.length);
     switch (value.type) {
-    case sqliteText:
+    case sqliteDataText:
         return sqlite3_bind_text64(
             statement, value.index, static_cast<const char*>(bytes), size, SQLITE_STATIC, SQLITE_UTF8);
-    case sqliteBlob:
+    case sqliteDataBlob:
         return sqlite3_bind_blob64(statement, value.index, bytes, size, SQLITE_STATIC);
     }
     return SQLITE_MISUSE;

@@ -9,17 +9,10 @@
 struct sqlite3;
 struct sqlite3_stmt;
 
-/// SQLite's code for a value that is NULL, as columnType() gives it.
-constexpr int columnNull = 5;
-/// SQLite's code for a value that is a blob, as columnType() gives it.
-constexpr int columnBlob = 4;
-/// SQLite's result code for a call that makes no sense.
-constexpr int resultMisuse = 21;
-
 /// What a bound value is.
 enum SqliteDataType : std::int32_t {
-    sqliteText = 0,
-    sqliteBlob = 1,
+    sqliteDataText = 0,
+    sqliteDataBlob = 1,
 };
 
 /// One value for a "?" placeholder of a write statement. The bytes stay the caller's and must live until the statement
@@ -41,6 +34,13 @@ union valueCell {
 /// Not for use by two threads at once. Never changes the file's journal mode, schema or settings by itself.
 class SqliteDb {
 public:
+    /// SQLite's code for a value that is NULL, as columnType() gives it.
+    static constexpr int columnNull = 5;
+    /// SQLite's code for a value that is a blob, as columnType() gives it.
+    static constexpr int columnBlob = 4;
+    /// SQLite's result code for a call that makes no sense.
+    static constexpr int resultMisuse = 21;
+
     /// Sets SQLite up, for the whole process, for a program that uses it on one thread only and opens many short
     /// connections: less locking, no memory statistics, a few pages in static memory, and the way to a file is searched
     /// for symbolic links at the first opening only. To be called before the first connection; later it has no effect.

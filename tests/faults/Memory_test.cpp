@@ -580,7 +580,7 @@ TEST_F(CrontabMemory, ForTheDeletionOfATaskRunsOutAnywhereWithoutALostJob)
 
 TaskInfo taskWithParameter()
 {
-    TaskInfo task(scanTask);
+    TaskInfo task(taskTypeScan);
     task.description = "a task with a description of some length\n";
     task.cronTime = "7 7 * * *";
     task.created = 1000000000;
@@ -653,7 +653,7 @@ TEST_F(Memory, ForANewRecordRunsOutAnywhere)
         const long blocks = FailingMemory::blocks();
         try {
             memory.failNth(n, Failing::once);
-            const TaskInfo task(quickOdsTask);
+            const TaskInfo task(taskTypeQuickOds);
             memory.failNothing();
             EXPECT_EQ("Quick ODS Task ", task.description.substr(0, 15));
         } catch (const std::bad_alloc&) {

@@ -48,7 +48,7 @@ std::string textOfList(CFPropertyListRef list)
 {
     if (list == nullptr)
         return "-";
-    const CfRef<CFDataRef> data(
+    const orv::CfRef<CFDataRef> data(
         CFPropertyListCreateData(kCFAllocatorDefault, list, kCFPropertyListXMLFormat_v1_0, 0, nullptr));
     if (data == nullptr)
         return "?";
@@ -72,7 +72,7 @@ CFMutableDictionaryRef settings()
         CFMutableDictionaryRef dictionary = CFDictionaryCreateMutable(
             kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
         const int level = 3;
-        const CfRef<CFNumberRef> number(CFNumberCreate(kCFAllocatorDefault, kCFNumberIntType, &level));
+        const orv::CfRef<CFNumberRef> number(CFNumberCreate(kCFAllocatorDefault, kCFNumberIntType, &level));
         CFDictionarySetValue(dictionary, CFSTR("path"), CFSTR("/Users/anna/Documents"));
         CFDictionarySetValue(dictionary, CFSTR("level"), number.get());
         return dictionary;
@@ -82,7 +82,7 @@ CFMutableDictionaryRef settings()
 
 TaskInfo changedTask(int id)
 {
-    TaskInfo task(updateTask);
+    TaskInfo task(taskTypeUpdate);
     task.id = id;
     task.description = "changed\n";
     task.cronTime = "9 9 9 9 *";
@@ -97,7 +97,7 @@ std::string wholeTask(TaskEditor& editor, int id)
 {
     TaskInfo* task = nullptr;
     editor.getTaskInfoObject(id, &task);
-    const OwnedTask owner(task);
+    const orv::OwnedTask owner(task);
     return text(*owner);
 }
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <numeric>
+#include <regex>
 #include <sstream>
 #include <sys/stat.h>
 
@@ -196,6 +197,34 @@ TEST_F(Install, GivesProgramsAndLibrariesThatAreHardened)
         EXPECT_NE(std::string::npos,
             run({ORV_NM, prefix + "/" ORV_LIBDIR "/lib" + library + ".a"}).find(" U __stack_chk_fail"))
             << library;
+}
+
+/// The global names that `library` defines, without those that start with one of `expected`.
+std::string otherNames(const std::string& library, const std::vector<std::string>& expected)
+{
+    const std::string archive = prefix + "/" ORV_LIBDIR "/lib" + library + ".a";
+    std::istringstream symbols(run({ORV_NM, "-C", "-g", "-P", "--defined-only", archive}));
+    std::string others;
+    for (std::string line; std::getline(symbols, line);) {
+        const auto starts = [&line](const std::string& name) { return line.rfind(name, 0) == 0; };
+        const bool ofTheLanguage = std::regex_search(line, std::regex("^(typeinfo|vtable|guard variable|DW.ref.|_|$)"))
+            || std::regex_search(line, std::regex("^([^(<]* )?std::")) || line.back() == ':';
+        if (!ofTheLanguage && std::none_of(expected.begin(), expected.end(), starts))
+            others += line + '\n';
+    }
+    return others;
+}
+
+TEST_F(Install, GivesLibrariesThatDefineNoGlobalNamesButTheirDocumentedOnes)
+{
+    install();
+    EXPECT_EQ("", otherNames("OrvLogger", {"LogMsg "}));
+    EXPECT_EQ("", otherNames("kblutils", {"OrvException::", "SqliteException::", "SqliteDb::"}));
+    EXPECT_EQ("",
+        otherNames("OrvScheduling",
+            {"orv::", "TaskEditor::", "TaskInterface::", "TaskInfo::", "executeCommand(", "gMutex ",
+                "convertTmToString", "convertStringToTm("}));
+    EXPECT_EQ("", otherNames("OrvCoreFoundation", {"CF", "kCF", "OrvCF"}));
 }
 
 /// A project of its own that uses the libraries: examples/.

@@ -30,7 +30,7 @@ TEST_F(Guide, CreatesATaskWithSettings)
     const int id = createScanOfFolder(CFSTR("/home/anna"), anna);
     TaskInfo* read = nullptr;
     TaskEditor::getInstance()->getTaskInfoObject(id, &read);
-    const OwnedTask task(read);
+    const orv::OwnedTask task(read);
     const auto settings = static_cast<CFDictionaryRef>(task->parameter);
     EXPECT_TRUE(CFEqual(CFSTR("/home/anna"), CFDictionaryGetValue(settings, CFSTR("folder"))));
 }

@@ -38,7 +38,7 @@ void work(int worker)
 {
     TaskEditor& editor = *TaskEditor::getInstance();
     for (int i = 0; i < tasksEach; ++i) {
-        TaskInfo task(scanNowTask);
+        TaskInfo task(taskTypeScanNow);
         task.id = editor.createTask(task, false, "LocalTask");
         task.description = nameOf(worker, i);
         task.count = 1;

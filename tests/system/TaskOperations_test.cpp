@@ -52,7 +52,7 @@ Lines awaitLines(const std::string& path, std::size_t count)
     throw std::runtime_error(path + " has not got its " + std::to_string(count) + " lines");
 }
 
-TaskInfo newTask(int user = anna, TaskType type = scanTask)
+TaskInfo newTask(int user = anna, TaskType type = taskTypeScan)
 {
     TaskInfo task(type);
     task.cronTime = "0 3 * * *";
@@ -193,7 +193,7 @@ TEST_F(TaskOperationsTest, ATaskWhoseRowStaysLosesItsCrontabLineOnly)
 
 TEST_F(TaskOperationsTest, ADeletedOneOffTaskLeavesTheCrontabAsItIs)
 {
-    const int id = create(false, "LocalTask", newTask(anna, scanNowTask));
+    const int id = create(false, "LocalTask", newTask(anna, taskTypeScanNow));
     setCrontab("anna", taskLine(id) + "\n" + backup);
     EXPECT_TRUE(editor->deleteTask(id, true, false));
     EXPECT_EQ(Lines(), queryRows("select id from TaskTable"));

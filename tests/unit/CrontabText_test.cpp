@@ -9,6 +9,7 @@
 #include <vector>
 
 using namespace std::string_literals;
+using namespace orv;
 
 namespace {
 

@@ -3,7 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <climits>
-#include <clocale>
+
+using orv::toInt;
 
 namespace {
 
@@ -78,15 +79,6 @@ TEST(ToInt, GivesTheNearestIntBeyondTheRange)
 TEST(ToInt, ReadsOnlyTheTextItIsGiven)
 {
     EXPECT_EQ(12, toInt(std::string_view("1234").substr(0, 2)));
-}
-
-TEST(Decimal, WritesNoPaddingAndAMinusSign)
-{
-    EXPECT_EQ("0", decimal(0));
-    EXPECT_EQ("7", decimal(7));
-    EXPECT_EQ("-7", decimal(-7));
-    EXPECT_EQ("2147483647", decimal(INT_MAX));
-    EXPECT_EQ("-2147483648", decimal(INT_MIN));
 }
 
 } // namespace

@@ -25,7 +25,7 @@ protected:
 TEST_F(PassLockTest, IsHeldAsLongAsItLives)
 {
     {
-        const PassLock lock;
+        const orv::PassLock lock;
         EXPECT_TRUE(lock.held());
         EXPECT_FALSE(free());
     }
@@ -35,15 +35,15 @@ TEST_F(PassLockTest, IsHeldAsLongAsItLives)
 TEST_F(PassLockTest, LeavesNothingBehind)
 {
     {
-        const PassLock lock;
+        const orv::PassLock lock;
     }
     EXPECT_TRUE(std::filesystem::is_empty(scratchDirectory));
-    EXPECT_TRUE(PassLock().held());
+    EXPECT_TRUE(orv::PassLock().held());
 }
 
 TEST_F(PassLockTest, IsNotInheritedByACommand)
 {
-    auto lock = std::make_unique<PassLock>();
+    auto lock = std::make_unique<orv::PassLock>();
     StartedProgram command({"/bin/sleep", "1000"});
     lock.reset();
     EXPECT_TRUE(free());
@@ -67,7 +67,7 @@ TEST_F(PassLockTest, WaitsOnWhenASignalComes)
     sigaction(SIGALRM, &action, nullptr); // without SA_RESTART, so that the wait is broken off each time
     const itimerval often = {{0, 10000}, {0, 10000}};
     setitimer(ITIMER_REAL, &often, nullptr);
-    EXPECT_TRUE(PassLock().held());
+    EXPECT_TRUE(orv::PassLock().held());
     const itimerval never = {};
     setitimer(ITIMER_REAL, &never, nullptr);
     EXPECT_GE(gSignals, 3);
@@ -76,7 +76,7 @@ TEST_F(PassLockTest, WaitsOnWhenASignalComes)
 TEST_F(PassLockTest, CannotBeHadWithoutTheScratchDirectory)
 {
     std::filesystem::remove_all(scratchDirectory);
-    EXPECT_FALSE(PassLock().held());
+    EXPECT_FALSE(orv::PassLock().held());
 }
 
 } // namespace

@@ -81,12 +81,12 @@ std::string textIn(const std::string& expression)
 
 SqliteDataContainer textValue(std::string& text, int index)
 {
-    return {sqliteText, text.data(), static_cast<std::int32_t>(text.size()), index};
+    return {sqliteDataText, text.data(), static_cast<std::int32_t>(text.size()), index};
 }
 
 SqliteDataContainer blobValue(std::string& bytes, int index)
 {
-    return {sqliteBlob, bytes.data(), static_cast<std::int32_t>(bytes.size()), index};
+    return {sqliteDataBlob, bytes.data(), static_cast<std::int32_t>(bytes.size()), index};
 }
 
 /// While it lives, the effective user is not root, for whom every file can be written.
@@ -813,7 +813,7 @@ TEST_F(SqliteDbTest, AnEmptyValueIsNotNull)
 {
     run("CREATE TABLE T(a, b)");
     SqliteDb db(file.c_str(), false);
-    std::vector<SqliteDataContainer> values = {{sqliteText, nullptr, 0, 1}, {sqliteBlob, nullptr, 0, 2}};
+    std::vector<SqliteDataContainer> values = {{sqliteDataText, nullptr, 0, 1}, {sqliteDataBlob, nullptr, 0, 2}};
     EXPECT_TRUE(db.doWriteSql("insert into T values (?1, ?2)", values));
     EXPECT_EQ(
         Lines{"text 0 blob 0"}, column("select typeof(a)||' '||length(a)||' '||typeof(b)||' '||length(b) from T"));
@@ -844,8 +844,8 @@ TEST_F(SqliteDbTest, AValueThatCannotBeBoundWritesNothing)
     EXPECT_EQ(SQLITE_RANGE, codeOf(textValue(text, 2)));
     EXPECT_EQ(SQLITE_RANGE, codeOf(blobValue(text, 2)));
     EXPECT_EQ(SQLITE_MISUSE, codeOf({static_cast<SqliteDataType>(2), text.data(), 4, 1}));
-    EXPECT_EQ(SQLITE_TOOBIG, codeOf({sqliteText, text.data(), -1, 1}));
-    EXPECT_EQ(SQLITE_TOOBIG, codeOf({sqliteBlob, text.data(), -1, 1}));
+    EXPECT_EQ(SQLITE_TOOBIG, codeOf({sqliteDataText, text.data(), -1, 1}));
+    EXPECT_EQ(SQLITE_TOOBIG, codeOf({sqliteDataBlob, text.data(), -1, 1}));
     EXPECT_EQ(Lines{"0"}, column("select count(*) from T"));
 }
 
@@ -855,8 +855,8 @@ TEST(SqliteDataContainer, HoldsTypeDataLengthAndIndexInThisOrder)
     EXPECT_EQ(sizeof(void*), offsetof(SqliteDataContainer, data));
     EXPECT_EQ(2 * sizeof(void*), offsetof(SqliteDataContainer, length));
     EXPECT_EQ(2 * sizeof(void*) + 4, offsetof(SqliteDataContainer, index));
-    EXPECT_EQ(0, sqliteText);
-    EXPECT_EQ(1, sqliteBlob);
+    EXPECT_EQ(0, sqliteDataText);
+    EXPECT_EQ(1, sqliteDataBlob);
     EXPECT_EQ(4U, sizeof(SqliteDataType));
 }
 

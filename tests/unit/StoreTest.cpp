@@ -252,18 +252,19 @@ void addTasks(int count, const std::string& assignments)
         addTask(assignments);
 }
 
-CfRef<CFPropertyListRef> listOf(const std::string& text)
+orv::CfRef<CFPropertyListRef> listOf(const std::string& text)
 {
-    const CfRef<CFDataRef> data(CFDataCreate(
+    const orv::CfRef<CFDataRef> data(CFDataCreate(
         kCFAllocatorDefault, reinterpret_cast<const UInt8*>(text.data()), static_cast<CFIndex>(text.size())));
-    return CfRef<CFPropertyListRef>(CFPropertyListCreateWithData(kCFAllocatorDefault, data.get(), 0, nullptr, nullptr));
+    return orv::CfRef<CFPropertyListRef>(
+        CFPropertyListCreateWithData(kCFAllocatorDefault, data.get(), 0, nullptr, nullptr));
 }
 
 std::string xmlOf(CFPropertyListRef list)
 {
     if (list == nullptr)
         return "";
-    const CfRef<CFDataRef> data(
+    const orv::CfRef<CFDataRef> data(
         CFPropertyListCreateData(kCFAllocatorDefault, list, kCFPropertyListXMLFormat_v1_0, 0, nullptr));
     if (data == nullptr)
         throw std::runtime_error("this is no property list");
@@ -304,11 +305,11 @@ void StoreTest::TearDown()
     EXPECT_EQ(0, openDatabaseDescriptors());
 }
 
-OwnedTask StoreTest::readTask(int id)
+orv::OwnedTask StoreTest::readTask(int id)
 {
     TaskInfo* task = nullptr;
     store->getTaskInfoObject(id, &task);
-    return OwnedTask(task);
+    return orv::OwnedTask(task);
 }
 
 } // namespace support

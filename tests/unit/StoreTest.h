@@ -75,7 +75,7 @@ int addTask(const std::string& assignments = "");
 void addTasks(int count, const std::string& assignments);
 
 /// The property list that an XML or binary text denotes; null if it denotes none.
-CfRef<CFPropertyListRef> listOf(const std::string& text);
+orv::CfRef<CFPropertyListRef> listOf(const std::string& text);
 /// The XML of a property list; "" for null.
 std::string xmlOf(CFPropertyListRef list);
 /// `element` as a whole XML property list, as it is stored.
@@ -91,7 +91,7 @@ protected:
     void TearDown() override;
 
     /// The whole task `id`.
-    OwnedTask readTask(int id);
+    orv::OwnedTask readTask(int id);
 
     TimeZone utc{"UTC0"};
     std::optional<TaskInterface> store;

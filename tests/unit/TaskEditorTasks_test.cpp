@@ -18,7 +18,7 @@ std::string starting(int id, const std::string& rest = " &")
     return "/usr/local/Quarno/Kestrelcore/TessaraTaskManager " + std::to_string(id) + rest;
 }
 
-TaskInfo newTask(TaskType type = scanTask)
+TaskInfo newTask(TaskType type = taskTypeScan)
 {
     TaskInfo task(type);
     task.description = "nightly";

@@ -64,9 +64,9 @@ TEST_F(TaskInfoTest, IsDescribedInLocalTime)
 TEST_F(TaskInfoTest, ANewTaskHasItsDefaults)
 {
     const Clock clock(secondOfMarch);
-    const TaskInfo task(updateTask);
+    const TaskInfo task(taskTypeUpdate);
     EXPECT_EQ(0, task.id);
-    EXPECT_EQ(updateTask, task.type);
+    EXPECT_EQ(taskTypeUpdate, task.type);
     EXPECT_EQ("5 * * * *", task.cronTime);
     EXPECT_EQ(nullptr, task.parameter);
     EXPECT_EQ(nullptr, task.result);
@@ -80,7 +80,7 @@ TEST_F(TaskInfoTest, ANewTaskHasItsDefaults)
 TEST_F(TaskInfoTest, ReadsTheTimeForDescriptionScheduleCreationAndLastRunInThisOrder)
 {
     const Clock clock(secondOfMarch, 60);
-    const TaskInfo task(scanTask);
+    const TaskInfo task(taskTypeScan);
     EXPECT_EQ("Scan Task Mon Mar  2 09:05:03 2015\n", task.description);
     EXPECT_EQ("6 * * * *", task.cronTime);
     EXPECT_EQ(secondOfMarch + 120, task.created);
@@ -89,16 +89,16 @@ TEST_F(TaskInfoTest, ReadsTheTimeForDescriptionScheduleCreationAndLastRunInThisO
 
 TEST_F(TaskInfoTest, BelongsToTheEffectiveUser)
 {
-    EXPECT_EQ(0, TaskInfo(scanTask).userId);
+    EXPECT_EQ(0, TaskInfo(taskTypeScan).userId);
     ASSERT_EQ(0, seteuid(static_cast<uid_t>(anna)));
-    const TaskInfo task(scanTask);
+    const TaskInfo task(taskTypeScan);
     ASSERT_EQ(0, seteuid(0));
     EXPECT_EQ(anna, task.userId);
 }
 
 TEST_F(TaskInfoTest, HasItsFieldsInTheOrderOfTheColumns)
 {
-    TaskInfo task(scanTask);
+    TaskInfo task(taskTypeScan);
     const void* const fields[] = {&task.id, &task.description, &task.type, &task.cronTime, &task.parameter,
         &task.result, &task.created, &task.lastRun, &task.status, &task.count, &task.userId, &task.recType};
     EXPECT_EQ(static_cast<void*>(&task), fields[0]);
@@ -111,7 +111,7 @@ TEST_F(TaskInfoTest, KindsAndStatesAre32BitNumbers)
     EXPECT_FALSE(std::is_polymorphic_v<TaskInfo>);
     EXPECT_TRUE((std::is_same_v<std::underlying_type_t<TaskType>, std::int32_t>));
     EXPECT_TRUE((std::is_same_v<std::underlying_type_t<TaskStatus>, std::int32_t>));
-    EXPECT_EQ(6, quickOdsTask);
+    EXPECT_EQ(6, taskTypeQuickOds);
 }
 
 TEST_F(TaskInfoTest, RunsHourlyAtTheMinuteAtWhichItWasMade)
@@ -144,7 +144,7 @@ TEST_F(TaskInfoTest, SchedulesInLocalTime)
 TEST_F(TaskInfoTest, AskingATaskForAScheduleChangesNothingOfIt)
 {
     const Clock clock(secondOfMarch);
-    TaskInfo task(scanTask);
+    TaskInfo task(taskTypeScan);
     task.cronTime = "kept";
     EXPECT_EQ("5 9 2 3 *", task.getCronCurrentTime(1));
     EXPECT_EQ("kept", task.cronTime);
@@ -152,9 +152,9 @@ TEST_F(TaskInfoTest, AskingATaskForAScheduleChangesNothingOfIt)
 
 TEST_F(TaskInfoTest, DoesNotReleaseItsPropertyLists)
 {
-    const CfRef<CFPropertyListRef> parameter = listOf(xmlDocument("<dict/>"));
+    const orv::CfRef<CFPropertyListRef> parameter = listOf(xmlDocument("<dict/>"));
     {
-        TaskInfo task(scanTask);
+        TaskInfo task(taskTypeScan);
         task.parameter = parameter.get();
     }
     EXPECT_EQ(1, CFGetRetainCount(parameter.get()));
@@ -162,11 +162,11 @@ TEST_F(TaskInfoTest, DoesNotReleaseItsPropertyLists)
 
 TEST_F(TaskInfoTest, AnOwnedTaskReleasesItsPropertyLists)
 {
-    const CfRef<CFPropertyListRef> parameter = listOf(xmlDocument("<dict/>"));
-    const CfRef<CFMutableDictionaryRef> result(
+    const orv::CfRef<CFPropertyListRef> parameter = listOf(xmlDocument("<dict/>"));
+    const orv::CfRef<CFMutableDictionaryRef> result(
         CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
     {
-        const OwnedTask task(new TaskInfo(scanTask));
+        const orv::OwnedTask task(new TaskInfo(taskTypeScan));
         task->parameter = CFRetain(parameter.get());
         task->result = static_cast<CFMutableDictionaryRef>(const_cast<void*>(CFRetain(result.get())));
         EXPECT_EQ(2, CFGetRetainCount(parameter.get()));

@@ -13,7 +13,7 @@ using Lines = std::vector<std::string>;
 
 const std::string localTimeFailure = "3: convertTmToString : Error while getting localtime() ";
 
-using MutableDictionary = CfRef<CFMutableDictionaryRef>;
+using MutableDictionary = orv::CfRef<CFMutableDictionaryRef>;
 
 MutableDictionary emptyDictionary()
 {
@@ -113,7 +113,7 @@ TEST_F(TaskBookkeeping, AnEmptyResultIsNotNull)
     const int id = addTask();
     EXPECT_TRUE(store->setResult(id, emptyDictionary().get()));
     EXPECT_EQ(Lines{xmlDocument("<dict/>")}, queryRows("select result from TaskTable"));
-    const OwnedTask task = readTask(id);
+    const orv::OwnedTask task = readTask(id);
     ASSERT_NE(nullptr, task->result);
     CFDictionarySetValue(task->result, CFSTR("Threats"), kCFBooleanFalse);
     EXPECT_EQ(1, CFDictionaryGetCount(task->result));

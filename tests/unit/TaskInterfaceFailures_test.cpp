@@ -21,12 +21,12 @@ void readWhole(TaskInterface& store)
 {
     TaskInfo* task = nullptr;
     store.getTaskInfoObject(1, &task);
-    const OwnedTask owner(task);
+    const orv::OwnedTask owner(task);
 }
 
 TaskInfo newTask()
 {
-    TaskInfo task(scanTask);
+    TaskInfo task(taskTypeScan);
     task.id = 1;
     return task;
 }

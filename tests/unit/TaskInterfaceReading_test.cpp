@@ -19,10 +19,10 @@ TEST_F(TaskReading, ReadsAWholeTask)
     const int id = addTask("description='Nightly scan' || char(10), type=4, crontime='0 3 * * 1-5',"
                            "created='5,30,8,16,10,126,1,319,0,', lastRun='6,30,8,16,10,126,1,319,0,', status=2,"
                            "count=17, userId=501, recType=1");
-    const OwnedTask task = readTask(id);
+    const orv::OwnedTask task = readTask(id);
     EXPECT_EQ(id, task->id);
     EXPECT_EQ("Nightly scan\n", task->description);
-    EXPECT_EQ(nxcScanTask, task->type);
+    EXPECT_EQ(taskTypeNxcScan, task->type);
     EXPECT_EQ("0 3 * * 1-5", task->cronTime);
     EXPECT_EQ(nullptr, task->parameter);
     EXPECT_EQ(nullptr, task->result);
@@ -39,7 +39,7 @@ TEST_F(TaskReading, ReadingAWholeTaskReturnsTrue)
     const int id = addTask();
     TaskInfo* task = nullptr;
     EXPECT_TRUE(store->getTaskInfoObject(id, &task));
-    const OwnedTask owner(task);
+    const orv::OwnedTask owner(task);
     EXPECT_NE(nullptr, task);
 }
 
@@ -54,7 +54,7 @@ TEST_F(TaskReading, ReadsTheTaskThatIsAskedFor)
 TEST_F(TaskReading, NothingOfANewTaskShowsInOneThatIsRead)
 {
     const int id = addTask("description='', crontime='', status=NULL, created='', lastRun=''");
-    const OwnedTask task = readTask(id);
+    const orv::OwnedTask task = readTask(id);
     EXPECT_EQ("", task->description);
     EXPECT_EQ("", task->cronTime);
     EXPECT_EQ(0, task->status);
@@ -63,7 +63,7 @@ TEST_F(TaskReading, NothingOfANewTaskShowsInOneThatIsRead)
 
 TEST_F(TaskReading, ATaskThatThereIsNotIsNotFoundWithTheCodeZero)
 {
-    TaskInfo untouched(scanTask);
+    TaskInfo untouched(taskTypeScan);
     TaskInfo* task = &untouched;
     EXPECT_EQ("Database: taskId not found (0)", failureOf([&] { store->getTaskInfoObject(7, &task); }));
     EXPECT_EQ(&untouched, task);
@@ -72,7 +72,7 @@ TEST_F(TaskReading, ATaskThatThereIsNotIsNotFoundWithTheCodeZero)
 TEST_F(TaskReading, AFailedReadLeavesThePointerAsItWas)
 {
     execSql("drop table TaskTable");
-    TaskInfo untouched(scanTask);
+    TaskInfo untouched(taskTypeScan);
     TaskInfo* task = &untouched;
     EXPECT_EQ("Error in querying table (1)", failureOf([&] { store->getTaskInfoObject(1, &task); }));
     EXPECT_EQ(&untouched, task);
@@ -98,7 +98,7 @@ TEST_F(TaskReading, TheRecordFlagIsSetByTheNumberOneOnly)
 TEST_F(TaskReading, NumbersAreReadFromTheTextOfTheirColumn)
 {
     const int id = addTask("type='4x', status=' 12 and more', count=3.9, userId='none'");
-    const OwnedTask task = readTask(id);
+    const orv::OwnedTask task = readTask(id);
     EXPECT_EQ(4, task->type);
     EXPECT_EQ(12, task->status);
     EXPECT_EQ(3, task->count);
@@ -108,7 +108,7 @@ TEST_F(TaskReading, NumbersAreReadFromTheTextOfTheirColumn)
 TEST_F(TaskReading, NumbersBeyondTheRangeOfIntBecomeTheNearestInt)
 {
     const int id = addTask("type=4294967298, status=-4294967298, count=2147483648, userId=-2147483648");
-    const OwnedTask task = readTask(id);
+    const orv::OwnedTask task = readTask(id);
     EXPECT_EQ(INT_MAX, task->type);
     EXPECT_EQ(INT_MIN, task->status);
     EXPECT_EQ(INT_MAX, task->count);
@@ -118,7 +118,7 @@ TEST_F(TaskReading, NumbersBeyondTheRangeOfIntBecomeTheNearestInt)
 TEST_F(TaskReading, TextsAreReadWholeWhateverTheirBytes)
 {
     const int id = addTask("description=cast(x'610062' as text), crontime='0 3 * * *' || char(10) || '\u00e4'");
-    const OwnedTask task = readTask(id);
+    const orv::OwnedTask task = readTask(id);
     EXPECT_EQ(std::string("a\0b", 3), task->description);
     EXPECT_EQ("0 3 * * *\n\u00e4", task->cronTime);
     execSql("update TaskTable set crontime=cast(x'350033' as text)");
@@ -127,14 +127,15 @@ TEST_F(TaskReading, TextsAreReadWholeWhateverTheirBytes)
 
 TEST_F(TaskReading, MissingTimeStampsAreTheLastDayOf1899)
 {
-    const OwnedTask task = readTask(addTask());
+    const orv::OwnedTask task = readTask(addTask());
     EXPECT_EQ(-2209075200, task->created);
     EXPECT_EQ(-2209075200, task->lastRun);
 }
 
 TEST_F(TaskReading, UnreadableTimeStampsAreNoError)
 {
-    const OwnedTask task = readTask(addTask("created='yesterday', lastRun='0,0,0,1,2147483647,2147483647,0,0,0,'"));
+    const orv::OwnedTask task
+        = readTask(addTask("created='yesterday', lastRun='0,0,0,1,2147483647,2147483647,0,0,0,'"));
     EXPECT_EQ(-2209075200, task->created);
     EXPECT_EQ(-1, task->lastRun);
 }
@@ -146,7 +147,7 @@ TEST_F(TaskReading, ReadsTheParameterAsAPropertyListOfTheCallers)
     const int id = addTaskWith("parameter",
         "<dict>\n\t<key>Paths</key>\n\t<array>\n\t\t<string>/Users</string>\n\t</array>\n"
         "\t<key>Depth</key>\n\t<integer>3</integer>\n</dict>");
-    const OwnedTask task = readTask(id);
+    const orv::OwnedTask task = readTask(id);
     ASSERT_NE(nullptr, task->parameter);
     EXPECT_EQ(1, CFGetRetainCount(task->parameter));
     EXPECT_EQ(xmlDocument("<dict>\n\t<key>Depth</key>\n\t<integer>3</integer>\n\t<key>Paths</key>\n\t<array>\n\t\t"
@@ -158,7 +159,7 @@ TEST_F(TaskReading, ReadsTheParameterAsAPropertyListOfTheCallers)
 TEST_F(TaskReading, TheParametersContainersCanBeChangedAtEveryDepth)
 {
     const int id = addTaskWith("parameter", "<dict>\n\t<key>Paths</key>\n\t<array>\n\t\t<dict/>\n\t</array>\n</dict>");
-    const OwnedTask task = readTask(id);
+    const orv::OwnedTask task = readTask(id);
     const auto dictionary = static_cast<CFMutableDictionaryRef>(const_cast<void*>(task->parameter));
     const auto paths
         = static_cast<CFMutableArrayRef>(const_cast<void*>(CFDictionaryGetValue(dictionary, CFSTR("Paths"))));
@@ -181,7 +182,7 @@ TEST_F(TaskReading, TheParameterCanBeAnyPropertyList)
 TEST_F(TaskReading, ReadsTheResultAsAMutableDictionaryOfTheCallers)
 {
     const int id = addTaskWith("result", "<dict>\n\t<key>Files</key>\n\t<integer>12</integer>\n</dict>");
-    const OwnedTask task = readTask(id);
+    const orv::OwnedTask task = readTask(id);
     ASSERT_NE(nullptr, task->result);
     EXPECT_EQ(1, CFGetRetainCount(task->result));
     CFDictionarySetValue(task->result, CFSTR("Threats"), kCFBooleanFalse);
@@ -193,7 +194,7 @@ TEST_F(TaskReading, ReadsTheResultAsAMutableDictionaryOfTheCallers)
 
 TEST_F(TaskReading, AnEmptyResultIsAnEmptyDictionaryThatCanBeChanged)
 {
-    const OwnedTask task = readTask(addTaskWith("result", "<dict/>"));
+    const orv::OwnedTask task = readTask(addTaskWith("result", "<dict/>"));
     ASSERT_NE(nullptr, task->result);
     EXPECT_EQ(0, CFDictionaryGetCount(task->result));
     CFDictionarySetValue(task->result, CFSTR("Key"), kCFBooleanTrue);
@@ -209,7 +210,7 @@ TEST_F(TaskReading, AResultThatIsNoDictionaryIsNone)
 
 TEST_F(TaskReading, NullPropertyListsAreNone)
 {
-    const OwnedTask task = readTask(addTask("parameter=NULL, result=NULL"));
+    const orv::OwnedTask task = readTask(addTask("parameter=NULL, result=NULL"));
     EXPECT_EQ(nullptr, task->parameter);
     EXPECT_EQ(nullptr, task->result);
 }
@@ -217,7 +218,7 @@ TEST_F(TaskReading, NullPropertyListsAreNone)
 TEST_F(TaskReading, EmptyBlobsAndTextsAreNoPropertyLists)
 {
     for (const char* empty : {"x''", "''"}) {
-        const OwnedTask task = readTask(addTask(std::string("parameter=") + empty + ", result=" + empty));
+        const orv::OwnedTask task = readTask(addTask(std::string("parameter=") + empty + ", result=" + empty));
         EXPECT_EQ(nullptr, task->parameter) << empty;
         EXPECT_EQ(nullptr, task->result) << empty;
     }
@@ -231,7 +232,7 @@ TEST_F(TaskReading, ABlobCutAtAnyLengthIsNoErrorAndTheRestOfTheTaskIsRead)
     for (std::size_t length = 0; length < end; ++length) {
         const std::string blob = blobLiteral(whole.substr(0, length));
         execSql("update TaskTable set parameter=" + blob + ", result=" + blob);
-        const OwnedTask task = readTask(id);
+        const orv::OwnedTask task = readTask(id);
         EXPECT_EQ(nullptr, task->parameter) << length;
         EXPECT_EQ(nullptr, task->result) << length;
         EXPECT_EQ(anna, task->userId);
@@ -242,7 +243,7 @@ TEST_F(TaskReading, ABlobCutAtAnyLengthIsNoErrorAndTheRestOfTheTaskIsRead)
 TEST_F(TaskReading, ValuesOfOtherKindsAreNoPropertyLists)
 {
     for (const char* value : {"5", "-1.5", "'text'", "x'00ff'"}) {
-        const OwnedTask task = readTask(addTask(std::string("parameter=") + value + ", result=" + value));
+        const orv::OwnedTask task = readTask(addTask(std::string("parameter=") + value + ", result=" + value));
         EXPECT_EQ(nullptr, task->parameter) << value;
         EXPECT_EQ(nullptr, task->result) << value;
     }
@@ -251,7 +252,7 @@ TEST_F(TaskReading, ValuesOfOtherKindsAreNoPropertyLists)
 TEST_F(TaskReading, APropertyListThatWasStoredAsTextIsReadToo)
 {
     const std::string text = "'" + xmlDocument("<dict/>") + "'";
-    const OwnedTask task = readTask(addTask("parameter=" + text + ", result=" + text));
+    const orv::OwnedTask task = readTask(addTask("parameter=" + text + ", result=" + text));
     EXPECT_EQ(xmlDocument("<dict/>"), xmlOf(task->parameter));
     EXPECT_EQ(xmlDocument("<dict/>"), xmlOf(task->result));
 }
@@ -261,7 +262,8 @@ TEST_F(TaskReading, ReadsBinaryPropertyLists)
     const std::string binary("bplist00\xd1\x01\x02Sone\x10\x01\x08\x0b\x0f"
                              "\0\0\0\0\0\0\x01\x01\0\0\0\0\0\0\0\x03\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\x11",
         52);
-    const OwnedTask task = readTask(addTask("parameter=" + blobLiteral(binary) + ", result=" + blobLiteral(binary)));
+    const orv::OwnedTask task
+        = readTask(addTask("parameter=" + blobLiteral(binary) + ", result=" + blobLiteral(binary)));
     const std::string expected = xmlDocument("<dict>\n\t<key>one</key>\n\t<integer>1</integer>\n</dict>");
     EXPECT_EQ(expected, xmlOf(task->parameter));
     EXPECT_EQ(expected, xmlOf(task->result));
@@ -337,7 +339,7 @@ TEST_F(TaskReading, NumbersThatWereStoredAsBlobsAreReadFromTheirText)
     EXPECT_EQ(6, store->getTaskType(id));
     EXPECT_EQ(-3, store->getTaskStatus(id));
     EXPECT_EQ(std::vector<int>{501}, takeArray(store->getNumUserArray(), 1));
-    EXPECT_EQ(quickOdsTask, readTask(id)->type);
+    EXPECT_EQ(taskTypeQuickOds, readTask(id)->type);
 }
 
 TEST_F(TaskReading, TypeStatusAndIdAreCutTo32Bits)

@@ -21,8 +21,8 @@ const std::string count = "select count(*) from TaskTable";
 
 template <class Operation> void withTask(Operation operation, bool withParameter)
 {
-    const CfRef<CFPropertyListRef> parameter = listOf(xmlDocument("<dict/>"));
-    TaskInfo task(updateTask);
+    const orv::CfRef<CFPropertyListRef> parameter = listOf(xmlDocument("<dict/>"));
+    TaskInfo task(taskTypeUpdate);
     task.id = 3;
     task.description = "it's bound";
     task.cronTime = "0 3 * * *";
@@ -48,7 +48,7 @@ template <bool withParameter> void update(TaskInterface& store)
 
 void storeResult(TaskInterface& store)
 {
-    const CfRef<CFMutableDictionaryRef> result(
+    const orv::CfRef<CFMutableDictionaryRef> result(
         CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
     store.setResult(3, result.get());
 }
@@ -57,7 +57,7 @@ void readWhole(TaskInterface& store)
 {
     TaskInfo* task = nullptr;
     store.getTaskInfoObject(3, &task);
-    const OwnedTask owner(task);
+    const orv::OwnedTask owner(task);
 }
 
 const std::string insertStatement

@@ -19,7 +19,7 @@ protected:
     /// A task whose every field differs from what a new one has.
     TaskInfo nightlyScan() const
     {
-        TaskInfo task(quickOdsTask);
+        TaskInfo task(taskTypeQuickOds);
         task.id = 77;
         task.description = "Nightly scan";
         task.cronTime = "0 3 * * *";
@@ -53,9 +53,9 @@ protected:
 };
 
 /// A list that holds what no property list can hold: a key that is no text.
-CfRef<CFMutableDictionaryRef> unstorableList()
+orv::CfRef<CFMutableDictionaryRef> unstorableList()
 {
-    CfRef<CFMutableDictionaryRef> list(
+    orv::CfRef<CFMutableDictionaryRef> list(
         CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
     CFDictionarySetValue(list.get(), kCFBooleanTrue, CFSTR("value"));
     return list;
@@ -84,7 +84,7 @@ TEST_F(TaskWriting, AnInsertReturnsTheIdOfTheNewRow)
 TEST_F(TaskWriting, AnInsertChangesNothingOfTheTask)
 {
     TaskInfo task = nightlyScan();
-    const CfRef<CFPropertyListRef> parameter = listOf(xmlDocument("<dict/>"));
+    const orv::CfRef<CFPropertyListRef> parameter = listOf(xmlDocument("<dict/>"));
     task.parameter = parameter.get();
     store->writeDbTask(task);
     EXPECT_EQ(77, task.id);
@@ -109,15 +109,15 @@ TEST_F(TaskWriting, AnIdIsNeverGivenOutTwice)
 
 TEST_F(TaskWriting, ANewTaskIsReadBackAsItWas)
 {
-    TaskInfo task(fullOdsTask);
+    TaskInfo task(taskTypeFullOds);
     task.userId = ben;
-    const OwnedTask read = readTask(store->writeDbTask(task));
+    const orv::OwnedTask read = readTask(store->writeDbTask(task));
     EXPECT_EQ(task.description, read->description);
     EXPECT_EQ('\n', read->description.back());
     EXPECT_EQ(task.cronTime, read->cronTime);
     EXPECT_EQ(task.created, read->created);
     EXPECT_EQ(task.lastRun, read->lastRun);
-    EXPECT_EQ(fullOdsTask, read->type);
+    EXPECT_EQ(taskTypeFullOds, read->type);
     EXPECT_EQ(ben, read->userId);
 }
 
@@ -151,7 +151,7 @@ TEST_F(TaskWriting, ALongDescriptionIsStoredWhole)
     TaskInfo task = nightlyScan();
     task.description = std::string(100000, 'd');
     task.cronTime = std::string(100000, 'c');
-    const OwnedTask read = readTask(store->writeDbTask(task));
+    const orv::OwnedTask read = readTask(store->writeDbTask(task));
     EXPECT_EQ(task.description, read->description);
     EXPECT_EQ(task.cronTime, read->cronTime);
 }
@@ -218,7 +218,7 @@ TEST_F(TaskWriting, AMomentWithoutALocalTimeIsStoredAsAnEmptyTextAndLogged)
 TEST_F(TaskWriting, AParameterIsStoredAsItsXml)
 {
     const std::string xml = xmlDocument("<dict>\n\t<key>Depth</key>\n\t<integer>3</integer>\n</dict>");
-    const CfRef<CFPropertyListRef> parameter = listOf(xml);
+    const orv::CfRef<CFPropertyListRef> parameter = listOf(xml);
     TaskInfo task = nightlyScan();
     task.parameter = parameter.get();
     const int id = store->writeDbTask(task);
@@ -230,7 +230,7 @@ TEST_F(TaskWriting, AParameterIsStoredAsItsXml)
 
 TEST_F(TaskWriting, TheResultOfATaskIsNotStoredWithIt)
 {
-    const CfRef<CFMutableDictionaryRef> result(
+    const orv::CfRef<CFMutableDictionaryRef> result(
         CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
     TaskInfo task = nightlyScan();
     task.result = result.get();
@@ -301,7 +301,7 @@ TEST_F(TaskWriting, AnUpdateOfATaskThatThereIsNotSucceeds)
 
 TEST_F(TaskWriting, AnUpdateChangesNothingOfTheTask)
 {
-    const CfRef<CFPropertyListRef> parameter = listOf(xmlDocument("<dict/>"));
+    const orv::CfRef<CFPropertyListRef> parameter = listOf(xmlDocument("<dict/>"));
     TaskInfo task = nightlyScan();
     task.id = addTask();
     task.parameter = parameter.get();
@@ -315,7 +315,7 @@ TEST_F(TaskWriting, AnUpdateChangesNothingOfTheTask)
 TEST_F(TaskWriting, AnUpdateReplacesTheParameter)
 {
     const std::string xml = xmlDocument("<array>\n\t<string>new</string>\n</array>");
-    const CfRef<CFPropertyListRef> parameter = listOf(xml);
+    const orv::CfRef<CFPropertyListRef> parameter = listOf(xml);
     TaskInfo task = nightlyScan();
     task.id = addTask("parameter=x'00'");
     task.parameter = parameter.get();
@@ -567,7 +567,7 @@ TEST_F(TaskWriting, ATaskIsStoredThoughTheTableCannotBeCountedForTheBound)
 
 TEST_F(TaskWriting, BuffersAreReleasedWhenTheBoundThrows)
 {
-    const CfRef<CFPropertyListRef> parameter = listOf(xmlDocument("<dict/>"));
+    const orv::CfRef<CFPropertyListRef> parameter = listOf(xmlDocument("<dict/>"));
     TaskInfo task = nightlyScan();
     task.parameter = parameter.get();
     execSql("drop table TaskTable");
@@ -591,14 +591,14 @@ TEST_F(TaskWriting, AppendsValuesForPlaceholders)
 {
     std::vector<SqliteDataContainer> values;
     char bytes[] = "bytes";
-    TaskInterface::PushSqliteDataContainerIntoVector(values, bytes, 5, sqliteText, 1);
-    TaskInterface::PushSqliteDataContainerIntoVector(values, nullptr, 0x100000007, sqliteBlob, 2);
+    TaskInterface::PushSqliteDataContainerIntoVector(values, bytes, 5, sqliteDataText, 1);
+    TaskInterface::PushSqliteDataContainerIntoVector(values, nullptr, 0x100000007, sqliteDataBlob, 2);
     ASSERT_EQ(2U, values.size());
-    EXPECT_EQ(sqliteText, values[0].type);
+    EXPECT_EQ(sqliteDataText, values[0].type);
     EXPECT_EQ(static_cast<void*>(bytes), values[0].data);
     EXPECT_EQ(5, values[0].length);
     EXPECT_EQ(1, values[0].index);
-    EXPECT_EQ(sqliteBlob, values[1].type);
+    EXPECT_EQ(sqliteDataBlob, values[1].type);
     EXPECT_EQ(nullptr, values[1].data);
     EXPECT_EQ(7, values[1].length); // cut to 32 bits
     EXPECT_EQ(2, values[1].index);

@@ -82,14 +82,14 @@ std::string afterClean(const std::string& crontab)
 {
     std::istringstream in(crontab);
     std::ostringstream out;
-    dropTaskLines(in, out);
+    orv::dropTaskLines(in, out);
     return out.str();
 }
 
 std::string taskLine(const std::string& schedule, int id)
 {
     std::ostringstream out;
-    writeTaskLine(out, schedule, id);
+    orv::writeTaskLine(out, schedule, id);
     return out.str();
 }
 
@@ -333,7 +333,7 @@ private:
         TaskPreview task{id, descriptionOf(id), "", "", ""};
         try {
             task.schedule = m_editor.getTaskParameter(id, "crontime");
-            if (m_editor.getTaskType(id) == scanNowTask)
+            if (m_editor.getTaskType(id) == taskTypeScanNow)
                 task.whyNone = "type 3 runs only once";
             else
                 task.line = taskLine(task.schedule, id);
