@@ -179,7 +179,8 @@ TEST_F(Install, GivesProgramsThatRun)
     execSql(
         "insert into TaskTable(description,crontime,userId) values('Scan','7 * * * *'," + std::to_string(anna) + ")");
     setCrontab("anna", "0 4 * * * /bin/own\n");
-    EXPECT_NE(std::string::npos, run({prefix + "/sbin/crontab_preview"}).find("+7 * * * * " + taskManager));
+    EXPECT_NE(std::string::npos,
+        run({prefix + "/sbin/crontab_preview", "rebuild", "--diff"}).find("+7 * * * * " + taskManager));
     EXPECT_EQ("", run({prefix + "/sbin/OrvCronCleaner", "rebuild"}));
     EXPECT_EQ("0 4 * * * /bin/own\n7 * * * * " + taskManager + " 1 >> /dev/null 2>&1\n", crontabOf("anna"));
 }

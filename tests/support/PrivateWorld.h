@@ -58,9 +58,9 @@ void useRealCrontab();
 /// The arguments of each call of the recording crontab since it was put in place, one call an element: "-u anna -l".
 /// Calls of crontabOf() and setCrontab() are not among them.
 std::vector<std::string> crontabCalls();
-/// Shell text that the recording crontab runs in each call before it does its work. It finds $operation ("list" or
-/// "install"), $user, $file (of an install), $number (of this call, from 1) and $state (a directory to keep things in);
-/// it can print, wait and `exit`.
+/// Shell text that the recording crontab runs in each call before it does its work. It finds $operation ("list",
+/// "install" or, with the option -n or -T, "check"), $user, $file (but for a list), $number (of this call, from 1) and
+/// $state (a directory to keep things in); it can print, wait and `exit`.
 void onCrontabCall(const std::string& shellText);
 
 /// The bytes of a file.

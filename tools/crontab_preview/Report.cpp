@@ -1,177 +1,354 @@
 #include "Report.h"
 
 #include "TerminalText.h"
-#include "UnifiedDiff.h"
 
 #include <algorithm>
+#include <numeric>
+#include <tuple>
 
 namespace {
 
+const std::vector<Kind> allKinds = {Kind::job, Kind::setting, Kind::comment, Kind::other};
+
+using Lines = std::map<Kind, std::map<Fate, std::size_t>>;
+
 constexpr std::size_t descriptionColumns = 24;
-constexpr std::size_t scheduleIndent = 34;
-constexpr std::size_t diffIndent = 1;
-constexpr std::size_t lineIndent = 2;
+constexpr std::size_t scheduleIndent = 36;
+constexpr std::size_t widestName = 32;
+constexpr std::size_t textIndent = 4;
 
 constexpr auto bold = "1";
-constexpr auto red = "31";
-constexpr auto green = "32";
 constexpr auto yellow = "33";
-constexpr auto cyan = "36";
-constexpr auto faint = "2";
 
-std::string withoutLineEnd(const std::string& text)
+// "2,498"
+std::string grouped(std::size_t number)
 {
-    return text.substr(0, text.find_last_not_of('\n') + 1);
+    std::string text = std::to_string(number);
+    for (std::size_t i = text.size(); i > 3;)
+        text.insert(i -= 3, ",");
+    return text;
 }
 
 std::string count(std::size_t number, const std::string& what)
 {
-    return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
+    return grouped(number) + " " + what + (number == 1 ? "" : "s");
+}
+
+std::string nameOf(Kind kind)
+{
+    return kind == Kind::comment ? "comment"
+        : kind == Kind::setting  ? "setting"
+        : kind == Kind::job      ? "job"
+                                 : "other line";
+}
+
+std::string joined(const std::vector<std::string>& parts, const std::string& between)
+{
+    std::string text;
+    for (const std::string& part : parts)
+        text += (text.empty() ? "" : between) + part;
+    return text;
 }
 
 class Writer {
 public:
-    explicit Writer(bool colour)
-        : m_colour(colour)
+    explicit Writer(const Style& style)
+        : m_style(style)
     {
     }
 
-    // What does not fit goes on in the next line, from the column `indent` on.
-    void line(const std::string& text = "", const char* colour = nullptr, std::size_t indent = lineIndent)
+    // What is written is text that visible() gave. What does not fit goes on in the next line, from the column `indent`
+    // on.
+    void line(const std::string& shown = "", const char* colour = nullptr, std::size_t indent = textIndent)
     {
-        for (const std::string& shown : linesOf(wrapped(visible(text), indent)))
-            m_text += m_colour && colour != nullptr
-                ? std::string("\033[") + colour + "m" + withoutLineEnd(shown) + "\033[0m\n"
-                : shown;
+        for (const std::string& part : linesOf(m_style.folded ? wrapped(shown, indent) : shown + "\n"))
+            write(part, colour);
+    }
+
+    // A sentence: it is folded between words.
+    void prose(const std::string& shown, const char* colour = nullptr, std::size_t indent = textIndent)
+    {
+        std::string begun;
+        std::string rest = shown;
+        while (m_style.folded && columnsOf(begun + rest) > terminalColumns) {
+            const std::string fitting = cut(begun + rest, terminalColumns + 1);
+            const std::size_t blank = fitting.find_last_of(' ');
+            if (blank == std::string::npos || blank <= begun.size())
+                break;
+            write((begun + rest).substr(0, blank) + "\n", colour);
+            rest = (begun + rest).substr(blank + 1);
+            begun = std::string(indent, ' ');
+        }
+        write(begun + rest + "\n", colour);
     }
 
     std::string take() { return std::move(m_text); }
 
 private:
-    const bool m_colour;
+    void write(const std::string& shown, const char* colour)
+    {
+        m_text += m_style.coloured && colour != nullptr
+            ? std::string("\033[") + colour + "m" + withoutLineEnd(shown) + "\033[0m\n"
+            : shown;
+    }
+
+    const Style m_style;
     std::string m_text;
 };
 
-std::string nameOf(const OwnerPreview& owner)
+std::string nameOf(const Owner& owner)
 {
     return owner.account ? *owner.account : "uid " + std::to_string(owner.uid);
 }
 
-const Outcome& outcomeOf(const OwnerPreview& owner, Pass pass)
+std::size_t linesOf(const Lines& lines, Kind kind, Fate fate)
 {
-    return pass == Pass::clean ? owner.clean : owner.rebuild;
+    const auto fates = lines.find(kind);
+    if (fates == lines.end())
+        return 0;
+    const auto found = fates->second.find(fate);
+    return found == fates->second.end() ? 0 : found->second;
 }
 
-std::string nameOf(Pass pass)
+std::size_t allOf(const Lines& lines, Kind kind)
 {
-    return pass == Pass::clean ? "clean" : "rebuild";
+    std::size_t sum = 0;
+    for (const Fate fate : {Fate::kept, Fate::lost, Fate::cut, Fate::commented, Fate::changed})
+        sum += linesOf(lines, kind, fate);
+    return sum;
 }
 
-std::string difference(const OwnerPreview& owner, Pass pass, const std::string& behindName)
+std::size_t harmed(const Lines& lines, Kind kind)
 {
-    const std::string before = owner.crontab.value_or("");
-    const std::string after = outcomeOf(owner, pass).text.value_or(before);
-    return unifiedDiff(
-        before, nameOf(owner) + behindName + "now", after, nameOf(owner) + behindName + "after a " + nameOf(pass));
+    return allOf(lines, kind) - linesOf(lines, kind, Fate::kept);
+}
+
+// "loses 1 of 2 jobs, 1 of 1 setting; 1 job becomes a comment"; "" if all lines are kept.
+std::string fatesOf(const Lines& lines, const std::vector<Kind>& kinds, const std::string& lose)
+{
+    std::vector<std::string> lost;
+    std::vector<std::string> parts;
+    for (const Kind kind : kinds) {
+        if (const std::size_t number = linesOf(lines, kind, Fate::lost); number > 0)
+            lost.push_back(grouped(number) + " of " + count(allOf(lines, kind), nameOf(kind)));
+        for (const auto& [fate, one, many] : {std::tuple{Fate::cut, " is cut", " are cut"},
+                 {Fate::commented, " becomes a comment", " become comments"}, {Fate::changed, " changes", " change"}})
+            if (const std::size_t number = linesOf(lines, kind, fate); number > 0)
+                parts.push_back(count(number, nameOf(kind)) + (number == 1 ? one : many));
+    }
+    if (!lost.empty())
+        parts.insert(parts.begin(), lose + joined(lost, ", "));
+    return joined(parts, "; ");
+}
+
+std::string taskLines(std::size_t before, std::size_t after)
+{
+    return "task lines " + grouped(before) + " -> " + grouped(after);
+}
+
+bool harmsMoreThanComments(const Run& run)
+{
+    return harmed(run.lines, Kind::job) + harmed(run.lines, Kind::setting) + harmed(run.lines, Kind::other)
+            + run.startedTwice + run.warnings.size()
+        > 0
+        || run.failed;
+}
+
+std::string twice(std::size_t tasks)
+{
+    return count(tasks, "task") + (tasks == 1 ? " starts" : " start") + " twice";
+}
+
+// Everything about one owner in a line.
+std::string summary(const OwnersRun& of, const std::vector<Kind>& kinds)
+{
+    const Run& run = of.run;
+    std::vector<std::string> parts;
+    if (!run.whyAlone.empty())
+        parts.push_back((run.installs ? "" : "stays as it is: ") + run.whyAlone);
+    if (const std::string fates = fatesOf(run.lines, kinds, "loses "); !fates.empty())
+        parts.push_back(fates);
+    if (run.startedTwice > 0)
+        parts.push_back(twice(run.startedTwice));
+    parts.insert(parts.end(), run.warnings.begin(), run.warnings.end());
+    if (run.installs && run.taskLinesBefore + run.taskLinesAfter > 0)
+        parts.push_back(taskLines(run.taskLinesBefore, run.taskLinesAfter));
+    if (run.installs && !of.owner.crontab.exists)
+        parts.push_back(run.after.empty() ? "gets an empty crontab" : "gets a crontab");
+    else if (run.installs && run.after.empty() && !of.owner.crontab.text.empty())
+        parts.push_back("left empty");
+    return parts.empty() ? "nothing changes" : joined(parts, "; ");
+}
+
+std::string subject(const Event& event)
+{
+    if (event.first == event.last) {
+        const std::string line = "line " + std::to_string(event.first);
+        if (event.kinds.empty())
+            return line + (event.one.rfind("a ", 0) == 0 ? ", " : " ");
+        const std::string kind = nameOf(event.kinds.begin()->first);
+        return line + (kind == "other line" ? " " : ", a " + kind + ", ");
+    }
+    std::vector<std::string> kinds;
+    for (const Kind kind : allKinds)
+        if (const auto found = event.kinds.find(kind); found != event.kinds.end())
+            kinds.push_back(count(found->second, nameOf(kind)));
+    const std::string lines = "lines " + std::to_string(event.first) + " to " + std::to_string(event.last);
+    return lines + (kinds.empty() ? " " : ", " + joined(kinds, " and ") + ", ");
+}
+
+void writeEvent(Writer& out, const Event& event)
+{
+    out.prose("  " + subject(event) + visible(event.first == event.last ? event.one : event.many),
+        event.fate == Fate::kept ? nullptr : yellow);
+    for (const std::string& line : event.shown)
+        out.line(std::string(textIndent, ' ') + visible(line), nullptr, textIndent + 1);
+    if (event.notShown > 0)
+        out.line(std::string(textIndent, ' ') + "... and " + count(event.notShown, "more line"));
 }
 
 // Of a task's line only the schedule: the rest is the same for all.
-void writeTasks(Writer& out, const OwnerPreview& owner)
+void writeTasks(Writer& out, const Owner& owner)
 {
-    out.line("  task  " + padded("description", descriptionColumns) + "  schedule of its crontab line", faint);
+    if (!owner.tasks.empty())
+        out.line("    task  " + padded("description", descriptionColumns) + "  schedule of its new line");
     for (const TaskPreview& task : owner.tasks) {
         const std::string id = std::to_string(task.id);
-        const std::string description = visible(withoutLineEnd(task.description));
-        out.line(std::string(id.size() < 6 ? 6 - id.size() : 0, ' ') + id + "  "
+        const std::string description
+            = visible(task.description.substr(0, task.description.find_last_not_of('\n') + 1));
+        out.line(std::string(id.size() < 8 ? 8 - id.size() : 0, ' ') + id + "  "
                 + padded(description, descriptionColumns) + "  "
-                + (task.line.empty() ? "none: " + task.whyNone : task.schedule),
-            task.line.empty() ? yellow : nullptr, scheduleIndent);
+                + visible(task.line.empty() ? "none: " + task.whyNone : task.schedule),
+            nullptr, scheduleIndent);
     }
     if (!owner.whyNotAll.empty())
-        out.line("        there may be more, which cannot be listed: " + owner.whyNotAll, yellow);
+        out.line("          there may be more, which cannot be listed: " + visible(owner.whyNotAll), yellow);
 }
 
-const char* colourOf(const std::string& diffLine)
+void writeDetails(Writer& out, const OwnersRun& of, Command command)
 {
-    switch (diffLine[0]) {
-    case '-':
-        return red;
-    case '+':
-        return green;
-    case '@':
-        return cyan;
-    default:
-        return nullptr;
-    }
-}
-
-std::string sentence(const OwnerPreview& owner, Pass pass, bool changes)
-{
-    const Outcome& outcome = outcomeOf(owner, pass);
-    const std::string would = "A " + nameOf(pass) + " would ";
-    if (!outcome.text)
-        return would + "leave the crontab alone: " + outcome.whyNone + ".";
-    if (!owner.crontab)
-        return would + "install " + (changes ? "a" : "an empty") + " crontab; there is none now.";
-    return would + (changes ? "change the crontab:" : "change nothing.");
-}
-
-void writeOutcome(Writer& out, const OwnerPreview& owner, Pass pass)
-{
-    const std::vector<std::string> diff = linesOf(difference(owner, pass, ", "));
-    out.line();
-    out.line(sentence(owner, pass, !diff.empty()), bold);
-    for (std::size_t i = 2; i < diff.size(); ++i) // behind the two names, which the reader knows
-        out.line(withoutLineEnd(diff[i]), colourOf(diff[i]), diffIndent);
-    for (const Warning& warning : outcomeOf(owner, pass).warnings) {
-        out.line("warning: " + warning.sentence, yellow);
-        out.line(std::string(lineIndent, ' ') + withoutLineEnd(warning.line));
-    }
-}
-
-void writeOwner(Writer& out, const OwnerPreview& owner)
-{
-    const std::string title = nameOf(owner) + (owner.account ? " (uid " + std::to_string(owner.uid) + ")" : "");
-    out.line(title, bold);
-    out.line(std::string(std::min(title.size(), terminalColumns), '='), bold);
-    writeTasks(out, owner);
-    writeOutcome(out, owner, Pass::clean);
-    writeOutcome(out, owner, Pass::rebuild);
-    out.line();
-}
-
-void writeSums(Writer& out, const std::vector<OwnerPreview>& owners)
-{
-    std::size_t tasks = 0;
-    std::size_t lines = 0;
-    std::size_t warnings = 0;
-    for (const OwnerPreview& owner : owners) {
-        tasks += owner.tasks.size();
-        for (const TaskPreview& task : owner.tasks)
-            lines += task.line.empty() ? 0 : 1;
-        warnings += owner.clean.warnings.size() + owner.rebuild.warnings.size();
-    }
-    out.line(count(owners.size(), "owner") + ", " + count(tasks, "task") + ", " + count(lines, "task line") + ", "
-            + count(warnings, "warning") + ". Nothing has been changed.",
+    out.prose(visible(nameOf(of.owner)) + (of.owner.account ? " (uid " + std::to_string(of.owner.uid) + ")" : "") + ": "
+            + visible(summary(of, allKinds)),
         bold);
-    out.line("Whether crontab accepts it shows only in a run.");
+    for (const Event& event : of.run.events)
+        writeEvent(out, event);
+    if (command != Command::clean)
+        writeTasks(out, of.owner);
+    out.line();
+}
+
+std::tuple<std::size_t, std::size_t, std::size_t, bool> harmOf(const Run& run)
+{
+    return {harmed(run.lines, Kind::job), harmed(run.lines, Kind::setting) + harmed(run.lines, Kind::other),
+        run.startedTwice + run.warnings.size(), run.failed};
+}
+
+void writeHarmless(Writer& out, const std::vector<const OwnersRun*>& others, bool thereAreMore)
+{
+    std::size_t changed = 0;
+    std::size_t commentsOnly = 0;
+    std::size_t comments = 0;
+    for (const OwnersRun* const of : others) {
+        const std::size_t lost = harmed(of->run.lines, Kind::comment);
+        commentsOnly += lost > 0 ? 1 : 0;
+        comments += lost;
+        changed += changes(*of) ? 1 : 0;
+    }
+    if (commentsOnly > 0)
+        out.prose(count(commentsOnly, "owner") + (commentsOnly == 1 ? " loses" : " lose")
+            + " nothing but comments: " + count(comments, "line"));
+    const std::size_t rest = others.size() - commentsOnly;
+    const std::string who = std::string(thereAreMore || commentsOnly > 0 ? "other" : "owner");
+    if (rest == 1)
+        out.prose(
+            "1 " + who + " loses nothing; the crontab " + (changed > commentsOnly ? "changes" : "stays as it is"));
+    else if (rest > 1)
+        out.prose(count(rest, who) + " lose nothing; " + grouped(changed - commentsOnly) + " of their crontabs "
+            + (changed - commentsOnly == 1 ? "changes" : "change"));
+}
+
+void writeSummaries(Writer& out, const std::vector<OwnersRun>& all)
+{
+    std::vector<const OwnersRun*> harmful;
+    std::vector<const OwnersRun*> others;
+    for (const OwnersRun& of : all)
+        (harmsMoreThanComments(of.run) ? harmful : others).push_back(&of);
+    std::stable_sort(harmful.begin(), harmful.end(),
+        [](const OwnersRun* one, const OwnersRun* other) { return harmOf(one->run) > harmOf(other->run); });
+    std::size_t columns = 0;
+    for (const OwnersRun* const of : harmful)
+        columns = std::max(columns, std::min(columnsOf(visible(nameOf(of->owner))), widestName));
+    for (const OwnersRun* const of : harmful)
+        out.prose(padded(visible(nameOf(of->owner)), columns) + "  "
+                + visible(summary(*of, {Kind::job, Kind::setting, Kind::other})),
+            yellow, columns + 2);
+    writeHarmless(out, others, !harmful.empty());
+}
+
+void writeSums(Writer& out, const std::vector<OwnersRun>& all, Command command)
+{
+    Lines lines;
+    std::size_t changed = 0;
+    std::size_t before = 0;
+    std::size_t after = 0;
+    std::size_t startedTwice = 0;
+    for (const OwnersRun& of : all) {
+        changed += changes(of) ? 1 : 0;
+        before += of.run.taskLinesBefore;
+        after += of.run.taskLinesAfter;
+        startedTwice += of.run.startedTwice;
+        for (const auto& [kind, fates] : of.run.lines)
+            for (const auto& [fate, number] : fates)
+                lines[kind][fate] += number;
+    }
+    const std::string fates = fatesOf(lines, allKinds, "lost: ");
+    out.prose(std::string(command == Command::update ? "An " : "A ") + nameOf(command) + " would change "
+            + grouped(changed) + " of " + count(all.size(), "crontab") + "; "
+            + (fates.empty() ? "no line is lost" : fates) + "; " + (startedTwice > 0 ? twice(startedTwice) + "; " : "")
+            + taskLines(before, after) + ".",
+        bold, 0);
 }
 
 } // namespace
 
-std::string diffOf(const OwnerPreview& owner, Pass pass)
+std::string nameOf(Command command)
 {
-    return difference(owner, pass, "\t"); // patch(1) takes what is behind it for a time
+    return command == Command::clean ? "clean" : command == Command::rebuild ? "rebuild" : "update";
 }
 
-std::string report(const std::vector<OwnerPreview>& owners, bool colour)
+bool changes(const OwnersRun& of)
 {
-    Writer out(colour);
-    if (owners.empty())
-        out.line("Nobody owns a task: neither a clean nor a rebuild would change a crontab.");
-    for (const OwnerPreview& owner : owners)
-        writeOwner(out, owner);
-    if (!owners.empty())
-        writeSums(out, owners);
+    const Listing& crontab = of.owner.crontab;
+    return of.run.installs && (!crontab.exists || of.run.after != crontab.text || crontab.stored != crontab.text);
+}
+
+bool losesLines(const Run& run)
+{
+    return harmed(run.lines, Kind::job) + harmed(run.lines, Kind::setting) + harmed(run.lines, Kind::other)
+        + harmed(run.lines, Kind::comment)
+        > 0;
+}
+
+std::string diffOf(const OwnersRun& of, Command command)
+{
+    const std::string name = nameOf(of.owner) + "\t"; // patch(1) takes what is behind it for a time
+    return unifiedDiff(of.owner.crontab.text, name + "now", of.run.after,
+        name + "after " + (command == Command::update ? "an " : "a ") + nameOf(command));
+}
+
+std::string report(const std::vector<OwnersRun>& all, Command command, const Style& style, bool crontabWasAsked)
+{
+    Writer out(style);
+    if (all.empty())
+        out.prose("Nobody owns a task: no run would change a crontab.");
+    for (const OwnersRun& of : all)
+        if (style.details)
+            writeDetails(out, of, command);
+    if (!style.details)
+        writeSummaries(out, all);
+    if (!all.empty())
+        writeSums(out, all, command);
+    if (!all.empty() && !crontabWasAsked)
+        out.prose("Whether crontab accepts it shows only in a run: this one cannot be asked.");
     return out.take();
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <iterator>
 
 namespace {
@@ -84,14 +85,19 @@ std::size_t fittingEnd(const std::string& shown, std::size_t begin, std::size_t 
 std::string visible(const std::string& text)
 {
     std::string shown;
+    bool backslash = false; // the character before is one
     for (std::size_t i = 0; i < text.size();) {
         const Character character = characterAt(text, i);
         const std::size_t end = i + std::max<std::size_t>(character.bytes, 1);
-        if (character.bytes > 0 && !isIn(unseen, character.code))
+        const bool isShown = character.bytes > 0 && !isIn(unseen, character.code);
+        if (backslash && (!isShown || std::strchr("\\ntx", text[i]) != nullptr))
+            shown += '\\';
+        if (isShown)
             shown += text.substr(i, end - i);
         else
             for (std::size_t byte = i; byte < end; ++byte)
                 shown += writtenOut(text[byte]);
+        backslash = text[i] == '\\';
         i = end;
     }
     return shown;

@@ -11,7 +11,7 @@ constexpr std::size_t terminalColumns = 80;
 
 /// `text` with all that is no visible character of UTF-8 written out byte by byte, "\x1b": control characters,
 /// invisible ones, those that turn the direction of writing, and bytes that are not UTF-8. Tab and line feed are "\t"
-/// and "\n".
+/// and "\n". A backslash before what would then look like one of these is doubled.
 std::string visible(const std::string& text);
 
 /// The columns that `shown` takes, which is what visible() gives: most characters one, those of East Asia and pictures

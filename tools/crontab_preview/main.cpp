@@ -3,96 +3,199 @@
 #include "Constants.h"
 #include "OrvException.h"
 #include "Report.h"
+#include "TerminalText.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <getopt.h>
+#include <pwd.h>
 #include <stdexcept>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
 
-constexpr auto help = R"(crontab_preview: what OrvCronCleaner would make of the crontabs now
+constexpr auto help = R"(crontab_preview: what OrvCronCleaner would do to the crontabs now
 
-  crontab_preview [USER]...                        a report
-  crontab_preview --diff clean|rebuild [USER]...   one difference, for patch(1)
+  crontab_preview clean|rebuild|update [OPTION]... [USER]...
 
-For each user who owns tasks, or for those named: which task gets which crontab
-line in a rebuild, and why others get none; how a clean and how a rebuild would
-change the crontab now; and a warning for each line of the user's own that would
-be lost or joined to another. In the report, what is wider than 80 columns goes
-on in the next line, behind a ~. Colour is for terminals only, and NO_COLOR
-turns it off.
+  clean         what a start without an argument does
+  rebuild       what a start with an argument does
+  update        a clean, and then a rebuild
 
-Whether crontab accepts it shows only in a run: if it finds a fault in a line,
-as in '61 * * * *', or too many of them, the whole crontab stays as it was.
+  --all         the details of all owners, as they are given for those named
+  --diff        the difference alone, for patch(1)
+  --exit-code   end with 0 if nothing changes, with 3 if no line is lost that is
+                not the product's, and else with 4
+  --save DIR    keep a copy of each crontab as it is now, DIR/USER
+  --help        this text
 
-Nothing is installed and no file is made. Run this as root: nobody else can read
-the crontabs of others. It ends with 0, with 1 on failure, with 2 if called
-wrongly.
+A USER is a name or a user id; without any, all who own tasks are meant. Nothing
+is installed. Run this as root: nobody else can read the crontabs of others. It
+ends with 0, with 1 on failure, with 2 if called wrongly.
 )";
 
+struct UsageError : std::invalid_argument {
+    using std::invalid_argument::invalid_argument;
+};
+
 struct Arguments {
-    bool wrong = false;
+    Command command = Command::clean;
     bool help = false;
-    std::string diff; // the pass
+    bool all = false;
+    bool diff = false;
+    bool exitCode = false;
+    std::string directory; // to save to
     std::vector<std::string> users;
 };
 
+Command toCommand(const std::string& word)
+{
+    for (const Command command : {Command::clean, Command::rebuild, Command::update})
+        if (word == nameOf(command))
+            return command;
+    throw UsageError("there is no command " + word);
+}
+
 Arguments parse(int argc, char** argv)
 {
-    const option known[]
-        = {{"diff", required_argument, nullptr, 'd'}, {"help", no_argument, nullptr, 'h'}, {nullptr, 0, nullptr, 0}};
+    const option known[] = {{"all", 0, nullptr, 'a'}, {"diff", 0, nullptr, 'd'}, {"exit-code", 0, nullptr, 'e'},
+        {"save", 1, nullptr, 's'}, {"help", 0, nullptr, 'h'}, {nullptr, 0, nullptr, 0}};
     Arguments arguments;
     for (int letter; (letter = getopt_long(argc, argv, "", known, nullptr)) != -1;) {
-        if (letter == 'd')
-            arguments.diff = optarg;
+        if (letter == '?')
+            throw UsageError(""); // getopt_long has said why
+        if (letter == 's')
+            arguments.directory = *optarg == '\0' ? throw UsageError("--save takes a directory") : optarg;
+        arguments.all = arguments.all || letter == 'a';
+        arguments.diff = arguments.diff || letter == 'd';
+        arguments.exitCode = arguments.exitCode || letter == 'e';
         arguments.help = arguments.help || letter == 'h';
-        arguments.wrong = arguments.wrong || letter == '?'; // getopt_long has said why
     }
-    arguments.users.assign(argv + optind, argv + argc);
+    if (arguments.help)
+        return arguments;
+    if (optind == argc)
+        throw UsageError("a command is missing");
+    arguments.command = toCommand(argv[optind]);
+    arguments.users.assign(argv + optind + 1, argv + argc);
     return arguments;
 }
 
-bool colourIsWanted()
+Style styleOf(const Arguments& arguments)
 {
     const char* const noColour = std::getenv("NO_COLOR");
     const char* const terminal = std::getenv("TERM");
-    return isatty(STDOUT_FILENO) && (noColour == nullptr || *noColour == '\0')
+    const bool isTerminal = isatty(STDOUT_FILENO) != 0;
+    const bool coloured = isTerminal && (noColour == nullptr || *noColour == '\0')
         && (terminal == nullptr || std::strcmp(terminal, "dumb") != 0);
+    return {arguments.all || !arguments.users.empty(), isTerminal, coloured};
 }
 
-bool isNamed(const OwnerPreview& owner, const std::vector<std::string>& users)
+int toUid(const std::string& user)
 {
-    const std::string name = owner.account.value_or(std::to_string(owner.uid));
-    return users.empty() || std::find(users.begin(), users.end(), name) != users.end();
+    if (const passwd* const account = getpwnam(user.c_str()))
+        return static_cast<int>(account->pw_uid);
+    int uid = 0;
+    const auto [stop, error] = std::from_chars(user.data(), user.data() + user.size(), uid);
+    return error == std::errc() && *stop == '\0' ? uid : throw std::runtime_error("no such user: " + user);
 }
 
-std::vector<OwnerPreview> namedOwners(const std::vector<std::string>& users)
+// All, or those who are named.
+std::vector<Owner> chosenOwners(const std::vector<std::string>& users)
 {
-    const std::vector<OwnerPreview> owners = previewOwners();
-    for (const std::string& user : users)
-        if (std::none_of(owners.begin(), owners.end(), [&](const auto& owner) { return isNamed(owner, {user}); }))
+    const std::vector<Owner> owners = readOwners();
+    std::vector<Owner> chosen;
+    for (const std::string& user : users) {
+        const auto isMeant = [uid = toUid(user)](const Owner& owner) { return owner.uid == uid; };
+        const auto owner = std::find_if(owners.begin(), owners.end(), isMeant);
+        if (owner == owners.end())
             throw std::runtime_error(user + " owns no task");
-    std::vector<OwnerPreview> named;
-    std::copy_if(owners.begin(), owners.end(), std::back_inserter(named),
-        [&](const auto& owner) { return isNamed(owner, users); });
-    return named;
+        if (std::none_of(chosen.begin(), chosen.end(), isMeant))
+            chosen.push_back(*owner);
+    }
+    return users.empty() ? owners : chosen;
 }
 
-std::string preview(const Arguments& arguments)
+std::runtime_error cannotSave(const std::string& path)
+{
+    return std::runtime_error("cannot save " + path + ": " + std::strerror(errno));
+}
+
+void saveFile(const std::string& path, const std::string& text)
+{
+    const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (file < 0)
+        throw cannotSave(path);
+    FILE* const stream = fdopen(file, "w");
+    const bool written = stream != nullptr && std::fwrite(text.data(), 1, text.size(), stream) == text.size()
+        && std::fflush(stream) == 0 && fsync(file) == 0;
+    const int why = errno;
+    if ((stream != nullptr ? std::fclose(stream) : close(file)) != 0 || !written) {
+        unlink(path.c_str());
+        errno = written ? errno : why;
+        throw cannotSave(path);
+    }
+}
+
+// Those who have no crontab get no file. Gives what is to be said of it.
+std::string saveAll(const std::vector<Owner>& owners, const std::string& directory)
+{
+    struct stat state { };
+    if (mkdir(directory.c_str(), 0700) != 0 && errno != EEXIST)
+        throw cannotSave(directory);
+    const auto pathOf = [&](const Owner& owner) { return directory + "/" + *owner.account; };
+    for (const Owner& owner : owners) // none is written if there is one that cannot be
+        if (owner.crontab.exists && lstat(pathOf(owner).c_str(), &state) == 0)
+            throw std::runtime_error("cannot save " + pathOf(owner) + ": " + std::strerror(EEXIST));
+    std::size_t saved = 0;
+    for (const Owner& owner : owners)
+        if (owner.crontab.exists) {
+            saveFile(pathOf(owner), owner.crontab.stored);
+            ++saved;
+        }
+    return "Saved as they are now, in " + visible(directory) + ": " + std::to_string(saved)
+        + (saved == 1 ? " crontab.\n" : " crontabs.\n");
+}
+
+bool show(const std::string& text)
+{
+    return std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
+}
+
+void showOrThrow(const std::string& text)
+{
+    if (!show(text))
+        throw std::runtime_error("the output could not be written");
+}
+
+int exitStatus(const std::vector<OwnersRun>& runs)
+{
+    if (std::any_of(runs.begin(), runs.end(), [](const OwnersRun& of) { return losesLines(of.run); }))
+        return 4;
+    return std::any_of(runs.begin(), runs.end(), changes) ? 3 : 0;
+}
+
+int run(const Arguments& arguments)
 {
     if (geteuid() != 0)
         throw std::runtime_error("only root can read the crontabs of others");
-    const std::vector<OwnerPreview> owners = namedOwners(arguments.users);
-    if (arguments.diff.empty())
-        return report(owners, colourIsWanted());
-    std::string diffs;
-    for (const OwnerPreview& owner : owners)
-        diffs += diffOf(owner, arguments.diff == "clean" ? Pass::clean : Pass::rebuild);
-    return diffs;
+    const CrontabCheck check;
+    std::vector<OwnersRun> runs;
+    const std::vector<Owner> owners = chosenOwners(arguments.users);
+    const std::string saved = arguments.directory.empty() ? "" : saveAll(owners, arguments.directory);
+    for (const Owner& owner : owners)
+        runs.push_back({owner, preview(owner, arguments.command, check)});
+    if (arguments.diff)
+        for (const OwnersRun& of : runs)
+            showOrThrow(diffOf(of, arguments.command));
+    else
+        showOrThrow(report(runs, arguments.command, styleOf(arguments), check.possible()) + saved);
+    return arguments.exitCode ? exitStatus(runs) : 0;
 }
 
 int fail(const std::string& why, int status)
@@ -101,25 +204,18 @@ int fail(const std::string& why, int status)
     return status;
 }
 
-int show(const std::string& text)
-{
-    const bool written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
-    return written ? 0 : fail("the output could not be written", 1);
-}
-
 } // namespace
 
 int main(int argc, char** argv)
 {
-    const Arguments arguments = parse(argc, argv);
-    if (arguments.wrong)
-        return 2;
-    if (arguments.help)
-        return show(help);
-    if (!arguments.diff.empty() && arguments.diff != "clean" && arguments.diff != "rebuild")
-        return fail("--diff takes clean or rebuild, not " + arguments.diff, 2);
     try {
-        return show(preview(arguments));
+        const Arguments arguments = parse(argc, argv);
+        if (!arguments.help)
+            return run(arguments);
+        showOrThrow(help);
+        return 0;
+    } catch (const UsageError& error) {
+        return fail(std::string(error.what()) + (*error.what() == '\0' ? "" : "; ") + "see crontab_preview --help", 2);
     } catch (SqliteException& error) {
         return fail(databaseName + ": " + error.getMessage() + " (" + std::to_string(error.getErrorCode()) + ")", 1);
     } catch (const std::exception& error) {

@@ -1,0 +1,441 @@
+#include "Run.h"
+
+#include "CrontabText.h"
+
+#include <algorithm>
+#include <set>
+#include <sstream>
+
+namespace {
+
+constexpr std::size_t shownLines = 5;
+
+bool endsWith(const std::string& text, const std::string& end)
+{
+    return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+std::string withoutBlanks(const std::string& line)
+{
+    const std::size_t begin = line.find_first_not_of(" \t");
+    return begin == std::string::npos ? "" : line.substr(begin);
+}
+
+std::string afterClean(const std::string& crontab)
+{
+    std::istringstream in(crontab);
+    std::ostringstream out;
+    orv::dropTaskLines(in, out);
+    return out.str();
+}
+
+// What the clean makes of one line, found by cleaning a crontab of that line and one more.
+struct CleanedLine {
+    std::string kept; // what is left of it, with a line feed if it gets one
+    bool goesOn; // whether what follows it is looked at
+};
+
+CleanedLine cleaned(const std::string& line)
+{
+    static const std::string next = "\1 the next line \1\n";
+    const std::string both = afterClean(line + "\n" + next);
+    const bool goesOn = endsWith(both, next);
+    return {goesOn ? both.substr(0, both.size() - next.size()) : both, goesOn};
+}
+
+bool isOwn(Kind kind)
+{
+    return kind != Kind::blank && kind != Kind::taskLine;
+}
+
+const char* nameOf(Kind kind)
+{
+    switch (kind) {
+    case Kind::blank:
+        return "a blank line";
+    case Kind::comment:
+        return "a comment";
+    case Kind::setting:
+        return "a setting";
+    case Kind::job:
+        return "a job";
+    case Kind::taskLine:
+        return "a task line";
+    default:
+        return "which is nothing that cron knows";
+    }
+}
+
+std::string numbered(std::size_t line)
+{
+    return "line " + std::to_string(line);
+}
+
+// What becomes of a line of this kind when others are put before or behind it.
+Fate fateWhenJoined(Kind kind, const std::string& line, const std::string& joined)
+{
+    if (kind == Kind::blank || withoutBlanks(joined) == withoutBlanks(line))
+        return Fate::kept;
+    if (kindOf(joined) != Kind::comment)
+        return Fate::changed;
+    return kind == Kind::comment ? Fate::kept : Fate::commented;
+}
+
+std::string whatBecomesOf(Kind kind, Fate fate, const std::string& joined)
+{
+    if (fate == Fate::kept)
+        return kind == Kind::blank ? "" : ", which stays one";
+    if (fate == Fate::commented)
+        return ", which becomes a comment";
+    if (kindOf(joined) == Kind::setting)
+        return ", which becomes part of the setting " + settingIn(joined);
+    return ", which becomes something else";
+}
+
+// Goes through the lines of a crontab as a clean does, and notes what becomes of those that are not the product's.
+class CleanedCrontab {
+public:
+    explicit CleanedCrontab(const std::string& crontab)
+    {
+        for (const std::string& line : linesOf(crontab)) {
+            ++m_number;
+            look(withoutLineEnd(line));
+        }
+        if (!m_pieces.empty())
+            finishJoined(false);
+    }
+
+    std::vector<Event> events;
+    std::map<Kind, std::map<Fate, std::size_t>> lines;
+
+private:
+    struct Piece {
+        std::size_t number;
+        Kind kind;
+        std::string text;
+        bool counted;
+    };
+
+    // Why a line is lost, of one and of several.
+    struct Reason {
+        std::string one;
+        std::string many;
+    };
+
+    void look(const std::string& line)
+    {
+        const Kind kind = kindOf(line);
+        m_ownBefore = m_lastOwn;
+        m_lastOwn = isOwn(kind) ? m_number : m_lastOwn;
+        if (!m_whyEnded.one.empty())
+            return lose(line, kind, m_whyEnded);
+        const CleanedLine result = cleaned(line);
+        if (!result.kept.empty())
+            keep(line, kind, result.kept);
+        else if (!line.empty() && line[0] == '\0')
+            lose(line, kind, {"it begins with a zero byte", "they begin with a zero byte"});
+        else if (!line.empty())
+            lose(line, kind, {"it mentions the task manager", "they mention the task manager"});
+        if (!result.goesOn) {
+            const std::string below
+                = " below " + numbered(m_number) + (line.empty() ? ", which is empty" : ", where the clean stops");
+            m_whyEnded = {"it is" + below, "they are" + below};
+        }
+    }
+
+    void lose(const std::string& line, Kind kind, const Reason& why)
+    {
+        if (!isOwn(kind))
+            return;
+        ++lines[kind][Fate::lost];
+        add({m_number, m_number, Fate::lost, {{kind, 1}}, "is lost: " + why.one, "are lost: " + why.many, {line}});
+    }
+
+    void keep(const std::string& line, Kind kind, const std::string& kept)
+    {
+        const std::string text = withoutLineEnd(kept);
+        const bool isCut = text != line && isOwn(kind);
+        m_pieces.push_back({m_number, kind, text, isCut});
+        if (isCut) {
+            ++lines[kind][Fate::cut];
+            add({m_number, m_number, Fate::cut, {{kind, 1}},
+                "loses what follows its first " + std::to_string(text.size()) + " characters", "",
+                {line.substr(text.size())}});
+        }
+        if (text != kept)
+            finishJoined(true);
+    }
+
+    // Each of the pieces but the last got no line feed; that got one if there is a `lineEnd`.
+    void finishJoined(bool lineEnd)
+    {
+        std::string joined;
+        for (const Piece& piece : m_pieces)
+            joined += piece.text;
+        for (const Piece& piece : m_pieces)
+            if (isOwn(piece.kind) && !piece.counted)
+                ++lines[piece.kind][fateWhenJoined(piece.kind, piece.text, joined)];
+        const Piece last = m_pieces.back();
+        if (!lineEnd)
+            add({m_pieces.front().number, last.number, Fate::kept, {}, "is last and loses its line end",
+                "are last and become one without a line end", {joined}});
+        else if (m_pieces.size() > 1)
+            addJoined(last, joined);
+        m_pieces.clear();
+    }
+
+    void addJoined(const Piece& last, const std::string& joined)
+    {
+        const Fate fate = fateWhenJoined(last.kind, last.text, joined);
+        const std::string what = "joined to the front of " + numbered(last.number) + ", " + nameOf(last.kind)
+            + whatBecomesOf(last.kind, fate, joined);
+        add({m_pieces.front().number, m_pieces[m_pieces.size() - 2].number, fate, {}, "is " + what, "are " + what,
+            {joined}});
+    }
+
+    // Lines of one fate are one range, whatever is between them that is not the owner's.
+    void add(Event event)
+    {
+        Event* const before = events.empty() ? nullptr : &events.back();
+        if (before == nullptr || event.kinds.empty() || event.fate != Fate::lost || before->one != event.one
+            || before->last != m_ownBefore)
+            events.push_back(std::move(event));
+        else
+            extend(*before, event);
+    }
+
+    static void extend(Event& range, const Event& event)
+    {
+        range.last = event.last;
+        for (const auto& [kind, number] : event.kinds)
+            range.kinds[kind] += number;
+        if (range.shown.size() < shownLines)
+            range.shown.push_back(event.shown.front());
+        else
+            ++range.notShown;
+    }
+
+    std::size_t m_number = 0;
+    std::size_t m_lastOwn = 0; ///< the last line so far that is not the product's
+    std::size_t m_ownBefore = 0; ///< the same, without the line that is looked at
+    Reason m_whyEnded; ///< what is said of the lines that are not read any more; "" while they are
+    std::vector<Piece> m_pieces; ///< of the line that is being written
+};
+
+// Goes through the parts of a run for one crontab.
+class RunPreview {
+public:
+    RunPreview(const Owner& owner, const CrontabCheck& check)
+        : m_owner(owner)
+        , m_check(check)
+    {
+        m_run.after = owner.crontab.text;
+        m_run.taskLinesBefore = countTaskLines(owner.crontab.text);
+        countAllAsKept();
+    }
+
+    void clean()
+    {
+        if (!canInstall())
+            return;
+        const std::string result = afterClean(m_run.after);
+        if (!install(result, "clean"))
+            return;
+        CleanedCrontab cleaned(m_owner.crontab.text);
+        m_run.events = std::move(cleaned.events);
+        m_run.lines = std::move(cleaned.lines);
+    }
+
+    void rebuild()
+    {
+        if (!canInstall())
+            return;
+        if (!m_owner.whyNoRebuild.empty())
+            return leaveAlone("rebuild", m_owner.whyNoRebuild, m_owner.rebuildFails);
+        const std::string base = m_run.after;
+        std::string result = base;
+        m_firstTaskLine = linesOf(base).size() + (base.empty() || base.back() == '\n' ? 1 : 0);
+        for (const TaskPreview& task : m_owner.tasks)
+            result += task.line;
+        if (!install(result, "rebuild") || result == base)
+            return;
+        lookAtJoin(base);
+        lookAtDoubled(base);
+    }
+
+    Run take()
+    {
+        m_run.taskLinesAfter = countTaskLines(m_run.after);
+        if (m_run.installs)
+            lookAtStored();
+        std::stable_sort(m_run.events.begin(), m_run.events.end(),
+            [](const Event& one, const Event& other) { return one.first < other.first; });
+        return std::move(m_run);
+    }
+
+private:
+    void countAllAsKept()
+    {
+        for (const std::string& line : linesOf(m_owner.crontab.text))
+            if (const Kind kind = kindOf(withoutLineEnd(line)); isOwn(kind))
+                ++m_run.lines[kind][Fate::kept];
+    }
+
+    bool canInstall()
+    {
+        const Listing& crontab = m_owner.crontab;
+        std::string why;
+        if (!m_owner.account)
+            leaveAlone("", "there is no account with this id", false);
+        else if (crontab.forbidden)
+            leaveAlone("", "cron.allow and cron.deny keep " + *m_owner.account + " from cron", true);
+        else if (const std::string problem = scratchProblem(); !problem.empty())
+            leaveAlone("", problem, true);
+        else
+            return true;
+        return false;
+    }
+
+    void leaveAlone(const std::string& pass, const std::string& why, bool fault)
+    {
+        m_run.failed = m_run.failed || fault;
+        const std::string reason = (m_run.installs && !pass.empty() ? "the " + pass + " leaves it alone: " : "") + why;
+        if (m_run.whyAlone != reason)
+            m_run.whyAlone += (m_run.whyAlone.empty() ? "" : "; ") + reason;
+    }
+
+    bool install(const std::string& result, const std::string& pass)
+    {
+        if (!m_owner.crontab.failure.empty() && m_run.warnings.empty())
+            m_run.warnings.push_back("crontab -l fails, so a run takes the crontab for "
+                + std::string(m_owner.crontab.text.empty() ? "empty" : "what it has printed") + ": "
+                + m_owner.crontab.failure);
+        if (const auto refusal = m_check.refusal(*m_owner.account, result)) {
+            leaveAlone("", "crontab refuses what the " + pass + " makes of it: " + whereIn(*refusal, pass), true);
+            return false;
+        }
+        m_run.after = result;
+        m_run.installs = true;
+        return true;
+    }
+
+    std::string whereIn(const Refusal& refusal, const std::string& pass) const
+    {
+        std::size_t line = m_firstTaskLine;
+        std::string task;
+        if (pass == "rebuild")
+            for (const TaskPreview& each : m_owner.tasks)
+                if (!each.line.empty() && line++ == refusal.line)
+                    task = " (task " + std::to_string(each.id) + ")";
+        return numbered(refusal.line) + task + ": " + refusal.reason;
+    }
+
+    void lookAtJoin(const std::string& base)
+    {
+        if (base.empty() || base.back() == '\n')
+            return;
+        const std::vector<std::string> lines = linesOf(base);
+        const auto first = std::find_if(
+            m_owner.tasks.begin(), m_owner.tasks.end(), [](const TaskPreview& task) { return !task.line.empty(); });
+        const std::string joined = lines.back() + withoutLineEnd(first->line);
+        const Kind kind = kindOf(lines.back());
+        const bool spoilt = kind != Kind::blank;
+        if (isOwn(kind) && kind != Kind::comment && m_run.lines[kind][Fate::kept] > 0) {
+            --m_run.lines[kind][Fate::kept];
+            ++m_run.lines[kind][Fate::changed];
+        }
+        m_run.events.push_back({lines.size(), lines.size(), spoilt ? Fate::changed : Fate::kept, {},
+            std::string(nameOf(kind)) + ", has no line end: the line of task " + std::to_string(first->id) + " joins it"
+                + (spoilt ? ", and that task does not run" : ""),
+            "", {joined}});
+        if (spoilt)
+            m_run.warnings.push_back("task " + std::to_string(first->id) + " does not run");
+    }
+
+    void lookAtDoubled(const std::string& base)
+    {
+        std::set<int> appended;
+        for (const TaskPreview& task : m_owner.tasks)
+            if (!task.line.empty())
+                appended.insert(task.id);
+        std::set<int> doubled;
+        std::size_t number = 0;
+        for (const std::string& line : linesOf(base)) {
+            ++number;
+            const std::optional<int> id = startedTask(withoutLineEnd(line));
+            if (!id || appended.count(*id) == 0)
+                continue;
+            addDoubled(number, withoutLineEnd(line));
+            doubled.insert(*id);
+        }
+        m_run.startedTwice = doubled.size();
+    }
+
+    void addDoubled(std::size_t number, const std::string& line)
+    {
+        static const std::string one = "starts a task already, and stays beside the task's new line";
+        Event* const before = m_run.events.empty() ? nullptr : &m_run.events.back();
+        if (before == nullptr || before->one != one || before->last + 1 != number) {
+            m_run.events.push_back({number, number, Fate::kept, {}, one,
+                "start tasks already, and stay beside the tasks' new lines", {line}});
+            return;
+        }
+        before->last = number;
+        if (before->shown.size() < shownLines)
+            before->shown.push_back(line);
+        else
+            ++before->notShown;
+    }
+
+    bool isLost(std::size_t number) const
+    {
+        return std::any_of(m_run.events.begin(), m_run.events.end(), [number](const Event& event) {
+            return event.fate == Fate::lost && event.first <= number && number <= event.last;
+        });
+    }
+
+    // Where `crontab -l` prints a control character as two others, these are what is installed.
+    void lookAtStored()
+    {
+        const std::vector<std::string> stored = linesOf(m_owner.crontab.stored);
+        const std::vector<std::string> listed = linesOf(m_owner.crontab.text);
+        static const std::string one
+            = "has control characters that crontab -l prints as others, which take their place";
+        for (std::size_t i = 0; i < listed.size(); ++i) {
+            if (stored[i] == listed[i] || isLost(i + 1))
+                continue;
+            const Kind kind = kindOf(withoutLineEnd(listed[i]));
+            auto& fates = m_run.lines[kind];
+            if (isOwn(kind) && fates[Fate::kept] > 0) {
+                --fates[Fate::kept];
+                ++fates[Fate::changed];
+            }
+            Event event{i + 1, i + 1, Fate::changed, {{kind, 1}}, one,
+                "have control characters that crontab -l prints as others, which take their place",
+                {withoutLineEnd(stored[i]), withoutLineEnd(listed[i])}};
+            if (!m_run.events.empty() && m_run.events.back().one == one && m_run.events.back().last == i) {
+                m_run.events.back().last = i + 1;
+                ++m_run.events.back().kinds[kind];
+            } else {
+                m_run.events.push_back(event);
+            }
+        }
+    }
+
+    const Owner& m_owner;
+    const CrontabCheck& m_check;
+    std::size_t m_firstTaskLine = 0; ///< its number in what a rebuild makes
+    Run m_run;
+};
+
+} // namespace
+
+Run preview(const Owner& owner, Command command, const CrontabCheck& check)
+{
+    RunPreview run(owner, check);
+    if (command != Command::rebuild)
+        run.clean();
+    if (command != Command::clean)
+        run.rebuild();
+    return run.take();
+}
