@@ -54,13 +54,13 @@ int taskIdIn(std::string_view line, std::size_t namePosition)
     if (begin >= line.size())
         return toInt("");
     const std::string_view rest = line.substr(begin);
-    return toInt(rest.substr(0, std::min(rest.find(' '), maxIdCharacters)));
+    return toInt(std::string(rest.substr(0, std::min(rest.find(' '), maxIdCharacters))));
 }
 
 int refreshIdIn(std::string_view segment)
 {
     const std::string_view id = segment.substr(std::min(segment.find(managerPath) + idOffset, segment.size()));
-    return toInt(id.substr(0, std::min(id.find(' '), maxRefreshIdCharacters)));
+    return toInt(std::string(id.substr(0, std::min(id.find(' '), maxRefreshIdCharacters))));
 }
 
 // Takes apart one line that mentions the task manager's path, piece by piece from its start.

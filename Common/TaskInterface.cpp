@@ -195,7 +195,7 @@ time_t convertStringToTm(std::string text)
     std::size_t start = 0;
     for (int* field : fields) {
         const std::size_t comma = text.find(',', start);
-        *field = orv::toInt(std::string_view(text).substr(start, comma - start));
+        *field = orv::toInt(text.substr(start, comma - start));
         start = comma == std::string::npos ? 0 : comma + 1; // a short text is read again from its beginning, on purpose
     }
     return orv::fromLocalTime(local);

@@ -72,8 +72,7 @@ bool runsTask(const std::string& line, int id)
         ++from;
     for (int i = 0; i < 15 && *from != '\0' && *from != ' '; ++i)
         text[i] = *from++;
-    const long long number = strtoll(text, nullptr, 10); // 15 digits fit
-    return std::clamp<long long>(number, INT_MIN, INT_MAX) == id;
+    return static_cast<int>(strtoll(text, nullptr, 10)) == id;
 }
 
 std::string expectedDropOfTask(const std::string& text, int id)

@@ -4,7 +4,6 @@
 #include "Expect.h"
 #include "TaskInterface.h"
 
-#include <climits>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -23,8 +22,7 @@ namespace {
 
 int asInt(const std::string& field)
 {
-    const long long number = strtoll(field.c_str(), nullptr, 10); // saturates far beyond int
-    return static_cast<int>(number > INT_MAX ? INT_MAX : number < INT_MIN ? INT_MIN : number);
+    return static_cast<int>(strtoll(field.c_str(), nullptr, 10));
 }
 
 // The fields of the text, over and over: each text without a comma behind it is followed by the beginning.

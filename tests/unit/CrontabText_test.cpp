@@ -388,11 +388,11 @@ TEST(DropLinesOfTask, ReadsTheIdAsANumber)
     EXPECT_FALSE(isLineOfTask(12, " -12"));
 }
 
-TEST(DropLinesOfTask, DoesNotTakeAnIdBeyondTheRangeForTheTaskThatItsLowBitsName)
+TEST(DropLinesOfTask, TakesAnIdBeyondTheRangeForTheTaskThatItsLow32BitsName)
 {
-    EXPECT_FALSE(isLineOfTask(12, " 4294967308"));
-    EXPECT_TRUE(isLineOfTask(INT_MAX, " 4294967308"));
-    EXPECT_TRUE(isLineOfTask(INT_MIN, " -4294967308"));
+    EXPECT_TRUE(isLineOfTask(12, " 4294967308"));
+    EXPECT_FALSE(isLineOfTask(INT_MAX, " 4294967308"));
+    EXPECT_TRUE(isLineOfTask(-12, " -4294967308"));
 }
 
 TEST(DropLinesOfTask, ReadsAtMost15CharactersOfTheId)

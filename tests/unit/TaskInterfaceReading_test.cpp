@@ -90,7 +90,7 @@ TEST_F(TaskReading, ATypeWithoutANameStaysWhatItIs)
 TEST_F(TaskReading, TheRecordFlagIsSetByTheNumberOneOnly)
 {
     const std::pair<const char*, int> flags[]
-        = {{"1", 1}, {"0", 0}, {"2", 0}, {"-1", 0}, {"257", 0}, {"4294967297", 0}, {"'x'", 0}};
+        = {{"1", 1}, {"0", 0}, {"2", 0}, {"-1", 0}, {"257", 0}, {"4294967297", 1}, {"'x'", 0}};
     for (const auto& [stored, read] : flags)
         EXPECT_EQ(read, readTask(addTask(std::string("recType=") + stored))->recType) << stored;
 }
@@ -105,14 +105,23 @@ TEST_F(TaskReading, NumbersAreReadFromTheTextOfTheirColumn)
     EXPECT_EQ(0, task->userId);
 }
 
-TEST_F(TaskReading, NumbersBeyondTheRangeOfIntBecomeTheNearestInt)
+TEST_F(TaskReading, OfNumbersBeyondTheRangeOfIntTheLow32BitsRemain)
 {
     const int id = addTask("type=4294967298, status=-4294967298, count=2147483648, userId=-2147483648");
     const orv::OwnedTask task = readTask(id);
-    EXPECT_EQ(INT_MAX, task->type);
-    EXPECT_EQ(INT_MIN, task->status);
-    EXPECT_EQ(INT_MAX, task->count);
+    EXPECT_EQ(2, task->type);
+    EXPECT_EQ(-2, task->status);
+    EXPECT_EQ(INT_MIN, task->count);
     EXPECT_EQ(INT_MIN, task->userId);
+}
+
+TEST_F(TaskReading, ATaskHasTheUserThatTheListOfUsersNames)
+{
+    const int id = addTask("userId=4294967294");
+    const TaskInterface::IdList users = store->userIds();
+    ASSERT_EQ(1, users.count);
+    EXPECT_EQ(-2, users.ids[0]);
+    EXPECT_EQ(-2, readTask(id)->userId);
 }
 
 TEST_F(TaskReading, TextsAreReadWholeWhateverTheirBytes)

@@ -147,11 +147,11 @@ TEST(TimeStamp, TakesWeekdayAndDayOfTheYearFromTheDate)
     EXPECT_EQ(0, convertStringToTm("0,0,0,1,0,70,99,-99,0,"));
 }
 
-TEST(TimeStamp, SaturatesFieldsBeyondTheRangeOfInt)
+TEST(TimeStamp, KeepsTheLow32BitsOfFieldsBeyondTheRangeOfInt)
 {
     const TimeZone utc("UTC0");
-    EXPECT_EQ(INT_MAX, convertStringToTm("4294967308,0,0,1,0,70,0,0,0,"));
-    EXPECT_EQ(INT_MIN, convertStringToTm("-4294967308,0,0,1,0,70,0,0,0,"));
+    EXPECT_EQ(12, convertStringToTm("4294967308,0,0,1,0,70,0,0,0,"));
+    EXPECT_EQ(-12, convertStringToTm("-4294967308,0,0,1,0,70,0,0,0,"));
 }
 
 TEST(TimeStamp, OfAMomentThatThereIsNotIsMinusOne)
