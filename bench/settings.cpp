@@ -74,21 +74,13 @@ void lookaside()
     require(sqlite3_config(SQLITE_CONFIG_LOOKASIDE, 512, 128));
 }
 
-void allThree()
-{
-    noMemoryStatistics();
-    oneThread();
-    staticPages();
-}
-
 const Setting settings[] = {
     {"none", [] {}, readWrite},
     {"none, once more", [] {}, readWrite},
     {"MEMSTATUS 0", noMemoryStatistics, readWrite},
     {"SINGLETHREAD", oneThread, readWrite},
     {"PAGECACHE, 16 static pages", staticPages, readWrite},
-    {"these three", allThree, readWrite},
-    {"as the tool: these, and paths searched once", SqliteDb::setUpForOneThread, readWrite},
+    {"these three, as the tool sets them", SqliteDb::setUpForOneThread, readWrite},
     {"LOOKASIDE 512 x 128", lookaside, readWrite},
     {"MMAP_SIZE 256 MiB", mapFile, readWrite},
     {"OPEN_READONLY", [] {}, SQLITE_OPEN_READONLY},

@@ -20,39 +20,6 @@ constexpr int busyWaitMilliseconds = 5000;
 constexpr int staticPages = 16;
 constexpr int staticPageSize = 4096 + 512; // a page of the default size and what SQLite keeps with it
 
-// Each time it opens a file, SQLite asks the system about every folder on the way there, in search of symbolic links. A
-// path that was found to have none is not searched again. (Were a link put in the place of the file meanwhile, opening
-// it would be refused all the same.)
-class PathsSearchedOnce {
-public:
-    static void install()
-    {
-        system = sqlite3_vfs_find(nullptr);
-        static sqlite3_vfs files = *system;
-        files.zName = "paths-searched-once";
-        files.xFullPathname = fullPath;
-        sqlite3_vfs_register(&files, 1);
-    }
-
-private:
-    static int fullPath(sqlite3_vfs*, const char* path, int capacity, char* full)
-    {
-        static char linkless[512];
-        const std::size_t size = std::strlen(path) + 1;
-        const bool fits = size <= std::min(sizeof linkless, static_cast<std::size_t>(capacity));
-        if (fits && std::strcmp(path, linkless) == 0) {
-            std::memcpy(full, path, size);
-            return SQLITE_OK;
-        }
-        const int result = system->xFullPathname(system, path, capacity, full);
-        if (fits && result == SQLITE_OK && std::strcmp(path, full) == 0)
-            std::memcpy(linkless, path, size);
-        return result;
-    }
-
-    static inline sqlite3_vfs* system = nullptr;
-};
-
 // The statement names its table itself, so that the table is there already shows in SQLite's answer alone. Asking first
 // would cost every start a statement, and leave a gap in which another program can make the table.
 bool tableExistsAlready(sqlite3* connection, int resultCode)
@@ -102,8 +69,6 @@ void SqliteDb::setUpForOneThread()
         return; // there has been a connection
     sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
     sqlite3_config(SQLITE_CONFIG_PAGECACHE, pages, staticPageSize, staticPages);
-    if (sqlite3_initialize() == SQLITE_OK)
-        PathsSearchedOnce::install();
 }
 
 SqliteDb::SqliteDb(const char* path, bool)

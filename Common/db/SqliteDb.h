@@ -42,9 +42,9 @@ public:
     static constexpr int resultMisuse = 21;
 
     /// Sets SQLite up, for the whole process, for a program that uses it on one thread only and opens many short
-    /// connections: less locking, no memory statistics, a few pages in static memory, and the way to a file is searched
-    /// for symbolic links at the first opening only. To be called before the first connection; later it has no effect.
-    /// Nothing but speed depends on it. The library never calls it: only a program knows its threads.
+    /// connections: no locking between threads, no memory statistics, a few pages in static memory. Call it before the
+    /// first connection; later it has no effect. It changes nothing but speed. The library never calls it: only a
+    /// program knows its threads.
     static void setUpForOneThread();
 
     /// Opens the file at `path`, which SQLite makes when it first needs it. `flag` has no meaning; pass false.
