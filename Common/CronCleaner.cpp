@@ -12,7 +12,7 @@ void runPass(bool rebuild)
 {
     SqliteDb::setUpForOneThread();
     TaskEditor* editor = TaskEditor::getInstance();
-    const orv::PassLock lock; // a run that cannot have it goes on without
+    const orv::PassLock lock(orv::PassLock::Commands::hold); // if it fails, the run continues without it
     if (rebuild)
         editor->putCronFromDB();
     else

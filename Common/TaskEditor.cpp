@@ -11,6 +11,8 @@
 #include <functional>
 #include <optional>
 #include <pwd.h>
+#include <sstream>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -40,7 +42,27 @@ enum class Copy {
     notOpened, // the file
     incomplete, // in the file
     whole,
+    notOurs, // an earlier run's file is in the way: it must be neither read nor installed
 };
+
+// What is left under the name of a scratch file after an attempt to remove it.
+enum class Leftover {
+    none, // nothing, or what cannot hold a crontab: a directory, a socket
+    file, // can perhaps be overwritten
+    other, // a link, a pipe, a device: what is written there would go elsewhere
+};
+
+Leftover removeLeftover(const std::string& path)
+{
+    if (std::remove(path.c_str()) == 0 || errno == ENOENT)
+        return Leftover::none;
+    struct stat state { };
+    if (lstat(path.c_str(), &state) != 0)
+        return errno == ENOENT || errno == ENOTDIR ? Leftover::none : Leftover::other;
+    if (S_ISDIR(state.st_mode) || S_ISSOCK(state.st_mode))
+        return Leftover::none;
+    return S_ISREG(state.st_mode) && state.st_nlink == 1 ? Leftover::file : Leftover::other;
+}
 
 bool copyToEnd(FILE* from, FILE* to)
 {
@@ -64,6 +86,19 @@ Copy copyOutput(const char* command, const char* path)
     pipe.reset();
     const bool closed = std::fclose(file.release()) == 0;
     return copied && closed ? Copy::whole : Copy::incomplete;
+}
+
+// Nothing if the file cannot be opened, or not be read to its end.
+std::optional<std::string> contentsOf(const std::string& path)
+{
+    const File file(std::fopen(path.c_str(), "r"));
+    if (file == nullptr)
+        return std::nullopt;
+    std::string contents;
+    char block[BUFSIZ];
+    while (const std::size_t size = std::fread(block, 1, sizeof block, file.get()))
+        contents.append(block, size);
+    return std::ferror(file.get()) ? std::nullopt : std::optional<std::string>(std::move(contents));
 }
 
 bool started(const std::string& command)
@@ -113,13 +148,16 @@ public:
         return hasAccount() ? copyOutput((m_command + "-l").c_str(), crontabCopy().c_str()) : Copy::notStarted;
     }
 
-    // The scratch files have one name for all users. Without the removal, what a read that fails, or an earlier run
-    // that was killed, has left there of another user's jobs would be installed for this one.
+    // The copy has one name for all users. What an earlier run has left there holds another user's jobs: it is removed,
+    // or else overwritten, or else not used.
     Copy readAnew() const
     {
-        std::remove(crontabCopy().c_str());
-        std::remove(filteredCopy().c_str());
-        return read();
+        const Leftover leftover = removeLeftover(crontabCopy());
+        if (leftover == Leftover::other)
+            return Copy::notOurs;
+        const Copy copy = read();
+        const bool made = copy == Copy::incomplete || copy == Copy::whole;
+        return made || leftover == Leftover::none ? copy : Copy::notOurs;
     }
 
     bool install(const std::string& file) const { return hasAccount() && started(m_command + file); }
@@ -137,8 +175,8 @@ private:
     std::string m_command; // up to what it is to do; empty without an account
 };
 
-// True if all that was written has reached the file. A file that could not be opened at all does not count: what is
-// then not there is left to the crontab command to refuse.
+// True if all that was written has reached the file. A file that could not be opened at all does not count: crontab
+// itself rejects a missing file.
 bool closeWritten(std::ofstream& out)
 {
     if (!out.is_open())
@@ -147,21 +185,43 @@ bool closeWritten(std::ofstream& out)
     return !out.fail();
 }
 
+// The text of the crontab that was copied; nothing if that is not known to be whole, or not this user's.
+std::optional<std::string> copiedText(Copy copy)
+{
+    switch (copy) {
+    case Copy::notStarted:
+    case Copy::notOpened:
+        return ""; // a copy that could not be made at all counts as an empty crontab
+    case Copy::whole:
+        return contentsOf(crontabCopy());
+    case Copy::incomplete:
+    case Copy::notOurs:
+        break;
+    }
+    return std::nullopt;
+}
+
 using TextEdit = std::function<void(std::istream& in, std::ostream& out)>;
+
+// False if the file that is to be installed is not `edit`'s result: another run's, or what a full disk left of it.
+bool writeFilteredCopy(const std::string& text, Leftover leftover, const TextEdit& edit)
+{
+    std::istringstream in(text);
+    std::ofstream out;
+    if (leftover != Leftover::other)
+        out.open(filteredCopy());
+    const bool ours = out.is_open() || leftover == Leftover::none;
+    edit(in, out);
+    return closeWritten(out) && ours;
+}
 
 // The shape of every pass that rewrites a crontab: copy it, edit the copy into a second file, install that, remove
 // both. An exception leaves both files where they are.
 void rewriteCrontab(const Crontab& crontab, const TextEdit& edit)
 {
-    const Copy read = crontab.readAnew();
-    std::ifstream in(crontabCopy());
-    std::ofstream out(filteredCopy());
-    edit(in, out);
-    // A copy that could not be made at all counts as an empty crontab, whatever stands in its place.
-    const bool cutOff = read == Copy::incomplete || (read == Copy::whole && in.bad());
-    in.close();
-    const bool written = closeWritten(out);
-    if (!cutOff && written) // what a full or broken disk has left of a crontab is not the user's
+    const Leftover leftover = removeLeftover(filteredCopy());
+    const std::optional<std::string> text = copiedText(crontab.readAnew());
+    if (text && writeFilteredCopy(*text, leftover, edit))
         crontab.install(filteredCopy());
     std::remove(crontabCopy().c_str());
     std::remove(filteredCopy().c_str());
@@ -190,8 +250,10 @@ void appendTaskLine(TaskEditor& editor, int id, std::ostream& out)
 
 void appendTaskLines(TaskEditor& editor, int uid, const Crontab& crontab)
 {
-    const Copy read = crontab.readAnew();
-    std::ofstream out(crontabCopy(), std::ios::app);
+    const Copy copy = crontab.readAnew();
+    std::ofstream out;
+    if (copy != Copy::notOurs)
+        out.open(crontabCopy(), std::ios::app);
     const int count = editor.getNumTaskRecordForUser(uid); // what this throws ends the pass
     if (count < 1)
         return; // nothing to install; the copy stays behind, and the next user's takes its place
@@ -208,7 +270,7 @@ void appendTaskLines(TaskEditor& editor, int uid, const Crontab& crontab)
             continue; // a task that is gone by now, say: its line is missing, the others are not
         }
     }
-    if (closeWritten(out) && read != Copy::incomplete)
+    if (closeWritten(out) && copy != Copy::incomplete && copy != Copy::notOurs)
         crontab.install(crontabCopy());
     std::remove(crontabCopy().c_str());
 }

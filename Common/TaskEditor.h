@@ -23,12 +23,14 @@ bool executeCommand(const char* command, const char* path);
 /// Crontabs are read and installed by /usr/bin/crontab, run by the shell; its exit status does not count, so that a
 /// crontab it refuses stays as it was without a word. Editing another user's crontab takes the super-user.
 ///
-/// The three passes go through the users who own tasks, in the store's order, and edit the crontab of each: it is
-/// copied to "crontemp.txt", changed, installed, and the scratch files are removed. What an earlier run left of
-/// them is removed first. If the crontab cannot be read at all, it counts as empty; if a scratch file could be opened
-/// but not read or written to its end (a full disk), the crontab is not installed. They return true whenever they
+/// The three passes go through the users who own tasks, in the store's order. For each they copy the crontab to
+/// "crontemp.txt", change it, install it and remove the scratch files that they use. They return true whenever they
 /// return, and throw SqliteException as the store's operations do; users not reached are then not touched, and the
 /// scratch files of the present one stay.
+///
+/// A crontab that cannot be read at all counts as empty: `crontab` cannot be started, or the copy cannot be made. But
+/// a crontab stays as it was if a scratch file was made and cannot be read or written to its end (a full disk), or if
+/// an earlier run's scratch file can be neither removed nor overwritten: that holds another user's jobs.
 class TaskEditor : public TaskInterface {
 public:
     /// This thread's editor, made at the first call; ReleaseInstance() destroys it, the caller does not.

@@ -119,20 +119,71 @@ TEST_F(OverlapRecorded, ARunThatCannotLockTheScratchDirectoryGoesOn)
     EXPECT_EQ(oneClean, crontabCalls());
 }
 
-TEST_F(OverlapRecorded, AKilledRunKeepsNobodyWaiting)
+namespace {
+
+struct SecondRun {
+    const char* name;
+    bool rebuild;
+    bool waitsAlready; // when the first one is killed
+};
+
+std::ostream& operator<<(std::ostream& out, const SecondRun& second)
 {
-    onCrontabCall(waitForGo);
-    StartedProgram killed({program});
-    waitUntil([&] { return std::filesystem::exists(waiting) || !killed.running(); });
-    kill(killed.pid(), SIGKILL);
-    EXPECT_EQ(SIGKILL, killed.wait().signal);
-    onCrontabCall(":"); // its crontab command still waits and must not hold the lock
-    clean();
-    EXPECT_EQ(backup, crontabOf("anna"));
-    EXPECT_EQ(Files{}, scratchFiles());
-    writeFile(go, "");
-    waitUntil([] { return std::filesystem::exists(gone); });
+    return out << second.name;
 }
+
+/// A run is killed while its crontab command still has to read the file that it is to install.
+class KilledWhileInstalling : public OverlapRecorded, public testing::WithParamInterface<SecondRun> {
+protected:
+    void SetUp() override
+    {
+        OverlapRecorded::SetUp();
+        addTask({4, ben});
+        setCrontab("anna", backup);
+        setCrontab("ben", report);
+        onCrontabCall("if [ $number = 2 ]; then " + waitForGo + "; fi");
+    }
+
+    static std::unique_ptr<StartedProgram> start()
+    {
+        const std::vector<std::string> clean = {program};
+        const std::vector<std::string> rebuild = {program, "rebuild"};
+        return std::make_unique<StartedProgram>(GetParam().rebuild ? rebuild : clean);
+    }
+
+    static std::unique_ptr<StartedProgram> startAndLetItWait()
+    {
+        auto run = start();
+        waitUntil([&] { return waitsForALock(run->pid()) || crontabCalls().size() > 2 || !run->running(); });
+        return run;
+    }
+};
+
+} // namespace
+
+TEST_P(KilledWhileInstalling, ItKeepsTheNextRunWaitingUntilTheCommandHasEnded)
+{
+    const auto first = start();
+    waitUntil([&] { return std::filesystem::exists(waiting) || !first->running(); });
+    auto second = GetParam().waitsAlready ? startAndLetItWait() : nullptr;
+    kill(first->pid(), SIGKILL);
+    EXPECT_EQ(SIGKILL, first->wait().signal);
+    if (!GetParam().waitsAlready)
+        second = startAndLetItWait();
+    EXPECT_EQ(2u, crontabCalls().size());
+    writeFile(go, "");
+    EXPECT_EQ(0, second->wait().status);
+    EXPECT_TRUE(std::filesystem::exists(gone));
+    const std::string annasTask = taskLine("0 3 * * *", 3);
+    EXPECT_EQ(GetParam().rebuild ? backup + annasTask + annasTask : backup, crontabOf("anna"));
+    EXPECT_EQ(GetParam().rebuild ? report + taskLine("0 3 * * *", 4) : report, crontabOf("ben"));
+    EXPECT_EQ(Files{}, scratchFiles());
+}
+
+INSTANTIATE_TEST_SUITE_P(And, KilledWhileInstalling,
+    testing::Values(SecondRun{"ACleanStarts", false, false}, SecondRun{"ARebuildStarts", true, false},
+        SecondRun{"ACleanWaits", false, true}, SecondRun{"ARebuildWaits", true, true}),
+    [](const auto& instance) { return std::string(instance.param.name); });
 
 namespace {
 

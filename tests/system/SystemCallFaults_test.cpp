@@ -95,14 +95,25 @@ protected:
         EXPECT_EQ(before(Pass::clean, {9}), crontabOf("carla")) << where;
     }
 
-    ProgramEnd run(Pass pass, const std::vector<std::string>& straceOptions)
+    static std::vector<std::string> programFor(Pass pass)
+    {
+        if (pass == Pass::rebuild)
+            return {ORV_CRON_CLEANER, "rebuild"};
+        return {ORV_CRON_CLEANER};
+    }
+
+    std::vector<std::string> straceFor(Pass pass, const std::vector<std::string>& options) const
     {
         std::vector<std::string> command = {"/usr/bin/strace", "-o", log};
-        command.insert(command.end(), straceOptions.begin(), straceOptions.end());
-        command.emplace_back(ORV_CRON_CLEANER);
-        if (pass == Pass::rebuild)
-            command.emplace_back("rebuild");
-        return runProgram(command);
+        command.insert(command.end(), options.begin(), options.end());
+        for (const std::string& word : programFor(pass))
+            command.push_back(word);
+        return command;
+    }
+
+    ProgramEnd run(Pass pass, const std::vector<std::string>& straceOptions)
+    {
+        return runProgram(straceFor(pass, straceOptions));
     }
 
     const std::string log = testDirectory + "strace";
@@ -148,8 +159,23 @@ protected:
     }
 };
 
-class KilledRuns : public UnderStrace {
-protected:
+std::string taskLines(const std::vector<int>& ids)
+{
+    std::string text;
+    for (const int id : ids)
+        text += taskLine(id);
+    return text;
+}
+
+bool onceOrTwice(const std::string& text, const std::string& lines)
+{
+    return text == foreign + lines || text == foreign + lines + lines;
+}
+
+constexpr int shares = 4; // so that none takes long
+
+class KilledRuns : public UnderStrace, public testing::WithParamInterface<int> {
+public: // as the tests name its ways to kill
     void SetUp() override
     {
         UnderStrace::SetUp();
@@ -170,41 +196,70 @@ protected:
         return calls;
     }
 
-    // Kills the run as it enters the n-th call of this name, and waits for the end of all that it had started.
-    void killAt(const std::string& call, int n, Pass pass)
+    static std::vector<std::string> killedAt(const std::string& call, int n)
     {
-        setCrontabs(pass);
-        run(pass, {"-e", "trace=" + call, "-e", "inject=" + call + ":signal=KILL:when=" + std::to_string(n)});
+        return {"-e", "trace=" + call, "-e", "inject=" + call + ":signal=KILL:when=" + std::to_string(n)};
+    }
+
+    // Waits for the end of all that a killed run had started.
+    static void waitForOrphans()
+    {
         while (wait(nullptr) > 0) { }
     }
 
-    template <class Check> int killEverywhere(Pass pass, const Check& check)
+    // Kills a run as it enters each of its calls, and starts another at once.
+    void killThenRun(Pass pass, const std::string& call, int n)
     {
+        run(pass, killedAt(call, n));
+        runProgram(programFor(pass));
+        waitForOrphans();
+    }
+
+    // The same with the other started before. Which of the two is the first to get the lock, is chance.
+    void killBesideARun(Pass pass, const std::string& call, int n)
+    {
+        StartedProgram killed(straceFor(pass, killedAt(call, n)));
+        StartedProgram other(programFor(pass));
+        killed.wait();
+        EXPECT_EQ(0, other.wait().status);
+        waitForOrphans();
+    }
+
+    using Kill = void (KilledRuns::*)(Pass, const std::string&, int);
+
+    // Every `step`-th of this test's share of the calls.
+    template <class Check> void killEverywhere(Pass pass, Kill kill, int step, const Check& check)
+    {
+        int point = 0;
         int points = 0;
         for (const auto& [call, count] : callsOf(pass)) {
-            for (int n = 1; n <= count && !HasFailure(); ++n, ++points) {
-                killAt(call, n, pass);
-                run(pass, {});
+            for (int n = 1; n <= count && !HasFailure(); ++n) {
+                if (point++ % (shares * step) != GetParam())
+                    continue;
+                ++points;
+                setCrontabs(pass);
+                (this->*kill)(pass, call, n);
                 check(call + " " + std::to_string(n) + "\n");
             }
         }
         RecordProperty("points", points);
-        return points;
+        EXPECT_GT(points, 100 / shares / step);
+    }
+
+    void expectCleanCrontabs(const std::string& where)
+    {
+        EXPECT_EQ(foreign, crontabOf("anna")) << where;
+        EXPECT_EQ(foreign, crontabOf("ben")) << where;
+        expectCarlasCrontabUntouched(where);
+    }
+
+    void expectLinesOnceOrTwice(const std::string& where)
+    {
+        EXPECT_TRUE(onceOrTwice(crontabOf("anna"), taskLines(annas))) << where << crontabOf("anna");
+        EXPECT_TRUE(onceOrTwice(crontabOf("ben"), taskLines(bens))) << where << crontabOf("ben");
+        expectCarlasCrontabUntouched(where);
     }
 };
-
-std::string taskLines(const std::vector<int>& ids)
-{
-    std::string text;
-    for (const int id : ids)
-        text += taskLine(id);
-    return text;
-}
-
-bool onceOrTwice(const std::string& text, const std::string& lines)
-{
-    return text == foreign + lines || text == foreign + lines + lines;
-}
 
 } // namespace
 
@@ -235,24 +290,42 @@ INSTANTIATE_TEST_SUITE_P(Of, SystemCallFaults,
         Fault{"lseek", "EIO", false}, Fault{"newfstatat", "EACCES", true}),
     [](const auto& instance) { return std::string(instance.param.call); });
 
-TEST_F(KilledRuns, ACleanAfterAKilledCleanEndsAsACleanDoes)
+TEST_F(UnderStrace, ACopyThatWasMadeAndCannotBeOpenedForReadingIsNotInstalled)
 {
-    const int points = killEverywhere(Pass::clean, [this](const std::string& where) {
-        EXPECT_EQ(foreign, crontabOf("anna")) << where;
-        EXPECT_EQ(foreign, crontabOf("ben")) << where;
-        expectCarlasCrontabUntouched(where);
-        EXPECT_TRUE(scratchFiles().empty()) << where;
-    });
-    EXPECT_GT(points, 100);
+    setCrontabs(Pass::clean);
+    run(Pass::clean,
+        {"-P", scratchDirectory + "crontemp.txt", "-e", "trace=openat", "-e", "inject=openat:error=EMFILE:when=2"});
+    EXPECT_NE(std::string::npos, readFile(log).find("(INJECTED)"));
+    EXPECT_EQ(before(Pass::clean, annas), crontabOf("anna"));
+    EXPECT_EQ(foreign, crontabOf("ben"));
 }
 
-TEST_F(KilledRuns, ARebuildAfterAKilledRebuildLeavesTheLinesOnceOrTwice)
+TEST_P(KilledRuns, ACleanRightAfterAKilledCleanEndsAsACleanDoes)
 {
-    const int points = killEverywhere(Pass::rebuild, [this](const std::string& where) {
-        EXPECT_TRUE(onceOrTwice(crontabOf("anna"), taskLines(annas))) << where << crontabOf("anna");
-        EXPECT_TRUE(onceOrTwice(crontabOf("ben"), taskLines(bens))) << where << crontabOf("ben");
-        expectCarlasCrontabUntouched(where);
+    killEverywhere(Pass::clean, &KilledRuns::killThenRun, 1, [this](const std::string& where) {
+        expectCleanCrontabs(where);
         EXPECT_TRUE(scratchFiles().empty()) << where;
     });
-    EXPECT_GT(points, 100);
 }
+
+TEST_P(KilledRuns, ARebuildRightAfterAKilledRebuildLeavesTheLinesOnceOrTwice)
+{
+    killEverywhere(Pass::rebuild, &KilledRuns::killThenRun, 1, [this](const std::string& where) {
+        expectLinesOnceOrTwice(where);
+        EXPECT_TRUE(scratchFiles().empty()) << where;
+    });
+}
+
+TEST_P(KilledRuns, ACleanBesideAKilledCleanEndsAsACleanDoes)
+{
+    killEverywhere(
+        Pass::clean, &KilledRuns::killBesideARun, 4, [this](const std::string& where) { expectCleanCrontabs(where); });
+}
+
+TEST_P(KilledRuns, ARebuildBesideAKilledRebuildLeavesTheLinesOnceOrTwice)
+{
+    killEverywhere(Pass::rebuild, &KilledRuns::killBesideARun, 4,
+        [this](const std::string& where) { expectLinesOnceOrTwice(where); });
+}
+
+INSTANTIATE_TEST_SUITE_P(Share, KilledRuns, testing::Range(0, shares));

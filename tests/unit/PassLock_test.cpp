@@ -1,6 +1,7 @@
 #include "PassLock.h"
 
 #include <csignal>
+#include <fcntl.h>
 #include <filesystem>
 #include <memory>
 #include <sys/time.h>
@@ -49,6 +50,37 @@ TEST_F(PassLockTest, IsNotInheritedByACommand)
     EXPECT_TRUE(free());
     kill(command.pid(), SIGKILL);
     command.wait();
+}
+
+TEST_F(PassLockTest, IsHeldByACommandUntilItEndsIfTheProgramSaysSo)
+{
+    auto lock = std::make_unique<orv::PassLock>(orv::PassLock::Commands::hold);
+    StartedProgram command({"/bin/sleep", "1000"});
+    lock.reset();
+    EXPECT_FALSE(free());
+    kill(command.pid(), SIGKILL);
+    command.wait();
+    EXPECT_TRUE(free());
+}
+
+TEST_F(PassLockTest, IsHeldByACommandWhenStandardDescriptorsAreClosed)
+{
+    const auto lockedBeside = [](int descriptor) {
+        const int kept = fcntl(descriptor, F_DUPFD_CLOEXEC, 10);
+        close(descriptor);
+        auto lock = std::make_unique<orv::PassLock>(orv::PassLock::Commands::hold);
+        const bool untouched = fcntl(descriptor, F_GETFD) == -1;
+        dup2(kept, descriptor);
+        StartedProgram command({"/bin/sleep", "1000"}); // its standard descriptors are replaced
+        lock.reset();
+        const bool locked = !free();
+        kill(command.pid(), SIGKILL);
+        command.wait();
+        close(kept);
+        return untouched && locked;
+    };
+    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        EXPECT_TRUE(lockedBeside(descriptor)) << descriptor;
 }
 
 volatile std::sig_atomic_t gSignals = 0;
