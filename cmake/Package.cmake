@@ -36,7 +36,7 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "cron | cron-daemon")
-set(CPACK_DEBIAN_PACKAGE_SUGGESTS "libsqlite3-dev, libplist-dev, pkg-config") # for those who build on the libraries
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS "libsqlite3-dev, libpugixml-dev") # for those who build on the libraries
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/debian/postrm)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/debian/documents.cmake)

@@ -36,7 +36,7 @@ std::string column(const char* name)
     return bytes == nullptr ? "" : std::string(bytes, static_cast<std::size_t>(sqlite3_column_bytes(select.get(), 0)));
 }
 
-// A date beyond what libplist can write, say, can be read all the same.
+// A date beyond the years that are written, say, can be read all the same.
 bool canBeWritten(CFPropertyListRef list)
 {
     const orv::CfRef<CFDataRef> data(

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <optional>
 #include <type_traits>
 
 using namespace OrvCF;
@@ -19,8 +20,8 @@ template <class T> constexpr CFNumberType integerType()
     return sizeof(T) == sizeof(SInt32) ? kCFNumberSInt32Type : kCFNumberSInt64Type;
 }
 
-/// The type by size of any type, 0 if it is none.
-CFNumberType sizedType(CFNumberType type)
+/// The type by size of any type; nothing if it is none.
+std::optional<CFNumberType> sizedType(CFNumberType type)
 {
     switch (type) {
     case kCFNumberCharType:
@@ -40,7 +41,7 @@ CFNumberType sizedType(CFNumberType type)
     case kCFNumberDoubleType:
         return kCFNumberFloat64Type;
     default:
-        return type >= kCFNumberSInt8Type && type <= kCFNumberFloat64Type ? type : 0;
+        return type >= kCFNumberSInt8Type && type <= kCFNumberFloat64Type ? std::optional(type) : std::nullopt;
     }
 }
 
@@ -181,13 +182,13 @@ CFTypeID CFNumberGetTypeID(void)
 
 CFNumberRef CFNumberCreate(CFAllocatorRef, CFNumberType type, const void* value)
 {
-    const CFNumberType sized = sizedType(type);
-    if (sized == 0)
+    const auto sized = sizedType(type);
+    if (!sized)
         return nullptr;
     if (value == nullptr)
         rejectArgument(__func__, "NULL");
     return orNull(
-        [&] { return new OrvCFNumber(sized, withType(sized, [&](auto zero) { return loaded(value, zero); })); });
+        [&] { return new OrvCFNumber(*sized, withType(*sized, [&](auto zero) { return loaded(value, zero); })); });
 }
 
 CFNumberType CFNumberGetType(CFNumberRef number)
@@ -203,8 +204,8 @@ Boolean CFNumberIsFloatType(CFNumberRef number)
 Boolean CFNumberGetValue(CFNumberRef number, CFNumberType type, void* value)
 {
     const Value& held = checked(number, __func__).value;
-    const CFNumberType sized = sizedType(type);
-    return sized != 0 && withType(sized, [&](auto zero) { return store<decltype(zero)>(held, value); });
+    const auto sized = sizedType(type);
+    return sized && withType(*sized, [&](auto zero) { return store<decltype(zero)>(held, value); });
 }
 
 const CFBooleanRef kCFBooleanTrue = &trueObject.object;

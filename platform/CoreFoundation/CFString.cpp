@@ -11,8 +11,6 @@ using namespace OrvCF;
 
 namespace {
 
-constexpr std::string_view utf8ByteOrderMark = "\xef\xbb\xbf";
-
 bool isAscii(std::string_view bytes)
 {
     return std::all_of(bytes.begin(), bytes.end(), [](char byte) { return static_cast<unsigned char>(byte) < 0x80; });
@@ -78,15 +76,11 @@ CFStringRef CFStringCreateWithCString(CFAllocatorRef, const char* text, CFString
 }
 
 CFStringRef CFStringCreateWithBytes(
-    CFAllocatorRef, const UInt8* bytes, CFIndex count, CFStringEncoding encoding, Boolean isExternalRepresentation)
+    CFAllocatorRef, const UInt8* bytes, CFIndex count, CFStringEncoding encoding, Boolean)
 {
     if (count < 0)
         return nullptr;
-    std::string_view text(reinterpret_cast<const char*>(bytes), static_cast<size_t>(count));
-    const bool marked = text.substr(0, utf8ByteOrderMark.size()) == utf8ByteOrderMark;
-    if (isExternalRepresentation && encoding == kCFStringEncodingUTF8 && marked)
-        text.remove_prefix(utf8ByteOrderMark.size());
-    return createString(text, encoding);
+    return createString({reinterpret_cast<const char*>(bytes), static_cast<size_t>(count)}, encoding);
 }
 
 CFStringRef CFStringCreateWithCharacters(CFAllocatorRef, const UniChar* units, CFIndex count)
@@ -94,12 +88,6 @@ CFStringRef CFStringCreateWithCharacters(CFAllocatorRef, const UniChar* units, C
     if (count < 0)
         return nullptr;
     return orNull([&] { return new OrvCFString(std::u16string(units, units + count)); });
-}
-
-CFStringRef CFStringCreateCopy(CFAllocatorRef, CFStringRef string)
-{
-    checked(string, __func__).retain();
-    return string;
 }
 
 CFIndex CFStringGetLength(CFStringRef string)

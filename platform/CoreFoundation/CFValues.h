@@ -30,7 +30,7 @@ struct OrvCFData final : OrvCF::Object {
 
 private:
     const size_t m_count;
-    const std::unique_ptr<UInt8[]> m_bytes; // never NULL: even an array of none has an address
+    const std::unique_ptr<UInt8[]> m_bytes;
 };
 
 #endif

@@ -74,6 +74,12 @@ struct Releaser {
 /// One ownership of an object.
 template <class T> using Owned = std::unique_ptr<T, Releaser>;
 
+inline Owned<const Object> shared(const Object& object)
+{
+    object.retain();
+    return Owned<const Object>(&object);
+}
+
 inline const Object* toObject(CFTypeRef reference)
 {
     return static_cast<const Object*>(reference);

@@ -5,13 +5,12 @@
 
 namespace OrvCF {
 
-enum class Purpose { copying, validating, writing };
+enum class Uids { allowed, refused };
 
-/// Whether `list` is a property list, or can be made one: nothing but strings, numbers, booleans, dates, data, and
-/// arrays and dictionaries of these, with strings for keys; no deeper than maxDepth, hence not within itself; not
-/// beyond what libplist can count. Only a list to be written may hold UIDs; in one that is only to be copied, strings
-/// and dates may be such as cannot be written.
-bool isPropertyList(CFTypeRef list, Purpose purpose);
+/// Throws Refused unless `list` is a property list: nothing but strings, numbers, booleans, dates, data, perhaps UIDs,
+/// and arrays and dictionaries of these, with strings for keys; no deeper than maxDepth, hence not within itself, and
+/// of no more objects than can be written in reasonable time.
+void requirePropertyList(CFTypeRef list, Uids uids);
 
 } // namespace OrvCF
 

@@ -4,7 +4,7 @@ namespace OrvCF {
 namespace {
 
 constexpr char32_t firstBeyondBmp = 0x10000;
-constexpr char32_t lastCodePoint = 0x10ffff;
+constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
 
 /// The number of bytes that a sequence with this first byte has; 0 if none starts so.
 size_t sequenceLength(unsigned char first)
@@ -31,7 +31,7 @@ std::optional<char32_t> takeCodePoint(std::string_view& bytes)
         value = value << 6 | (next & 0x3f);
     }
     const bool overlong = (length == 3 && value < 0x800) || (length == 4 && value < firstBeyondBmp);
-    if (overlong || isHighSurrogate(value) || isLowSurrogate(value) || value > lastCodePoint)
+    if (overlong || !isCharacter(value))
         return std::nullopt;
     bytes.remove_prefix(length);
     return value;
@@ -61,6 +61,8 @@ std::optional<char32_t> takeCodePoint(std::u16string_view& units)
     return firstBeyondBmp + ((first - 0xd800) << 10) + (second - 0xdc00);
 }
 
+} // namespace
+
 void appendUtf8(std::string& bytes, char32_t value)
 {
     const auto continuation = [&](int shift) { bytes += static_cast<char>(0x80 | (value >> shift & 0x3f)); };
@@ -81,10 +83,10 @@ void appendUtf8(std::string& bytes, char32_t value)
     }
 }
 
-} // namespace
-
 std::optional<std::u16string> utf16FromUtf8(std::string_view bytes)
 {
+    if (bytes.substr(0, byteOrderMark.size()) == byteOrderMark)
+        bytes.remove_prefix(byteOrderMark.size());
     std::u16string units;
     units.reserve(bytes.size());
     while (!bytes.empty()) {
@@ -94,16 +96,6 @@ std::optional<std::u16string> utf16FromUtf8(std::string_view bytes)
         appendUtf16(units, *value);
     }
     return units;
-}
-
-bool isWritableText(std::u16string_view units)
-{
-    while (!units.empty()) {
-        const auto value = takeCodePoint(units);
-        if (!value || *value == U'\0')
-            return false;
-    }
-    return true;
 }
 
 std::optional<std::string> utf8FromUtf16(std::u16string_view units)

@@ -9,15 +9,15 @@
 
 namespace OrvCF {
 
-/// Nothing for overlong forms, surrogates, values beyond U+10FFFF and truncated sequences.
+/// Nothing for overlong forms, surrogates, values beyond U+10FFFF and truncated sequences. One byte-order mark at the
+/// front is dropped.
 std::optional<std::u16string> utf16FromUtf8(std::string_view bytes);
 
 /// Nothing if a surrogate is unpaired.
 std::optional<std::string> utf8FromUtf16(std::u16string_view units);
 
-/// Whether libplist can carry the text: its strings are UTF-8 and end at U+0000, so there may be neither that nor an
-/// unpaired surrogate.
-bool isWritableText(std::u16string_view units);
+/// Appends a character.
+void appendUtf8(std::string& bytes, char32_t value);
 
 /// The first unit of a pair (D800 to DBFF), the second (DC00 to DFFF).
 constexpr bool isHighSurrogate(char32_t unit)
@@ -27,6 +27,12 @@ constexpr bool isHighSurrogate(char32_t unit)
 constexpr bool isLowSurrogate(char32_t unit)
 {
     return unit >= 0xdc00 && unit < 0xe000;
+}
+
+/// Whether the code point is one that text can hold.
+constexpr bool isCharacter(char32_t value)
+{
+    return value <= 0x10ffff && !isHighSurrogate(value) && !isLowSurrogate(value);
 }
 
 } // namespace OrvCF

@@ -23,7 +23,6 @@ namespace {
 
 // Where the code of a shared library lies.
 struct Library {
-    const char* name;
     std::uintptr_t begin = 0;
     std::uintptr_t end = 0;
 
@@ -34,9 +33,7 @@ struct Library {
     }
 };
 
-Library gPlist{"/libplist-2.0.so"};
-Library gC{"/libc.so"};
-Library gSqlite{"/libsqlite3.so"};
+Library gSqlite;
 
 struct Plan {
     bool armed = false;
@@ -57,29 +54,12 @@ std::atomic<long> gBlocks{0};
 
 int locate(dl_phdr_info* info, std::size_t, void*)
 {
-    for (Library* library : {&gPlist, &gC, &gSqlite}) {
-        if (std::strstr(info->dlpi_name, library->name) == nullptr)
-            continue;
-        library->begin = info->dlpi_addr;
-        for (int i = 0; i < info->dlpi_phnum; ++i)
-            library->end
-                = std::max(library->end, info->dlpi_addr + info->dlpi_phdr[i].p_vaddr + info->dlpi_phdr[i].p_memsz);
-    }
+    if (std::strstr(info->dlpi_name, "/libsqlite3.so") == nullptr)
+        return 0;
+    gSqlite.begin = info->dlpi_addr;
+    for (int i = 0; i < info->dlpi_phnum; ++i)
+        gSqlite.end = std::max(gSqlite.end, info->dlpi_addr + info->dlpi_phdr[i].p_vaddr + info->dlpi_phdr[i].p_memsz);
     return 0;
-}
-
-bool isLibplists(const void* caller)
-{
-    if (gPlist.holds(caller))
-        return true;
-    if (!gC.holds(caller))
-        return false;
-    std::array<void*, 16> frames{}; // strdup, asprintf
-    const int depth = backtrace(frames.data(), static_cast<int>(frames.size()));
-    for (int i = 0; i < depth; ++i)
-        if (gPlist.holds(frames[static_cast<std::size_t>(i)]))
-            return true;
-    return false;
 }
 
 bool isSqlites(const void* caller)
@@ -105,7 +85,7 @@ bool refuses(const void* caller)
     if (!gPlan.armed || !gCounting)
         return false;
     gCounting = false; // what is asked for in here is not the product's
-    const bool counts = !isLibplists(caller) && !(gPlan.whom == FailingMemory::Of::allButSqlite && isSqlites(caller));
+    const bool counts = gPlan.whom == FailingMemory::Of::everybody || !isSqlites(caller);
     const bool refused = counts && refusedNow();
     gCounting = true;
     if (refused)
@@ -125,8 +105,8 @@ void* handOut(void* block)
 FailingMemory::FailingMemory()
 {
     dl_iterate_phdr(locate, nullptr);
-    if (gPlist.end == 0 || gC.end == 0 || gSqlite.end == 0)
-        throw std::runtime_error("libplist, SQLite or the C library is no shared library here");
+    if (gSqlite.end == 0)
+        throw std::runtime_error("SQLite is not a shared library here");
     void* frame = nullptr;
     backtrace(&frame, 1); // loads what it needs, which takes memory
     failNothing();

@@ -10,9 +10,6 @@ namespace support {
 /// realloc and their kin, whoever calls them, and so operator new, SQLite, the C library. In a build with sanitizers,
 /// which need malloc for themselves, operator new and SQLite's allocator only.
 ///
-/// Requests that libplist makes, directly or through the C library, are neither counted nor refused: it does not look
-/// at what malloc gives it (version 2.2.0 writes through the null pointer).
-///
 /// One at a time.
 class FailingMemory {
 public:

@@ -1,0 +1,157 @@
+#include "CFNumber.h"
+#include "CFString.h"
+#include "CFValues.h"
+#include "PropertyList.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace OrvCF {
+namespace {
+
+constexpr size_t maxSize = 1 << 30;
+
+// Base64 with the tabs before it fills lines of 76 columns, tabs counting 8; but beyond 8 tabs it stays where it is.
+constexpr size_t maxDataTabs = 8;
+constexpr size_t dataColumns = 76;
+
+using Pair = std::pair<const OrvCFString*, const Object*>;
+
+/// The pairs by the UTF-16 units of the keys.
+std::vector<Pair> sorted(const OrvCFDictionary& dictionary)
+{
+    std::vector<Pair> pairs;
+    pairs.reserve(dictionary.pairs.size());
+    for (const auto& [key, pair] : dictionary.pairs)
+        pairs.emplace_back(static_cast<const OrvCFString*>(key), pair.value.get());
+    std::sort(pairs.begin(), pairs.end(),
+        [](const Pair& left, const Pair& right) { return left.first->units() < right.first->units(); });
+    return pairs;
+}
+
+class XmlWriter {
+public:
+    std::string document(const Object& list)
+    {
+        m_out = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+                "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+                "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+                "<plist version=\"1.0\">\n";
+        write(list, 0);
+        m_out += "</plist>\n";
+        return std::move(m_out);
+    }
+
+private:
+    void write(const Object& object, size_t depth)
+    {
+        require(m_out.size() <= maxSize);
+        m_out.append(depth, '\t');
+        switch (object.kind()) {
+        case Kind::string:
+            return writeString("string", static_cast<const OrvCFString&>(object));
+        case Kind::number:
+            return writeNumber(static_cast<const OrvCFNumber&>(object).value);
+        case Kind::boolean:
+            m_out += static_cast<const OrvCFBoolean&>(object).value ? "<true/>\n" : "<false/>\n";
+            return;
+        case Kind::date:
+            m_out += "<date>";
+            appendDate(m_out, static_cast<const OrvCFDate&>(object).seconds);
+            m_out += "</date>\n";
+            return;
+        case Kind::data:
+            return writeData(static_cast<const OrvCFData&>(object).bytes(), depth);
+        case Kind::array:
+            return writeArray(static_cast<const OrvCFArray&>(object), depth);
+        case Kind::dictionary:
+            return writeDictionary(static_cast<const OrvCFDictionary&>(object), depth);
+        case Kind::uid:
+            return writeUid(static_cast<const OrvCFUid&>(object), depth);
+        case Kind::error:
+            throw Refused();
+        }
+    }
+
+    void writeString(const char* element, const OrvCFString& string)
+    {
+        m_out.append("<").append(element).append(">");
+        appendEscaped(m_out, string.units());
+        m_out.append("</").append(element).append(">\n");
+    }
+
+    void writeNumber(const OrvCFNumber::Value& value)
+    {
+        if (const auto* real = std::get_if<double>(&value)) {
+            m_out += "<real>";
+            appendReal(m_out, *real);
+            m_out += "</real>\n";
+            return;
+        }
+        const auto* large = std::get_if<uint64_t>(&value);
+        m_out += "<integer>";
+        m_out += large != nullptr ? std::to_string(*large) : std::to_string(std::get<int64_t>(value));
+        m_out += "</integer>\n";
+    }
+
+    void writeData(std::string_view bytes, size_t depth)
+    {
+        const size_t tabs = std::min(depth, maxDataTabs);
+        const size_t bytesOfLine = (dataColumns - 8 * tabs) / 4 * 3;
+        m_out += "<data>\n";
+        for (; !bytes.empty(); bytes.remove_prefix(std::min(bytes.size(), bytesOfLine))) {
+            m_out.append(tabs, '\t');
+            appendBase64(m_out, bytes.substr(0, bytesOfLine));
+            m_out += '\n';
+        }
+        m_out.append(depth, '\t');
+        m_out += "</data>\n";
+    }
+
+    void writeArray(const OrvCFArray& array, size_t depth)
+    {
+        if (array.values.empty()) {
+            m_out += "<array/>\n";
+            return;
+        }
+        m_out += "<array>\n";
+        for (const auto& value : array.values)
+            write(*value, depth + 1);
+        m_out.append(depth, '\t');
+        m_out += "</array>\n";
+    }
+
+    void writeDictionary(const OrvCFDictionary& dictionary, size_t depth)
+    {
+        if (dictionary.pairs.empty()) {
+            m_out += "<dict/>\n";
+            return;
+        }
+        m_out += "<dict>\n";
+        for (const auto& [key, value] : sorted(dictionary)) {
+            m_out.append(depth + 1, '\t');
+            writeString("key", *key);
+            write(*value, depth + 1);
+        }
+        m_out.append(depth, '\t');
+        m_out += "</dict>\n";
+    }
+
+    void writeUid(const OrvCFUid& uid, size_t depth)
+    {
+        const std::string tabs(depth, '\t');
+        m_out += "<dict>\n" + tabs + "\t<key>CF$UID</key>\n" + tabs + "\t<integer>" + std::to_string(uid.value)
+            + "</integer>\n" + tabs + "</dict>\n";
+    }
+
+    std::string m_out;
+};
+
+} // namespace
+
+std::string writtenXml(const Object& list)
+{
+    return XmlWriter().document(list);
+}
+
+} // namespace OrvCF
