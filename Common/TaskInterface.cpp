@@ -3,6 +3,7 @@
 #include "CfRef.h"
 #include "Constants.h"
 #include "LocalTime.h"
+#include "MutableCopy.h"
 #include "Number.h"
 #include "OrvException.h"
 #include "OrvLogger.h"
@@ -119,7 +120,7 @@ CFPropertyListRef readParameter(SqliteDb& db, int column)
     const orv::CfRef<CFPropertyListRef> list = readPropertyList(db, column);
     if (list == nullptr)
         return nullptr;
-    return CFPropertyListCreateDeepCopy(kCFAllocatorDefault, list.get(), kCFPropertyListMutableContainers);
+    return orv::mutableCopy(list.get()).release();
 }
 
 CFMutableDictionaryRef readResult(SqliteDb& db, int column)

@@ -251,11 +251,13 @@ TEST_F(TaskReading, ABlobCutAtAnyLengthIsNoErrorAndTheRestOfTheTaskIsRead)
 
 TEST_F(TaskReading, ValuesOfOtherKindsAreNoPropertyLists)
 {
-    for (const char* value : {"5", "-1.5", "'text'", "x'00ff'"}) {
+    for (const char* value : {"''", "'{'", "'two words'", "x'00ff'"}) {
         const orv::OwnedTask task = readTask(addTask(std::string("parameter=") + value + ", result=" + value));
         EXPECT_EQ(nullptr, task->parameter) << value;
         EXPECT_EQ(nullptr, task->result) << value;
     }
+    for (const char* value : {"5", "-1.5", "'text'"}) // strings, where lists of an older format are read, too
+        EXPECT_EQ(nullptr, readTask(addTask(std::string("result=") + value))->result) << value;
 }
 
 TEST_F(TaskReading, APropertyListThatWasStoredAsTextIsReadToo)
