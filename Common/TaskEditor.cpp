@@ -275,13 +275,6 @@ void appendTaskLines(TaskEditor& editor, int uid, const Crontab& crontab)
     std::remove(crontabCopy().c_str());
 }
 
-orv::OwnedTask readTask(TaskEditor& editor, int id)
-{
-    TaskInfo* task = nullptr;
-    editor.getTaskInfoObject(id, &task);
-    return orv::OwnedTask(task);
-}
-
 void startTaskManager(int id, const std::string& source)
 {
     char command[commandCapacity] = "";
@@ -370,7 +363,7 @@ bool TaskEditor::putCronFromDB()
 
 bool TaskEditor::refreshCron()
 {
-    const orv::CronTimeOf cronTimeOf = [this](int id) { return readTask(*this, id)->cronTime; };
+    const orv::CronTimeOf cronTimeOf = [this](int id) { return task(id)->cronTime; };
     for (const int uid : taskOwners(*this))
         rewriteCrontab(Crontab::ofUser(uid),
             [&](std::istream& in, std::ostream& out) { orv::splitTaskLines(cronTimeOf, in, out); });
@@ -395,10 +388,10 @@ bool TaskEditor::modifyTask(TaskInfo& task, bool)
 bool TaskEditor::deleteTask(int id, bool fromDatabase, bool)
 {
     const std::lock_guard<std::mutex> lock(gMutex);
-    const orv::OwnedTask task = readTask(*this, id);
+    const orv::OwnedTask read = task(id);
     const bool deleted = !fromDatabase || deleteDbTask(id);
-    if (task->type != taskTypeScanNow)
-        deleteCronEntry(id, task->userId);
+    if (read->type != taskTypeScanNow)
+        deleteCronEntry(id, read->userId);
     return deleted;
 }
 

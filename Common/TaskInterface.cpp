@@ -291,6 +291,13 @@ bool TaskInterface::getTaskInfoObject(int id, TaskInfo** out)
     return true;
 }
 
+orv::OwnedTask TaskInterface::task(int id)
+{
+    TaskInfo* read = nullptr;
+    getTaskInfoObject(id, &read);
+    return orv::OwnedTask(read);
+}
+
 std::string TaskInterface::getTaskParameter(int id, const char* columnName)
 {
     const std::string sql = std::string("select ") + columnName + " from TaskTable where id=" + std::to_string(id);

@@ -89,6 +89,9 @@ public:
     /// lastError holds, 0. `*out` is then as it was.
     bool getTaskInfoObject(int id, TaskInfo** out);
 
+    /// As getTaskInfoObject(id, out), with an owner that releases the record and its two property lists.
+    orv::OwnedTask task(int id);
+
     /// The column `columnName` of the task `id` as text, "" for NULL. The name goes into the statement as it stands: it
     /// must come from the program, not from outside. Throws "Error in the parameter", also for a column that there is
     /// not.

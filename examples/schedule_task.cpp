@@ -4,6 +4,7 @@
 #include "Constants.h"
 #include "OrvException.h"
 #include "PassLock.h"
+#include "Schedule.h"
 #include "ScheduleTaskText.h"
 #include "TaskEditor.h"
 
@@ -13,7 +14,6 @@
 #include <getopt.h>
 #include <map>
 #include <pwd.h>
-#include <regex>
 #include <stdexcept>
 #include <string>
 #include <unistd.h>
@@ -43,8 +43,16 @@ int toUid(const std::string& name)
 // It goes into a statement and into a crontab as it stands, and so must be nothing but time fields.
 std::string toSchedule(const std::string& text)
 {
-    static const std::regex fields("@[a-z]+|([0-9A-Za-z*,/-]+ ){4}[0-9A-Za-z*,/-]+");
-    return std::regex_match(text, fields) ? text : throw UsageError("'" + text + "' is no schedule");
+    return isSchedule(text) ? text
+                            : throw UsageError("'" + text + "' is not a schedule such as '30 3 * * 1' or @daily");
+}
+
+TaskType toType(const std::string& text)
+{
+    const int number = toNumber(text);
+    if (number < taskTypeScan || number > taskTypeQuickOds)
+        throw UsageError("there is no type " + text + ": it is a number from 1 to 6");
+    return TaskType(number);
 }
 
 orv::CfRef<CFStringRef> toString(const std::string& text)
@@ -67,17 +75,10 @@ orv::CfRef<CFMutableDictionaryRef> toDictionary(const Words& pairs)
     return made;
 }
 
-orv::OwnedTask readTask(TaskEditor& editor, int id)
-{
-    TaskInfo* task = nullptr;
-    editor.getTaskInfoObject(id, &task);
-    return orv::OwnedTask(task);
-}
-
 // Puts what was given into `task`, which only borrows the parameters; null is none.
 void fill(TaskInfo& task, Options options, CFMutableDictionaryRef parameters)
 {
-    task.type = options.count('t') ? TaskType(toNumber(options['t'])) : task.type;
+    task.type = options.count('t') ? toType(options['t']) : task.type;
     task.cronTime = options.count('s') ? toSchedule(options['s']) : task.cronTime;
     task.userId = options.count('u') ? toUid(options['u']) : task.userId;
     task.description = options.count('d') ? options['d'] : task.description;
@@ -88,8 +89,7 @@ void fill(TaskInfo& task, Options options, CFMutableDictionaryRef parameters)
 void create(TaskEditor& editor, int, Options options, const Words& pairs)
 {
     const auto parameters = toDictionary(pairs);
-    TaskInfo task(
-        options.count('t') ? TaskType(toNumber(options['t'])) : taskTypeScan); // its first description names it
+    TaskInfo task(options.count('t') ? toType(options['t']) : taskTypeScan); // its first description names it
     fill(task, options, parameters.get());
     std::printf("%d\n", editor.createTask(task, options.count('r') > 0, "LocalTask"));
 }
@@ -100,7 +100,7 @@ void list(TaskEditor& editor, int, Options options, const Words&)
     std::fputs(taskTableHead, stdout);
     const bool any = editor.getNumTaskRecord() > 0; // or else the list would throw
     for (const int id : any ? editor.taskIds() : TaskInterface::IdList()) {
-        const orv::OwnedTask task = readTask(editor, id);
+        const orv::OwnedTask task = editor.task(id);
         if (options.empty() || uid == task->userId)
             std::fputs(taskTableRow(*task).c_str(), stdout);
     }
@@ -109,7 +109,7 @@ void list(TaskEditor& editor, int, Options options, const Words&)
 void modify(TaskEditor& editor, int id, Options options, const Words& pairs)
 {
     const auto parameters = toDictionary(pairs);
-    TaskInfo task = *readTask(editor, id);
+    TaskInfo task = *editor.task(id);
     task.parameter = nullptr; // the property lists went with the record
     task.result = nullptr;
     fill(task, options, parameters.get()); // where no parameters are given, those in the table stay
@@ -119,7 +119,7 @@ void modify(TaskEditor& editor, int id, Options options, const Words& pairs)
 void record(TaskEditor& editor, int id, Options options, const Words& pairs)
 {
     const auto result = toDictionary(pairs);
-    const orv::OwnedTask task = readTask(editor, id);
+    const orv::OwnedTask task = editor.task(id);
     task->lastRun = std::time(nullptr);
     task->status = options.count('n') ? TaskStatus(toNumber(options['n'])) : task->status;
     editor.modifyTask(*task, false);
@@ -161,7 +161,21 @@ void run(const Words& words, const Options& options)
     const Words pairs(words.begin() + static_cast<std::ptrdiff_t>(pairsBegin), words.end());
     if (geteuid() != 0)
         throw std::runtime_error("only root may look at the tasks of others and change them");
-    command.run(*TaskEditor::getInstance(), id, options, pairs);
+    try {
+        command.run(*TaskEditor::getInstance(), id, options, pairs);
+    } catch (const SqliteException& failure) {
+        if (command.arguments > 0 && failure.getErrorCode() == 0) // the statement ran, and found no row
+            throw std::runtime_error("there is no task " + std::to_string(id));
+        throw;
+    }
+}
+
+constexpr auto seeHelp = "schedule_task --help shows how to call it";
+
+void report(const SqliteException& failure)
+{
+    std::fprintf(stderr, "schedule_task: %s: %s: %s (%d)\n", databaseName.c_str(), failure.getMessage(),
+        SqliteDb::resultText(failure.getErrorCode()), failure.getErrorCode());
 }
 
 } // namespace
@@ -175,8 +189,10 @@ int main(int argc, char** argv)
     for (int letter; (letter = getopt_long(argc, argv, "", known, nullptr)) != -1;)
         options[static_cast<char>(letter)] = optarg == nullptr ? "" : optarg;
     try {
-        if (options.count('?')) // getopt_long has said what is wrong
+        if (options.count('?')) { // getopt_long has said what is wrong
+            std::fprintf(stderr, "schedule_task: %s\n", seeHelp);
             return 2;
+        }
         if (options.count('h'))
             std::fputs(scheduleTaskHelp, stdout);
         else
@@ -184,12 +200,14 @@ int main(int argc, char** argv)
         if (std::fflush(stdout) != 0 || std::ferror(stdout))
             throw std::runtime_error("the output could not be written");
         return 0;
-    } catch (SqliteException& error) {
-        std::fprintf(
-            stderr, "schedule_task: %s: %s (%d)\n", databaseName.c_str(), error.getMessage(), error.getErrorCode());
+    } catch (const UsageError& error) {
+        std::fprintf(stderr, "schedule_task: %s; %s\n", error.what(), seeHelp);
+        return 2;
+    } catch (const SqliteException& failure) { // before std::exception: its what() says nothing
+        report(failure);
         return 1;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "schedule_task: %s\n", error.what());
-        return dynamic_cast<const UsageError*>(&error) != nullptr ? 2 : 1;
+        return 1;
     }
 }

@@ -153,6 +153,11 @@ int SqliteDb::columnType(int column)
     return value == nullptr ? SQLITE_NULL : value->type;
 }
 
+const char* SqliteDb::resultText(int code)
+{
+    return sqlite3_errstr(code);
+}
+
 bool SqliteDb::doWriteSql(const char* sql)
 {
     return succeeded(write(sql, {}));

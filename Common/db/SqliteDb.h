@@ -99,6 +99,10 @@ public:
     /// SQLite's (primary) result code of the last statement that failed; 0 if none has.
     std::int32_t lastError = 0;
 
+    /// SQLite's words for a result code, as lastError or a SqliteException holds it: "attempt to write a readonly
+    /// database" for 8. "unknown error" for a number that is none of SQLite's, such as 401.
+    static const char* resultText(int code);
+
     /// The row id that the last successful insert on this connection was given, cut to 32 bits; 0 if there was none.
     std::int32_t lastInsertId = 0;
 

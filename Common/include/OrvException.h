@@ -4,6 +4,10 @@
 #include <exception>
 
 /// A failure that carries a text and a number. Thrown by value; it owns no memory on the heap.
+///
+/// what() says "std::exception" for every failure: catch an OrvException before a std::exception, and call
+/// getMessage(). Both operations work on a const reference too:
+/// catch (const OrvException& failure) { report(failure.getMessage(), failure.getErrorCode()); }
 class OrvException : public std::exception {
 public:
     ~OrvException() override;
@@ -13,6 +17,15 @@ public:
 
     /// The code, a signed 32-bit number.
     virtual int getErrorCode();
+
+    // For a failure that was caught by const reference. They are not virtual, so that the table of virtual operations
+    // stays as programs built before have it.
+
+    /// As getMessage() above.
+    const char* getMessage() const;
+
+    /// As getErrorCode() above.
+    int getErrorCode() const;
 
 protected:
     /// Copies `message`, cut to 4095 characters, and keeps the low 32 bits of `code`.

@@ -49,6 +49,8 @@ protected:
     }
 };
 
+const std::string seeHelp = "schedule_task --help shows how to call it";
+
 struct Mistake {
     std::vector<std::string> arguments;
     std::string message;
@@ -57,7 +59,9 @@ struct Mistake {
 
 std::ostream& operator<<(std::ostream& out, const Mistake& mistake)
 {
-    return out << mistake.message;
+    for (const std::string& argument : mistake.arguments)
+        out << argument << ' ';
+    return out << mistake.status;
 }
 
 TEST_F(ScheduleTask, CreatesATaskWithWhatIsGiven)
@@ -321,7 +325,29 @@ TEST_F(ScheduleTask, SaysWhenTheDatabaseCannotBeOpened)
     const ProgramEnd end = run({"list"});
     EXPECT_EQ(1, end.status);
     EXPECT_EQ("", end.output);
-    EXPECT_EQ("schedule_task: " + databasePath + ": Database: table cannot be created (26)\n", end.errors);
+    EXPECT_EQ("schedule_task: " + databasePath + ": Database: table cannot be created: file is not a database (26)\n",
+        end.errors);
+}
+
+TEST_F(ScheduleTask, TakesEveryScheduleThatCronCanKeep)
+{
+    for (const char* const schedule : {"* * * * *", "0 0 1 1 0", "59 23 31 12 7", "*/5 0-23/2 1,15 Jan,dec MON-fri",
+             "0,30-40/5,50 * * feb-apr sun", "@reboot", "@hourly"})
+        EXPECT_EQ(0, run({"create", "--schedule", schedule}).status) << schedule;
+}
+
+TEST_F(ScheduleTask, RefusesEveryScheduleThatCannotBe)
+{
+    for (const char* const schedule : {"60 * * * *", "* 24 * * *", "* * 0 * *", "* * 32 * *", "* * * 0 *", "* * * 13 *",
+             "* * * * 8", "-1 * * * *", "5-1 * * * *", "1-2-3 * * * *", "*/0 * * * *", "5/2 * * * *", "*/2/2 * * * *",
+             ", * * * *", "1, * * * *", "**  * * *", " * * * * *", "mon * * * *", "* * * tue *", "* * * * jan",
+             "@dayly", "@", "", "1e1 * * * *", "* * * * *\t", "99999999999 * * * *"}) {
+        const ProgramEnd end = run({"create", "--schedule", schedule});
+        EXPECT_EQ(2, end.status) << schedule;
+        EXPECT_EQ("", end.output) << schedule;
+    }
+    EXPECT_EQ("schedule_task: '60 * * * *' is not a schedule such as '30 3 * * 1' or @daily; " + seeHelp + "\n",
+        run({"create", "--schedule", "60 * * * *"}).errors);
 }
 
 class ScheduleTaskMistakes : public ScheduleTask, public testing::WithParamInterface<Mistake> { };
@@ -338,24 +364,34 @@ TEST_P(ScheduleTaskMistakes, AreExplainedAndChangeNothing)
 }
 
 INSTANTIATE_TEST_SUITE_P(All, ScheduleTaskMistakes,
-    testing::Values(Mistake{{}, "a command is missing", 2}, Mistake{{"crate"}, "there is no command crate", 2},
-        Mistake{{"list", "--status", "3"}, "list does not take all of these options", 2},
-        Mistake{{"delete"}, "delete takes one task's id", 2},
-        Mistake{{"delete", "1", "2"}, "delete takes one task's id", 2},
-        Mistake{{"list", "1"}, "list takes no argument", 2}, Mistake{{"delete", "one"}, "'one' is not a number", 2},
-        Mistake{{"delete", "1x"}, "'1x' is not a number", 2}, Mistake{{"delete", ""}, "'' is not a number", 2},
-        Mistake{{"delete", "4294967297"}, "'4294967297' is not a number", 2},
-        Mistake{{"delete", "2"}, databasePath + ": Database: taskId not found (0)", 1},
-        Mistake{{"modify", "2", "--status", "1"}, databasePath + ": Database: taskId not found (0)", 1},
-        Mistake{{"record", "2"}, databasePath + ": Database: taskId not found (0)", 1},
-        Mistake{{"create", "--user", "dora"}, "there is no account dora", 2},
-        Mistake{{"create", "--schedule", "7 * * *"}, "'7 * * *' is no schedule", 2},
-        Mistake{{"create", "--schedule", "7 * * * * *"}, "'7 * * * * *' is no schedule", 2},
-        Mistake{{"create", "--schedule", "7 * * * \""}, "'7 * * * \"' is no schedule", 2},
-        Mistake{{"create", "--schedule", "7 * * * *\n0 0 * * *"}, "'7 * * * *\n0 0 * * *' is no schedule", 2},
-        Mistake{{"create", "word"}, "'word' is not KEY=VALUE", 2},
-        Mistake{{"create", "key=\xff"}, "'\xff' is not UTF-8", 2},
-        Mistake{{"create", "--type"}, "option '--type' requires an argument", 2},
-        Mistake{{"create", "--colour", "red"}, "unrecognized option '--colour'", 2}));
+    testing::Values(Mistake{{}, "a command is missing; " + seeHelp, 2},
+        Mistake{{"crate"}, "there is no command crate; " + seeHelp, 2},
+        Mistake{{"list", "--status", "3"}, "list does not take all of these options; " + seeHelp, 2},
+        Mistake{{"delete"}, "delete takes one task's id; " + seeHelp, 2},
+        Mistake{{"delete", "1", "2"}, "delete takes one task's id; " + seeHelp, 2},
+        Mistake{{"list", "1"}, "list takes no argument; " + seeHelp, 2},
+        Mistake{{"delete", "one"}, "'one' is not a number; " + seeHelp, 2},
+        Mistake{{"delete", "1x"}, "'1x' is not a number; " + seeHelp, 2},
+        Mistake{{"delete", ""}, "'' is not a number; " + seeHelp, 2},
+        Mistake{{"delete", "4294967297"}, "'4294967297' is not a number; " + seeHelp, 2},
+        Mistake{{"delete", "2"}, "there is no task 2", 1},
+        Mistake{{"modify", "2", "--status", "1"}, "there is no task 2", 1},
+        Mistake{{"record", "2"}, "there is no task 2", 1},
+        Mistake{{"create", "--user", "dora"}, "there is no account dora; " + seeHelp, 2},
+        Mistake{{"create", "--schedule", "7 * * *"},
+            "'7 * * *' is not a schedule such as '30 3 * * 1' or @daily; " + seeHelp, 2},
+        Mistake{{"create", "--schedule", "7 * * * * *"},
+            "'7 * * * * *' is not a schedule such as '30 3 * * 1' or @daily; " + seeHelp, 2},
+        Mistake{{"create", "--schedule", "7 * * * \""},
+            "'7 * * * \"' is not a schedule such as '30 3 * * 1' or @daily; " + seeHelp, 2},
+        Mistake{{"create", "--schedule", "7 * * * *\n0 0 * * *"},
+            "'7 * * * *\n0 0 * * *' is not a schedule such as '30 3 * * 1' or @daily; " + seeHelp, 2},
+        Mistake{{"create", "--type", "0"}, "there is no type 0: it is a number from 1 to 6; " + seeHelp, 2},
+        Mistake{{"create", "--type", "7"}, "there is no type 7: it is a number from 1 to 6; " + seeHelp, 2},
+        Mistake{{"modify", "1", "--type", "7"}, "there is no type 7: it is a number from 1 to 6; " + seeHelp, 2},
+        Mistake{{"create", "word"}, "'word' is not KEY=VALUE; " + seeHelp, 2},
+        Mistake{{"create", "key=\xff"}, "'\xff' is not UTF-8; " + seeHelp, 2},
+        Mistake{{"create", "--type"}, "option '--type' requires an argument\nschedule_task: " + seeHelp, 2},
+        Mistake{{"create", "--colour", "red"}, "unrecognized option '--colour'\nschedule_task: " + seeHelp, 2}));
 
 } // namespace

@@ -4,6 +4,7 @@
 
 #include "SystemTest.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <gtest/gtest.h>
 
@@ -28,11 +29,43 @@ TEST_F(Guide, CreatesATask)
 TEST_F(Guide, CreatesATaskWithSettings)
 {
     const int id = createScanOfFolder(CFSTR("/home/anna"), anna);
-    TaskInfo* read = nullptr;
-    TaskEditor::getInstance()->getTaskInfoObject(id, &read);
-    const orv::OwnedTask task(read);
+    const orv::OwnedTask task = TaskEditor::getInstance()->task(id);
     const auto settings = static_cast<CFDictionaryRef>(task->parameter);
     EXPECT_TRUE(CFEqual(CFSTR("/home/anna"), CFDictionaryGetValue(settings, CFSTR("folder"))));
+}
+
+TEST_F(Guide, ReadsASettingBack)
+{
+    EXPECT_EQ("/home/anna", folderOf(createScanOfFolder(CFSTR("/home/anna"), anna)));
+    EXPECT_EQ("", folderOf(createNightlyScan(anna)));
+}
+
+TEST_F(Guide, TellsAFailureInWords)
+{
+    EXPECT_EQ("", failureOf([] {}));
+    EXPECT_EQ("Database: Write failed: attempt to write a readonly database",
+        failureOf([] { throw SqliteException(8, "Database: Write failed"); }));
+    EXPECT_EQ("no memory", failureOf([] { throw std::runtime_error("no memory"); }));
+}
+
+/// What the table of the statuses says.
+TEST_F(Guide, GivesTasksOfAStatusBelow6ACrontabLine)
+{
+    for (int status = 1; status <= 7; ++status)
+        TaskEditor::getInstance()->setTaskStatus(createNightlyScan(anna), TaskStatus(status));
+    EXPECT_EQ((std::vector<int>{1, 2, 3, 4, 5}), tasksOfUser(anna));
+    bringCrontabsUpToDate();
+    const std::string crontab = crontabOf("anna");
+    EXPECT_EQ(5, std::count(crontab.begin(), crontab.end(), '\n')) << crontab;
+}
+
+TEST_F(Guide, DeletesTasksOfStatus3And5Above40Tasks)
+{
+    for (int status = 1; status <= 7; ++status)
+        TaskEditor::getInstance()->setTaskStatus(createNightlyScan(anna), TaskStatus(status));
+    for (int more = 0; more < 40; ++more)
+        createNightlyScan(anna);
+    EXPECT_EQ((Rows{"1", "2", "4", "6", "7"}), queryRows("select id from TaskTable where id < 8 order by id"));
 }
 
 TEST_F(Guide, ListsTheTasksOfAUser)

@@ -37,6 +37,16 @@ TEST(OrvException, CarriesMessageAndCode)
     EXPECT_EQ(401, failure.getErrorCode());
 }
 
+TEST(OrvException, TellsBothToAHandlerByConstReference)
+{
+    try {
+        throw SqliteException(8, "Database: Write failed");
+    } catch (const OrvException& failure) {
+        EXPECT_STREQ("Database: Write failed", failure.getMessage());
+        EXPECT_EQ(8, failure.getErrorCode());
+    }
+}
+
 TEST(OrvException, KeepsAMessageOf4095CharactersWhole)
 {
     const std::string longest(4095, 'm');
@@ -88,6 +98,9 @@ TEST(OrvException, HoldsItsMessageItself)
     const auto message = reinterpret_cast<std::uintptr_t>(failure.getMessage());
     EXPECT_EQ(begin + sizeof(std::exception), message);
     EXPECT_LE(message + 4096 + sizeof(std::int32_t), begin + sizeof failure);
+    std::int32_t code = 0; // it follows the message
+    std::memcpy(&code, failure.getMessage() + 4096, sizeof code);
+    EXPECT_EQ(failure.getErrorCode(), code);
 }
 
 TEST(OrvException, ACopyOutlivesTheOriginal)
@@ -108,8 +121,33 @@ TEST(OrvException, MessageAndCodeAreTheOperationsAfterWhat)
 {
     EXPECT_TRUE(std::has_virtual_destructor_v<OrvException>);
     EXPECT_EQ(2U, slotOf(&std::exception::what));
-    EXPECT_EQ(3U, slotOf(&OrvException::getMessage));
-    EXPECT_EQ(4U, slotOf(&OrvException::getErrorCode));
+    EXPECT_EQ(3U, slotOf<char* (OrvException::*)()>(&OrvException::getMessage));
+    EXPECT_EQ(4U, slotOf<int (OrvException::*)()>(&OrvException::getErrorCode));
+}
+
+/// Overrides what it can: the operations that are not virtual stay those of the base class.
+class Overriding : public OrvException {
+public:
+    Overriding()
+        : OrvException(1, "base")
+    {
+    }
+    char* getMessage() override { return m_text; }
+    int getErrorCode() override { return 2; }
+
+private:
+    char m_text[5] = "mine";
+};
+
+TEST(OrvException, OverloadsForConstReferencesAreNotInTheTableOfVirtualOperations)
+{
+    Overriding failure;
+    OrvException& base = failure;
+    EXPECT_STREQ("mine", base.getMessage());
+    EXPECT_EQ(2, base.getErrorCode());
+    const OrvException& constant = failure;
+    EXPECT_STREQ("base", constant.getMessage());
+    EXPECT_EQ(1, constant.getErrorCode());
 }
 
 } // namespace

@@ -1019,4 +1019,11 @@ TEST_F(SetUpForOneThread, ChangesNothingOnceThereHasBeenAConnection)
     EXPECT_TRUE(other->doReadSql("select 1"));
 }
 
+TEST(SqliteDbResultText, IsSQLitesOwn)
+{
+    EXPECT_STREQ("attempt to write a readonly database", SqliteDb::resultText(8));
+    EXPECT_STREQ("file is not a database", SqliteDb::resultText(26));
+    EXPECT_STREQ("unknown error", SqliteDb::resultText(401));
+}
+
 } // namespace

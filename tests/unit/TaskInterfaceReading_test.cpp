@@ -34,6 +34,25 @@ TEST_F(TaskReading, ReadsAWholeTask)
     EXPECT_EQ(1, task->recType);
 }
 
+TEST_F(TaskReading, ReadsAWholeTaskForAnOwner)
+{
+    const int id = addTask("description='Nightly scan', userId=501");
+    const orv::OwnedTask task = store->task(id);
+    EXPECT_EQ(id, task->id);
+    EXPECT_EQ("Nightly scan", task->description);
+}
+
+TEST_F(TaskReading, ReadingAnUnknownTaskForAnOwnerThrowsWhatReadingItThrows)
+{
+    try {
+        store->task(4);
+        FAIL() << "nothing was thrown";
+    } catch (const SqliteException& failure) {
+        EXPECT_STREQ("Database: taskId not found", failure.getMessage());
+        EXPECT_EQ(0, failure.getErrorCode());
+    }
+}
+
 TEST_F(TaskReading, ReadingAWholeTaskReturnsTrue)
 {
     const int id = addTask();
