@@ -14,6 +14,7 @@ set(orvDirectories
   ${orvHeaders}
   ${orvPlatformHeaders}
   ${orvPackage}
+  ${CMAKE_INSTALL_LIBDIR}/pkgconfig
   ${CMAKE_INSTALL_MANDIR}/man3
   ${CMAKE_INSTALL_MANDIR}/man8
   ${CMAKE_INSTALL_DOCDIR}
@@ -65,6 +66,40 @@ if(APPLE)
   install(FILES cmake/SdkSqlite.cmake DESTINATION ${orvPackage})
 endif()
 install(EXPORT OrvSchedulingTargets NAMESPACE Orv:: DESTINATION ${orvPackage})
+
+# For builds without CMake. The libraries are static, so that a program names all of them, each before those it needs.
+set(orvPcRequires sqlite3)
+if(ORV_LOGGER_LIBRARY)
+  set(orvPcLogger ${ORV_LOGGER_LIBRARY})
+else()
+  set(orvPcLogger -lOrvLogger)
+endif()
+if(APPLE)
+  set(orvPcLibs "-lOrvScheduling -lkblutils ${orvPcLogger} -framework CoreFoundation")
+else()
+  set(orvPcLibs "-lOrvScheduling -lkblutils -lOrvCoreFoundation ${orvPcLogger}")
+  get_target_property(orvPcXml OrvCoreFoundation LINK_LIBRARIES)
+  if(orvPcXml MATCHES pugixml)
+    list(APPEND orvPcRequires pugixml)
+  else()
+    list(APPEND orvPcRequires libplist-2.0)
+  endif()
+endif()
+list(JOIN orvPcRequires ", " orvPcRequires)
+# Found from where the file itself is, so that the tree can be moved, unless a folder was given as an absolute path.
+file(RELATIVE_PATH orvPcUp /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
+set(orvPcPrefix "\${pcfiledir}/${orvPcUp}")
+set(orvPcLibdir "\${prefix}/${CMAKE_INSTALL_LIBDIR}")
+set(orvPcIncludedir "\${prefix}/${CMAKE_INSTALL_INCLUDEDIR}")
+if(IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR})
+  set(orvPcPrefix ${CMAKE_INSTALL_PREFIX})
+  set(orvPcLibdir ${CMAKE_INSTALL_LIBDIR})
+endif()
+if(IS_ABSOLUTE ${CMAKE_INSTALL_INCLUDEDIR})
+  set(orvPcIncludedir ${CMAKE_INSTALL_INCLUDEDIR})
+endif()
+configure_file(cmake/OrvScheduling.pc.in ${PROJECT_BINARY_DIR}/OrvScheduling.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/OrvScheduling.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
 install(FILES
   man/man3/CrontabText.3

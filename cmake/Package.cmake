@@ -1,8 +1,8 @@
 # What `cpack` makes of the install: a Debian package, and an archive of the same tree from the root directory down.
 set(CPACK_GENERATOR TGZ)
-find_program(ORV_DPKG_SHLIBDEPS dpkg-shlibdeps)
-mark_as_advanced(ORV_DPKG_SHLIBDEPS)
-if(ORV_DPKG_SHLIBDEPS)
+find_program(ORV_DPKG dpkg)
+mark_as_advanced(ORV_DPKG)
+if(ORV_DPKG)
   list(APPEND CPACK_GENERATOR DEB)
 endif()
 
@@ -30,7 +30,7 @@ endif()
 set(CPACK_MONOLITHIC_INSTALL ON)
 set(CPACK_INCLUDE_TOPLEVEL_DIRECTORY OFF)
 set(CPACK_STRIP_FILES ON)
-set(CPACK_PROJECT_CONFIG_FILE ${PROJECT_SOURCE_DIR}/packaging/archive/owner.cmake)
+set(CPACK_PROJECT_CONFIG_FILE ${PROJECT_SOURCE_DIR}/packaging/before-packing.cmake)
 
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION admin)
@@ -40,5 +40,6 @@ set(CPACK_DEBIAN_PACKAGE_SUGGESTS "libsqlite3-dev, libpugixml-dev") # for those 
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/debian/postrm)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/debian/documents.cmake)
+list(APPEND CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/debian/prerm)
 
 include(CPack)

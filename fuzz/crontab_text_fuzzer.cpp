@@ -142,12 +142,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (choice == 0) {
         std::istringstream in(text);
         orv::dropTaskLines(in, out);
-        EXPECT(out.str() == expectedDrop(text));
+        EXPECT_SAME(out.str(), expectedDrop(text));
     } else if (choice == 1) {
         text.erase(0, 1);
         std::istringstream in(text);
         orv::dropLinesOfTask(id, in, out);
-        EXPECT(out.str() == expectedDropOfTask(text, id));
+        EXPECT_SAME(out.str(), expectedDropOfTask(text, id));
     } else {
         const std::string schedule = takeLine(text);
         std::istringstream in(text);
@@ -157,7 +157,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                 return schedule;
             },
             in, out);
-        EXPECT(out.str() == expectedSplit(text, schedule));
+        EXPECT_SAME(out.str(), expectedSplit(text, schedule));
     }
     return 0;
 }

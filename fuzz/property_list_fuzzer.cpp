@@ -65,7 +65,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     EXPECT(TaskEditor::getInstance()->modifyDbTask(*task));
     const std::string written = column("parameter");
     if (!canBeWritten(task->parameter)) {
-        EXPECT(written == std::string(reinterpret_cast<const char*>(data), size)); // as it was stored
+        EXPECT_SAME(written, std::string(reinterpret_cast<const char*>(data), size)); // as it was stored
         return 0;
     }
     EXPECT(written.compare(0, 5, "<?xml") == 0);
@@ -73,6 +73,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     EXPECT(again->parameter != nullptr);
     EXPECT(CFGetTypeID(again->parameter) == CFGetTypeID(task->parameter));
     EXPECT(TaskEditor::getInstance()->modifyDbTask(*again));
-    EXPECT(column("parameter") == written);
+    EXPECT_SAME(column("parameter"), written);
     return 0;
 }

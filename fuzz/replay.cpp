@@ -1,16 +1,29 @@
 // Runs a fuzzer's function over every file of the folders that are named on the command line. For compilers without
 // libFuzzer, and for the kept inputs in every test run.
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <string>
+#include <unistd.h>
 #include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv);
 
 namespace {
+
+std::string namedOnFailure; // what is printed if the function does not come back
+
+void nameInput(int signal)
+{
+    const ssize_t written = write(STDERR_FILENO, namedOnFailure.data(), namedOnFailure.size());
+    static_cast<void>(written); // the process ends, whatever was written
+    std::signal(signal, SIG_DFL);
+    std::raise(signal);
+}
 
 int replay(const std::filesystem::path& folder)
 {
@@ -23,6 +36,7 @@ int replay(const std::filesystem::path& folder)
             return -1;
         }
         const std::vector<std::uint8_t> input(bytes.begin(), bytes.end()); // of its own size, so that overreads show
+        namedOnFailure = "The input that fails: " + entry.path().string() + "\n";
         LLVMFuzzerTestOneInput(input.data(), input.size());
         ++inputs;
     }
@@ -35,6 +49,9 @@ int main(int argc, char** argv)
 {
     std::vector<std::filesystem::path> folders(argv + 1, argv + argc);
     LLVMFuzzerInitialize(&argc, &argv);
+    for (const int signal : {SIGABRT, SIGSEGV, SIGBUS, SIGFPE})
+        if (const auto before = std::signal(signal, nameInput); before != SIG_DFL)
+            std::signal(signal, before); // a sanitizer's
     int inputs = 0;
     for (const auto& folder : folders) {
         const int replayed = replay(folder);

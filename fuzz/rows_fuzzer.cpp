@@ -167,8 +167,8 @@ void checkTask(TaskEditor& editor, int id)
         editor.getTaskInfoObject(id, &task);
         const orv::OwnedTask owned(task);
         EXPECT(Plain("select id" + where).found);
-        EXPECT(owned->description == Plain("select description" + where).text);
-        EXPECT(owned->cronTime == Plain("select crontime" + where).text);
+        EXPECT_SAME(owned->description, Plain("select description" + where).text);
+        EXPECT_SAME(owned->cronTime, Plain("select crontime" + where).text);
         EXPECT(owned->recType == 0 || owned->recType == 1);
     } catch (SqliteException& failure) {
         EXPECT(strcmp(failure.getMessage(), "Database: taskId not found") == 0);
@@ -178,7 +178,7 @@ void checkTask(TaskEditor& editor, int id)
         const Plain plain(std::string("select ") + column + where);
         std::string text;
         EXPECT(throwsNotFound([&] { text = editor.getTaskParameter(id, column); }) == !plain.found);
-        EXPECT(text == plain.text);
+        EXPECT_SAME(text, plain.text);
     }
     expectNumber("select type" + where, [&] { return editor.getTaskType(id); });
     expectNumber("select status" + where, [&] { return editor.getTaskStatus(id); });

@@ -24,6 +24,11 @@ std::string taskLine(int id)
 
 enum class Pass { clean, rebuild };
 
+std::ostream& operator<<(std::ostream& out, Pass pass)
+{
+    return out << (pass == Pass::clean ? "clean" : "rebuild");
+}
+
 class ProgramMemory : public WorldTest, public testing::WithParamInterface<Pass> {
 protected:
     void SetUp() override

@@ -98,8 +98,9 @@ std::string installedFiles()
         + "cmake/OrvScheduling/OrvSchedulingConfigVersion.cmake 644\n" + lib
         + "cmake/OrvScheduling/OrvSchedulingTargets-" + config + ".cmake 644\n" + lib
         + "cmake/OrvScheduling/OrvSchedulingTargets.cmake 644\n" + lib + "libOrvCoreFoundation.a 644\n" + lib
-        + "libOrvLogger.a 644\n" + lib + "libOrvScheduling.a 644\n" + lib
-        + "libkblutils.a 644\n"
+        + "libOrvLogger.a 644\n" + lib + "libOrvScheduling.a 644\n" + lib + "libkblutils.a 644\n" + lib
+        + "pkgconfig/ 755\n" + lib
+        + "pkgconfig/OrvScheduling.pc 644\n"
           "sbin/ 755\n"
           "sbin/OrvCronCleaner 755\n"
           "sbin/crontab_preview 755\n"
@@ -228,6 +229,45 @@ TEST_F(Install, GivesLibrariesThatDefineNoGlobalNamesButTheirDocumentedOnes)
     EXPECT_EQ("", otherNames("OrvCoreFoundation", {"CF", "kCF", "OrvCF"}));
 }
 
+TEST_F(Install, SaysWhichPackagesADebianPackageNeeds)
+{
+    const std::string tools = testDirectory + "tools"; // without file and dpkg-shlibdeps
+    fs::create_directories(tools);
+    const ProgramEnd end = runProgram({fs::path(ORV_CMAKE).replace_filename("cpack"), "-G", "DEB", "--config",
+                                          ORV_BUILD_DIR "/CPackConfig.cmake", "-B", testDirectory + "packages"},
+        StandardOutput::captured, {"PATH=" + tools});
+    EXPECT_NE(0, end.status);
+    EXPECT_NE(std::string::npos, end.errors.find("apt-get install dpkg-dev file")) << end.errors;
+}
+
+TEST_F(Install, NamesTheDebianPackageOfAMissingLibrary)
+{
+    for (const std::string missing : {"SQLite3 libsqlite3-dev", "GTest libgtest-dev"}) {
+        const std::size_t blank = missing.find(' ');
+        const ProgramEnd end
+            = runProgram({ORV_CMAKE, "-S", ORV_SOURCE_DIR, "-B", testDirectory + missing.substr(0, blank), "-G",
+                ORV_GENERATOR, std::string("-DCMAKE_CXX_COMPILER=") + ORV_COMPILER,
+                "-DCMAKE_DISABLE_FIND_PACKAGE_" + missing.substr(0, blank) + "=ON"});
+        EXPECT_NE(0, end.status) << missing;
+        EXPECT_NE(std::string::npos, end.errors.find("apt-get install " + missing.substr(blank + 1))) << end.errors;
+    }
+}
+
+/// What the installed documents point to is installed.
+TEST_F(Install, GivesDocumentsWhoseLinksAreThere)
+{
+    install();
+    const std::string documents = prefix + "/share/doc/OrvScheduling";
+    const std::regex link(R"(\]\(([^)#:]+)[^):]*\))");
+    for (const auto& entry : fs::recursive_directory_iterator(documents)) {
+        if (entry.path().extension() != ".md")
+            continue;
+        const std::string text = readFile(entry.path());
+        for (std::sregex_iterator match(text.begin(), text.end(), link), end; match != end; ++match)
+            EXPECT_TRUE(fs::exists(entry.path().parent_path() / (*match)[1].str())) << entry << ": " << (*match)[1];
+    }
+}
+
 /// A project of its own that uses the libraries: examples/.
 class Consumer : public Install {
 protected:
@@ -291,6 +331,24 @@ TEST_F(Consumer, BuildsThePackageAlongAndThenInstallsNothingOfIt)
         readFile(stage + prefix + "/" + ORV_LIBDIR + "/cmake/OrvScheduling/OrvSchedulingTargets.cmake")
             .find("${_IMPORT_PREFIX}/headers/OrvScheduling;"));
     EXPECT_TRUE(fs::exists(stage + scratchDirectory));
+}
+
+TEST_F(Consumer, BuildsTheGuidesProgramWithPkgConfigAlone)
+{
+    install();
+    const std::string source = testDirectory + "guide.cpp";
+    writeFile(source,
+        run({"/usr/bin/awk", "/^```cpp$/ { code = 1; next } /^```/ { code = 0 } code",
+            ORV_SOURCE_DIR "/docs/task-library.md"})
+            + "int main() { return createScanOfFolder(CFSTR(\"/home\"), 501) == 1 && folderOf(1) == \"/home\" ? 0 : 1; "
+              "}");
+    run({"/bin/sh", "-c",
+            std::string(ORV_COMPILER) + " -std=c++17 -o " + testDirectory + "guide " + source
+                + " $(pkg-config --cflags --libs 'OrvScheduling >= 1.1')"},
+        {"PKG_CONFIG_PATH=" + prefix + "/" ORV_LIBDIR "/pkgconfig"});
+    fs::create_directories(scratchDirectory);
+    run({testDirectory + "guide"});
+    EXPECT_EQ(std::vector<std::string>{"1|501"}, queryRows("select id,userId from TaskTable"));
 }
 
 TEST_F(Consumer, IsRefusedTheVersionsThatThisIsNot)

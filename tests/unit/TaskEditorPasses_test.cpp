@@ -1,6 +1,7 @@
 #include "TaskEditor.h"
 
 #include <filesystem>
+#include <ostream>
 
 #include "EditorTest.h"
 
@@ -53,6 +54,11 @@ struct NamedPass {
     const char* name;
     Pass run;
 };
+
+std::ostream& operator<<(std::ostream& out, const NamedPass& pass)
+{
+    return out << pass.name;
+}
 
 /// What the three passes have in common. Each test is run for each.
 class PassTest : public EditorTest, public testing::WithParamInterface<NamedPass> {

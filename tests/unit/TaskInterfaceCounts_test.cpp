@@ -1,5 +1,6 @@
 #include <climits>
 #include <numeric>
+#include <ostream>
 
 #include "StoreTest.h"
 
@@ -170,6 +171,11 @@ struct ListOperation {
     const char* statement;
     const char* failure;
 };
+
+std::ostream& operator<<(std::ostream& out, const ListOperation& operation)
+{
+    return out << operation.name;
+}
 
 const ListOperation listOperations[] = {
     {"AllTasks", [](TaskInterface& store) { return store.getTaskIdArray(); }, "select id from TaskTable",

@@ -1,4 +1,5 @@
 #include <filesystem>
+#include <ostream>
 #include <sqlite3.h>
 #include <thread>
 
@@ -16,6 +17,11 @@ struct Operation {
     const char* failure;
     const char* noRow;
 };
+
+std::ostream& operator<<(std::ostream& out, const Operation& operation)
+{
+    return out << operation.name;
+}
 
 void readWhole(TaskInterface& store)
 {

@@ -1,4 +1,5 @@
 #include <climits>
+#include <ostream>
 #include <sqlite3.h>
 
 #include "StoreTest.h"
@@ -15,6 +16,11 @@ struct Statements {
     void (*run)(TaskInterface&);
     Lines calls;
 };
+
+std::ostream& operator<<(std::ostream& out, const Statements& statements)
+{
+    return out << statements.name;
+}
 
 const std::string opened = "open " + databasePath;
 const std::string count = "select count(*) from TaskTable";
