@@ -37,7 +37,9 @@ struct TaskInfo {
     TaskType type;
     std::string cronTime; ///< the time fields of a crontab line, or a word such as @daily
     CFPropertyListRef parameter; ///< the task's settings, or null
-    CFMutableDictionaryRef result; ///< outcome of the last run, or null
+    /// Outcome of the last run, or null. One that the store has read can be changed, but not the containers in it:
+    /// what is to be changed there is copied first.
+    CFMutableDictionaryRef result;
     time_t created;
     time_t lastRun;
     TaskStatus status;
