@@ -29,7 +29,7 @@ public:
     /// other program changes the scratch files under them. But so do all other programs that it starts meanwhile, on
     /// any thread: a task manager that createTask starts would keep the lock for as long as it runs. With
     /// Commands::none, a killed program's crontab command can install a file that another program has just written.
-    explicit PassLock(Commands commands = Commands::none)
+    [[nodiscard]] explicit PassLock(Commands commands = Commands::none)
         : m_directory(openDirectory(commands == Commands::hold ? 0 : O_CLOEXEC))
     {
         int locked = -1;

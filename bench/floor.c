@@ -153,7 +153,6 @@ static void copyCrontab(const char* account)
 {
     char command[textCapacity];
     remove(COPY);
-    remove(FILTERED);
     if (account == NULL)
         return;
     snprintf(command, sizeof command, "/usr/bin/crontab -u %s -l", account);
@@ -208,6 +207,7 @@ static void dropTaskLines(FILE* in, FILE* out)
 static void cleanUser(int uid)
 {
     const char* account = accountName(uid);
+    remove(FILTERED);
     copyCrontab(account);
     FILE* in = fopen(COPY, "r");
     FILE* out = fopen(FILTERED, "w");
