@@ -7,6 +7,7 @@
 #include <cstring>
 #include <istream>
 #include <ostream>
+#include <string>
 #include <string_view>
 
 namespace orv {

@@ -1,5 +1,6 @@
 #include "LocalTime.h"
 
+#include <ctime>
 #include <mutex>
 
 namespace {

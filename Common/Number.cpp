@@ -1,6 +1,7 @@
 #include "Number.h"
 
 #include <cstdlib>
+#include <string>
 
 int orv::toInt(const std::string& text)
 {

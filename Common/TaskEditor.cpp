@@ -9,9 +9,15 @@
 #include <cstdio>
 #include <fstream>
 #include <functional>
+#include <ios>
+#include <istream>
+#include <memory>
+#include <mutex>
 #include <optional>
+#include <ostream>
 #include <pwd.h>
 #include <sstream>
+#include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>

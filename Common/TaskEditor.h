@@ -1,6 +1,6 @@
 #pragma once
 
-#include "TaskInterface.h"
+#include "TaskInterface.h" // IWYU pragma: export
 
 #include <mutex>
 #include <pthread.h>

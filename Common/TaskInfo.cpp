@@ -2,8 +2,11 @@
 
 #include "CfRef.h"
 #include "LocalTime.h"
+#include <CoreFoundation/CoreFoundation.h>
 
 #include <cstdio>
+#include <ctime>
+#include <string>
 #include <unistd.h>
 
 namespace {

@@ -7,9 +7,15 @@
 #include "Number.h"
 #include "OrvException.h"
 #include "OrvLogger.h"
+#include <CoreFoundation/CoreFoundation.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
+#include <memory>
+#include <string>
+#include <vector>
 
 namespace {
 

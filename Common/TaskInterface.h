@@ -1,9 +1,10 @@
 #pragma once
 
-#include "SqliteDb.h"
-#include "TaskInfo.h"
+#include "SqliteDb.h" // IWYU pragma: export
+#include "TaskInfo.h" // IWYU pragma: export
 
 #include <CoreFoundation/CoreFoundation.h>
+#include <ctime>
 #include <memory>
 #include <string>
 #include <vector>

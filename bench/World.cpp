@@ -3,8 +3,10 @@
 #include "PrivateWorld.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <filesystem>
 #include <stdexcept>
+#include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 

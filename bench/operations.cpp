@@ -9,15 +9,20 @@
 #include "TaskInterface.h"
 
 #include <benchmark/benchmark.h>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <istream>
+#include <ostream>
 #include <pugixml.hpp>
 #include <sqlite3.h>
 #include <sstream>
 #include <stdexcept>
+#include <string>
 
 namespace {
 

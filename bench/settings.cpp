@@ -12,9 +12,12 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
+#include <ratio>
 #include <sqlite3.h>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace {
 

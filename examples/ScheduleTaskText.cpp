@@ -1,11 +1,13 @@
 #include "ScheduleTaskText.h"
 
+#include "TaskInfo.h"
 #include "TerminalText.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <ctime>
 #include <pwd.h>
+#include <string>
 
 namespace {
 

@@ -7,16 +7,21 @@
 #include "Schedule.h"
 #include "ScheduleTaskText.h"
 #include "TaskEditor.h"
+#include <CoreFoundation/CoreFoundation.h>
 
 #include <charconv>
+#include <cstddef>
 #include <cstdio>
 #include <ctime>
+#include <exception>
 #include <getopt.h>
 #include <map>
 #include <pwd.h>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace {

@@ -3,9 +3,13 @@
 //
 // Input: the bytes of both columns.
 #include "CfRef.h"
+#include "Expect.h"
 #include "FuzzStore.h"
+#include "PrivateWorld.h"
 #include "TaskEditor.h"
+#include <CoreFoundation/CoreFoundation.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 

@@ -3,9 +3,11 @@
 //
 // Input: for each of the twelve columns a byte that chooses the kind of its value, a length byte where that kind has
 // one, and the value's bytes.
+#include "Expect.h"
 #include "FuzzStore.h"
 #include "Number.h"
 #include "OrvException.h"
+#include "PrivateWorld.h"
 #include "TaskEditor.h"
 
 #include <algorithm>

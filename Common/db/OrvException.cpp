@@ -1,5 +1,6 @@
 #include "OrvException.h"
 
+#include <cstdint>
 #include <cstdio>
 
 OrvException::OrvException(long code, const char* message)

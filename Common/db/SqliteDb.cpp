@@ -3,10 +3,14 @@
 #include "OrvException.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <sqlite3.h>
+#include <string>
+#include <vector>
 
 static_assert(SqliteDb::columnNull == SQLITE_NULL);
 static_assert(SqliteDb::columnBlob == SQLITE_BLOB);

@@ -1,4 +1,6 @@
 #include <algorithm>
+#include <cstddef>
+#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
@@ -13,9 +15,11 @@
 #include <vector>
 
 #include "DamagedDatabase.h"
+#include "FailingVfs.h"
 #include "OrvException.h"
 #include "Process.h"
 #include "StoreOperations.h"
+#include "TaskEditor.h"
 #include "WorldTest.h"
 
 namespace fs = std::filesystem;

@@ -2,6 +2,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <functional>
 #include <future>
@@ -9,6 +10,7 @@
 #include <mutex>
 #include <new>
 #include <optional>
+#include <ostream>
 #include <set>
 #include <sqlite3.h>
 #include <string>
@@ -18,12 +20,16 @@
 
 #include "DamagedDatabase.h"
 #include "FailingMemory.h"
+#include "FailingVfs.h"
 #include "OrvException.h"
 #include "OrvLogger.h"
 #include "QuickCrontab.h"
 #include "StoreOperations.h"
 #include "Tables.h"
+#include "TaskEditor.h"
+#include "TaskInfo.h"
 #include "WorldTest.h"
+#include <CoreFoundation/CoreFoundation.h>
 
 // The operations with the first, second, ... request for memory refused, once and from then on, until a run meets no
 // refusal any more. Where the C library cannot go on for want of memory, it fails as it does for other reasons (popen,

@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <future>
 #include <gtest/gtest.h>
-#include <optional>
 #include <sqlite3.h>
 #include <string>
 #include <vector>
@@ -11,6 +10,7 @@
 #include "OrvException.h"
 #include "StoreOperations.h"
 #include "Tables.h"
+#include "TaskEditor.h"
 #include "WorldTest.h"
 
 // Each operation of the store with SQLite's first, second, ... call of a kind failing, once and from then on, until a

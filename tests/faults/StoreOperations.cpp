@@ -1,15 +1,24 @@
 #include "StoreOperations.h"
 
+#include "gtest/gtest.h"
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <filesystem>
 #include <iterator>
 #include <memory>
 #include <ostream>
 #include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "CfRef.h"
 #include "OrvException.h"
+#include "TaskEditor.h"
+#include "TaskInfo.h"
+#include "TaskInterface.h"
+#include <CoreFoundation/CoreFoundation.h>
 
 namespace support {
 

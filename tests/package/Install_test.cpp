@@ -3,10 +3,13 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <ios>
 #include <numeric>
 #include <regex>
 #include <sstream>
+#include <string>
 #include <sys/stat.h>
+#include <vector>
 
 namespace fs = std::filesystem;
 using namespace support;

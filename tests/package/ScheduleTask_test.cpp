@@ -1,14 +1,18 @@
 #include "Process.h"
 #include "WorldTest.h"
 
+#include "gtest/gtest.h"
 #include <algorithm>
 #include <ctime>
 #include <fcntl.h>
 #include <filesystem>
+#include <ostream>
 #include <sstream>
+#include <string>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 using namespace support;
 

@@ -1,8 +1,11 @@
 #include "Process.h"
 #include "WorldTest.h"
 
+#include <cstddef>
 #include <filesystem>
+#include <string>
 #include <unistd.h>
+#include <vector>
 
 namespace fs = std::filesystem;
 using namespace support;

@@ -1,17 +1,22 @@
 // A program of the product with names of its own: every helper of the library has its name in a namespace or in a
 // class, so that this compiles, and links with all of the library's objects.
 
-#include "CfRef.h"
-#include "Constants.h"
-#include "CrontabText.h"
-#include "OrvException.h"
-#include "PassLock.h"
-#include "SqliteDb.h"
-#include "TaskEditor.h"
-#include "TaskInfo.h"
-#include "TaskInterface.h"
+#include "CfRef.h" // IWYU pragma: keep
+#include "Constants.h" // IWYU pragma: keep
+#include "CrontabText.h" // IWYU pragma: keep
+#include "OrvException.h" // IWYU pragma: keep
+#include "PassLock.h" // IWYU pragma: keep
+#include "SqliteDb.h" // IWYU pragma: keep
+#include "TaskEditor.h" // IWYU pragma: keep
+#include "TaskInfo.h" // IWYU pragma: keep
+#include "TaskInterface.h" // IWYU pragma: keep
 
 #include <ctime>
+#include <functional>
+#include <istream>
+#include <ostream>
+#include <string>
+#include <string_view>
 #include <type_traits>
 
 std::string decimal(int);

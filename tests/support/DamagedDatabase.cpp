@@ -1,12 +1,17 @@
 #include "DamagedDatabase.h"
 
 #include <csignal>
+#include <cstddef>
+#include <cstdlib>
 #include <filesystem>
 #include <sqlite3.h>
 #include <stdexcept>
+#include <string>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <vector>
 
+#include "FailingVfs.h"
 #include "PrivateWorld.h"
 
 namespace fs = std::filesystem;

@@ -1,4 +1,5 @@
 #include "FailingMemory.h"
+#include "FailingVfs.h"
 
 #include <algorithm>
 #include <array>
@@ -12,10 +13,10 @@
 #include <dlfcn.h>
 #include <execinfo.h>
 #include <link.h>
-#include <new>
 #include <pwd.h>
 #include <sqlite3.h>
 #include <stdexcept>
+#include <string>
 
 namespace support {
 

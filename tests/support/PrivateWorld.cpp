@@ -5,18 +5,24 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <ios>
+#include <iterator>
 #include <map>
 #include <memory>
+#include <ostream>
 #include <sched.h>
 #include <sqlite3.h>
 #include <sstream>
 #include <stdexcept>
+#include <string>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 #include "Process.h"
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <gtest/gtest.h>
+#include <gtest/gtest.h> // IWYU pragma: export
 
-#include "PrivateWorld.h"
+#include "PrivateWorld.h" // IWYU pragma: export
 
 namespace support {
 

@@ -2,10 +2,11 @@
 #include "SystemTest.h"
 #include "TaskEditor.h"
 
-#include <algorithm>
 #include <cctype>
+#include <cstddef>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <istream>
 #include <map>
 #include <ostream>
 #include <stdexcept>

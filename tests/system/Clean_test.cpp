@@ -1,4 +1,7 @@
 #include "SystemTest.h"
+#include <cstddef>
+#include <string>
+#include <vector>
 
 using namespace support;
 

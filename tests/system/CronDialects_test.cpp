@@ -1,5 +1,6 @@
 #include "SystemTest.h"
 
+#include <cstddef>
 #include <gtest/gtest.h>
 #include <string>
 

@@ -1,4 +1,6 @@
 #include "SystemTest.h"
+#include <cstddef>
+#include <string>
 
 using namespace support;
 

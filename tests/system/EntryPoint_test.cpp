@@ -1,6 +1,8 @@
 #include "SystemTest.h"
 
 #include <filesystem>
+#include <string>
+#include <vector>
 
 using namespace support;
 

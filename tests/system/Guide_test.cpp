@@ -1,12 +1,23 @@
 // What docs/task-library.md and docs/formats.md show. The code of the first is taken out of it when this is built, and
 // stands before everything else, so that it has to bring its own headers.
+#include "OrvException.h"
+#include "TaskEditor.h"
+#include "TaskInfo.h"
+#include "TaskInterface.h"
 #include "task-library.inc"
+#include <CoreFoundation/CoreFoundation.h>
 
 #include "SystemTest.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <stdexcept>
+#include <string>
+#include <vector>
 
 using namespace support;
 

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdio>
 #include <functional>
+#include <sched.h>
 #include <set>
 #include <string>
 #include <sys/wait.h>

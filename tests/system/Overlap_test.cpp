@@ -7,8 +7,10 @@
 #include <memory>
 #include <sstream>
 #include <stdexcept>
+#include <string>
 #include <sys/file.h>
 #include <unistd.h>
+#include <vector>
 
 using namespace support;
 

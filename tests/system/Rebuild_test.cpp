@@ -1,4 +1,6 @@
 #include "SystemTest.h"
+#include <string>
+#include <vector>
 
 using namespace support;
 

@@ -1,9 +1,9 @@
 #include "Process.h"
 #include "WorldTest.h"
 
-#include <algorithm>
 #include <gtest/gtest.h>
 #include <map>
+#include <ostream>
 #include <sstream>
 #include <string>
 #include <sys/prctl.h>

@@ -1,6 +1,8 @@
 #include "SystemTest.h"
 
 #include <sstream>
+#include <string>
+#include <vector>
 
 using namespace support;
 

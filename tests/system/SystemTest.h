@@ -3,8 +3,8 @@
 #include <string>
 #include <vector>
 
-#include "Process.h"
-#include "WorldTest.h"
+#include "Process.h" // IWYU pragma: export
+#include "WorldTest.h" // IWYU pragma: export
 
 /// Tests of the built program, from outside: what it makes of the crontabs and the scratch directory.
 class SystemTest : public support::WorldTest {

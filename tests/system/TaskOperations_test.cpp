@@ -1,14 +1,19 @@
 #include "TaskEditor.h"
 
 #include <chrono>
+#include <cstddef>
 #include <filesystem>
+#include <functional>
 #include <memory>
+#include <sched.h>
 #include <set>
 #include <stdexcept>
+#include <string>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
 #include "OrvException.h"
 #include "WorldTest.h"

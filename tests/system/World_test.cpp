@@ -3,8 +3,12 @@
 
 #include <filesystem>
 #include <pwd.h>
+#include <sstream>
+#include <stdexcept>
+#include <string>
 #include <sys/statfs.h>
 #include <unistd.h>
+#include <vector>
 
 using namespace support;
 

@@ -2,13 +2,17 @@
 #include "WorldTest.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <filesystem>
 #include <map>
 #include <random>
 #include <sstream>
+#include <string>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <tuple>
 #include <unistd.h>
+#include <vector>
 
 using namespace support;
 

@@ -1,6 +1,8 @@
 #include "Constants.h"
 
 #include <gtest/gtest.h>
+#include <string>
+#include <vector>
 
 #include "SqliteDb.h"
 

@@ -1,4 +1,6 @@
 #include <CoreFoundation/CoreFoundation.h>
+#include <cstddef>
+#include <cstdint>
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -7,6 +9,7 @@
 #include <string>
 #include <thread>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace {

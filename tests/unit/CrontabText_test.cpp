@@ -1,11 +1,15 @@
 #include "CrontabText.h"
 
 #include <climits>
+#include <cstddef>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <istream>
 #include <locale>
+#include <ostream>
 #include <sstream>
 #include <stdexcept>
+#include <string>
 #include <vector>
 
 using namespace std::string_literals;

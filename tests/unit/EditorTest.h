@@ -6,8 +6,8 @@
 #include <sys/types.h>
 #include <vector>
 
-#include "StoreTest.h"
-#include "TaskEditor.h"
+#include "StoreTest.h" // IWYU pragma: export
+#include "TaskEditor.h" // IWYU pragma: export
 
 /// What the tests of the editor stand on: each command that the program starts goes through this test program, which
 /// writes it down, refuses it, or lets something happen before it; so does each connection that it opens.

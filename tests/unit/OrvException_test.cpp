@@ -1,5 +1,6 @@
 #include "OrvException.h"
 
+#include <exception>
 #include <gtest/gtest.h>
 
 #include <cstddef>

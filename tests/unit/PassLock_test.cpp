@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <memory>
+#include <string>
 #include <sys/time.h>
 #include <unistd.h>
 

@@ -1,4 +1,5 @@
 #include <CoreFoundation/CoreFoundation.h>
+#include <cstdint>
 #include <gtest/gtest.h>
 
 #include <clocale>
@@ -7,14 +8,19 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <ios>
+#include <istream>
 #include <iterator>
 #include <limits>
 #include <map>
 #include <memory>
+#include <ostream>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace {

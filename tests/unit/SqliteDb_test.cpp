@@ -1,18 +1,22 @@
 #include "SqliteDb.h"
 
+#include "gtest/gtest.h"
 #include <algorithm>
 #include <climits>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <malloc.h>
 #include <memory>
 #include <sqlite3.h>
+#include <string>
 #include <sys/stat.h>
+#include <system_error>
 #include <thread>
-#include <type_traits>
 #include <unistd.h>
+#include <vector>
 
 #include "StoreTest.h"
 

@@ -1,17 +1,26 @@
 #include "StoreTest.h"
 
 #include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <dlfcn.h>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <sqlite3.h>
 #include <stdexcept>
+#include <string>
+#include <system_error>
 #include <utility>
+#include <vector>
 
+#include "CfRef.h"
 #include "OrvLogger.h"
+#include <CoreFoundation/CoreFoundation.h>
 
 namespace fs = std::filesystem;
 

@@ -7,9 +7,10 @@
 #include <vector>
 
 #include "CfRef.h"
-#include "OrvException.h"
-#include "TaskInterface.h"
-#include "WorldTest.h"
+#include "OrvException.h" // IWYU pragma: export
+#include "TaskInterface.h" // IWYU pragma: export
+#include "WorldTest.h" // IWYU pragma: export
+#include <CoreFoundation/CoreFoundation.h>
 
 /// What the tests of the store stand on: the program's LogMsg, its time() and its calls of SQLite all go through this
 /// test program, which writes them down, sets them, or lets something happen between two of them.

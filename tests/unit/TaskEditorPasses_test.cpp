@@ -1,7 +1,11 @@
 #include "TaskEditor.h"
 
+#include "gtest/gtest.h"
+#include <cstddef>
 #include <filesystem>
 #include <ostream>
+#include <string>
+#include <vector>
 
 #include "EditorTest.h"
 

@@ -1,8 +1,10 @@
 #include "TaskEditor.h"
 
 #include <filesystem>
-#include <limits>
+#include <mutex>
+#include <string>
 #include <sys/stat.h>
+#include <vector>
 
 #include "EditorTest.h"
 

@@ -4,7 +4,11 @@
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
+#include <functional>
 #include <future>
+#include <iterator>
+#include <mutex>
+#include <string>
 #include <thread>
 #include <unistd.h>
 

@@ -1,7 +1,13 @@
+#include "CfRef.h"
 #include "TaskInfo.h"
+#include <CoreFoundation/CoreFoundation.h>
 
 #include <climits>
 #include <cstddef>
+#include <cstdint>
+#include <ctime>
+#include <iterator>
+#include <string>
 #include <type_traits>
 #include <unistd.h>
 

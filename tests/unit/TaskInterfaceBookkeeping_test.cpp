@@ -1,9 +1,14 @@
 #include <climits>
+#include <ctime>
+#include <string>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
+#include "CfRef.h"
 #include "StoreTest.h"
+#include <CoreFoundation/CoreFoundation.h>
 
 using namespace support;
 

@@ -1,6 +1,8 @@
+#include "gtest/gtest.h"
 #include <climits>
 #include <numeric>
 #include <ostream>
+#include <vector>
 
 #include "StoreTest.h"
 

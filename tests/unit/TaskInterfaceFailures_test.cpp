@@ -1,7 +1,10 @@
+#include "gtest/gtest.h"
 #include <filesystem>
 #include <ostream>
 #include <sqlite3.h>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "StoreTest.h"
 

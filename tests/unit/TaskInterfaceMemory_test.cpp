@@ -1,4 +1,6 @@
 // Sanitizers bring an operator new of their own, which checks more than this one: these tests are for builds without.
+#include <string>
+#include <vector>
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define ORV_SANITIZED
 #elif defined(__has_feature)

@@ -1,6 +1,11 @@
 #include <climits>
+#include <cstddef>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "StoreTest.h"
+#include <CoreFoundation/CoreFoundation.h>
 
 using namespace support;
 

@@ -1,8 +1,14 @@
+#include "gtest/gtest.h"
 #include <climits>
+#include <cstdio>
 #include <ostream>
 #include <sqlite3.h>
+#include <string>
+#include <vector>
 
+#include "CfRef.h"
 #include "StoreTest.h"
+#include <CoreFoundation/CoreFoundation.h>
 
 using namespace support;
 

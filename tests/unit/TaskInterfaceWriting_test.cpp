@@ -1,7 +1,13 @@
 #include <climits>
+#include <ctime>
 #include <sqlite3.h>
+#include <string>
+#include <utility>
+#include <vector>
 
+#include "CfRef.h"
 #include "StoreTest.h"
+#include <CoreFoundation/CoreFoundation.h>
 
 using namespace support;
 

@@ -1,5 +1,8 @@
 #include <climits>
+#include <ctime>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "StoreTest.h"
 

@@ -5,7 +5,12 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstddef>
+#include <optional>
 #include <sstream>
+#include <string>
+#include <system_error>
+#include <vector>
 
 const std::string managerPath = tmanagerPath + "TessaraTaskManager";
 

@@ -5,11 +5,15 @@
 #include <algorithm>
 #include <cstdio>
 #include <fstream>
+#include <ios>
 #include <iterator>
 #include <memory>
+#include <optional>
 #include <regex>
 #include <stdexcept>
+#include <string>
 #include <sys/wait.h>
+#include <vector>
 
 namespace {
 

@@ -2,14 +2,19 @@
 
 #include "Constants.h"
 #include "CrontabLines.h"
+#include "CrontabProgram.h"
 #include "OrvException.h"
 #include "TaskEditor.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <exception>
+#include <optional>
 #include <pwd.h>
+#include <string>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 

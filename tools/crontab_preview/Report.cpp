@@ -1,10 +1,18 @@
 #include "Report.h"
 
+#include "CrontabLines.h"
+#include "CrontabProgram.h"
+#include "Owners.h"
+#include "Run.h"
 #include "TerminalText.h"
 
 #include <algorithm>
-#include <numeric>
+#include <cstddef>
+#include <map>
+#include <string>
 #include <tuple>
+#include <utility>
+#include <vector>
 
 namespace {
 

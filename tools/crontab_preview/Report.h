@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Owners.h"
 #include "Run.h"
 
 #include <string>

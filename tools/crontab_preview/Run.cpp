@@ -1,10 +1,19 @@
 #include "Run.h"
 
+#include "CrontabLines.h"
+#include "CrontabProgram.h"
 #include "CrontabText.h"
+#include "Owners.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <map>
+#include <optional>
 #include <set>
 #include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace {
 

@@ -1,8 +1,10 @@
 #pragma once
 
 #include "CrontabLines.h"
+#include "CrontabProgram.h"
 #include "Owners.h"
 
+#include <cstddef>
 #include <map>
 #include <string>
 #include <vector>

@@ -1,8 +1,11 @@
 // Shows what OrvCronCleaner would do to the crontabs, without doing it.
 
 #include "Constants.h"
+#include "CrontabProgram.h"
 #include "OrvException.h"
+#include "Owners.h"
 #include "Report.h"
+#include "Run.h"
 #include "TerminalText.h"
 
 #include <algorithm>
@@ -11,12 +14,16 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <fcntl.h>
 #include <getopt.h>
 #include <pwd.h>
 #include <stdexcept>
+#include <string>
 #include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
