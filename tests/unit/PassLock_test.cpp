@@ -94,7 +94,8 @@ TEST_F(PassLockTest, WaitsOnWhenASignalComes)
     while (free()) { }
     struct sigaction action = {};
     action.sa_handler = [](int) {
-        if (++gSignals == 3)
+        gSignals = gSignals + 1;
+        if (gSignals == 3)
             unlink(heldFile.c_str()); // lets the holder go
     };
     sigaction(SIGALRM, &action, nullptr); // without SA_RESTART, so that the wait is broken off each time
