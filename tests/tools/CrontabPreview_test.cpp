@@ -886,6 +886,75 @@ TEST_F(CrontabPreview, ShowsWhatOnlyLooksLikeTextForWhatItIs)
         << shown;
 }
 
+/// The examples of the manual page, which keeps copies in /root/crontabs.
+class CrontabPreviewManual : public CrontabPreview {
+protected:
+    void SetUp() override
+    {
+        CrontabPreview::SetUp();
+        addTask(1, anna, "7 * * * *");
+        addTask(2, ben, "8 * * * *");
+        setCrontab("anna", annas);
+        setCrontab("ben", bens);
+        const std::string page = readFile(ORV_MANUAL);
+        const std::string begin = ".Bd -literal -offset indent\n";
+        for (std::size_t at = page.find(begin, page.find(".Sh EXAMPLES")); at != std::string::npos;
+             at = page.find(begin, at + 1))
+            examples.push_back(page.substr(at + begin.size(), page.find(".Ed", at) - at - begin.size()));
+        ASSERT_EQ(5U, examples.size());
+    }
+
+    static ProgramEnd run(std::string example)
+    {
+        for (std::size_t at; (at = example.find("/root/")) != std::string::npos;)
+            example.replace(at, 6, testDirectory);
+        const auto directory = [](const std::string& path) { return path.substr(0, path.rfind('/')); };
+        return runProgram({"/bin/sh", "-c", "cd " + testDirectory + "\n" + example}, StandardOutput::captured,
+            {"PATH=" + directory(ORV_CRON_CLEANER) + ":" + directory(ORV_CRONTAB_PREVIEW) + ":/usr/bin:/bin"});
+    }
+
+    const std::string annas = own + taskLine("7 * * * *", 1);
+    const std::string bens = own + "\n" + own + taskLine("8 * * * *", 2);
+    std::vector<std::string> examples;
+};
+
+TEST_F(CrontabPreviewManual, ShowsHowToLookAndHowAScriptStops)
+{
+    const ProgramEnd shown = run(examples[0]);
+    EXPECT_EQ(0U, shown.output.find("ben  loses 1 of 2 jobs; task lines 1 -> 0\n")) << shown.output << shown.errors;
+    EXPECT_TRUE(contains(shown.output, "\nben (uid 502): loses 1 of 2 jobs; task lines 1 -> 0\n")) << shown.output;
+    const ProgramEnd stopped = run(examples[1]);
+    EXPECT_EQ(1, stopped.status);
+    EXPECT_EQ("The crontabs were not cleaned.\n", stopped.errors);
+    EXPECT_EQ(annas, crontabOf("anna"));
+    setCrontab("ben", own);
+    EXPECT_EQ(0, run(examples[1]).status);
+    EXPECT_EQ(own, crontabOf("anna"));
+}
+
+TEST_F(CrontabPreviewManual, ShowsHowCopiesArePutBack)
+{
+    const ProgramEnd one = run(examples[2]);
+    EXPECT_EQ(0, one.status) << one.errors;
+    EXPECT_EQ(own, crontabOf("anna"));
+    EXPECT_EQ(bens, crontabOf("ben"));
+    runPass("clean");
+    EXPECT_EQ(own, crontabOf("ben"));
+    const ProgramEnd all = run(examples[3]);
+    EXPECT_EQ(0, all.status) << all.errors;
+    EXPECT_EQ(annas, crontabOf("anna"));
+    EXPECT_EQ(bens, crontabOf("ben"));
+}
+
+TEST_F(CrontabPreviewManual, ShowsHowToPatch)
+{
+    const ProgramEnd end = run(examples[4]);
+    EXPECT_EQ(0, end.status) << end.output << end.errors;
+    EXPECT_EQ(own + taskLine("8 * * * *", 2), readFile(testDirectory + "ben.next"));
+    runPass("update");
+    EXPECT_EQ(crontabOf("ben"), readFile(testDirectory + "ben.next"));
+}
+
 /// Crontabs and task tables, from a seed.
 class Generator {
 public:
