@@ -21,6 +21,7 @@
 #include <string>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 #include <vector>
 
@@ -45,13 +46,16 @@ const std::string recorder = worldDirectory + "recording_crontab";
 const std::string recorderState = worldDirectory + "crontab/"; // the recording crontab knows it, too
 const std::string recorderTabs = recorderState + "tabs/";
 const std::string spool = "/var/spool/cron/crontabs/";
+const std::string denyFile = "/etc/cron.deny";
 const char* const crontabProgram = "/usr/bin/crontab";
+const char* const aclAttribute = "system.posix_acl_access";
 
 bool gEntered = false;
 bool gRecording = false;
 std::vector<std::string> gScratchMounts; // in the order they were made
-gid_t gCrontabGroup = 0;
+gid_t gSpoolGroup = 0;
 std::map<std::string, int> gAccounts;
+bool gOwnEtc = false;
 
 [[noreturn]] void fail(const std::string& sentence)
 {
@@ -146,25 +150,55 @@ void bringBack(const fs::directory_entry& entry, const std::string& target)
     bindMount(entry.path().string(), target);
 }
 
-/// The product's directory must not be made on the machine's own disk, not even as a mount point, so /usr/local as a
-/// whole becomes a file system in memory.
-void replaceUsrLocal()
+/// Makes the folder one in memory, with what it held before but for `omitted`.
+void replaceFolder(const std::string& folder, const std::vector<std::string>& omitted)
 {
-    const int before = openPath("/usr/local", O_PATH | O_DIRECTORY);
-    mountTmpfs("/usr/local", "mode=0755");
+    const int before = openPath(folder.c_str(), O_PATH | O_DIRECTORY);
+    mountTmpfs(folder, "mode=0755");
     for (const auto& entry : fs::directory_iterator("/proc/self/fd/" + std::to_string(before))) {
         const std::string name = entry.path().filename().string();
-        if (name != "Quarno")
-            bringBack(entry, "/usr/local/" + name);
+        if (std::find(omitted.begin(), omitted.end(), name) == omitted.end())
+            bringBack(entry, folder + "/" + name);
     }
     close(before);
 }
 
+/// Each package of a crontab program makes the folders of the spool with owners and rights of its own.
+struct Folder {
+    std::string path;
+    struct stat status;
+    std::string acl;
+};
+
+Folder folderAt(const std::string& path)
+{
+    Folder folder = {path, {}, std::string(1000, '\0')};
+    if (stat(path.c_str(), &folder.status) != 0)
+        failCall("stat " + path);
+    const ssize_t size = getxattr(path.c_str(), aclAttribute, folder.acl.data(), folder.acl.size());
+    folder.acl.resize(size > 0 ? static_cast<size_t>(size) : 0);
+    return folder;
+}
+
+void make(const Folder& folder)
+{
+    fs::create_directory(folder.path);
+    setOwnerAndMode(folder.path, folder.status.st_uid, folder.status.st_gid, folder.status.st_mode & 07777);
+    if (!folder.acl.empty()
+        && setxattr(folder.path.c_str(), aclAttribute, folder.acl.data(), folder.acl.size(), 0) != 0)
+        failCall("setxattr " + folder.path);
+}
+
 void replaceSpool()
 {
+    std::vector<Folder> folders;
+    for (const auto& entry : fs::directory_iterator("/var/spool/cron"))
+        if (entry.is_directory())
+            folders.push_back(folderAt(entry.path().string()));
+    gSpoolGroup = folderAt(spool).status.st_gid;
     mountTmpfs("/var/spool/cron", "mode=0755");
-    fs::create_directory(spool);
-    setOwnerAndMode(spool, 0, gCrontabGroup, S_ISVTX | 0730);
+    for (const auto& folder : folders)
+        make(folder);
 }
 
 void writeAccounts()
@@ -189,7 +223,7 @@ void replaceAccounts()
 {
     gAccounts = {{"root", 0}};
     writeAccounts();
-    writeRaw(worldDirectory + "group", "root:x:0:\ncrontab:x:" + std::to_string(gCrontabGroup) + ":\n");
+    writeRaw(worldDirectory + "group", "root:x:0:\ncrontab:x:" + std::to_string(gSpoolGroup) + ":\n");
     writeRaw(worldDirectory + "nsswitch.conf", "passwd: files\ngroup: files\nshadow: files\n");
     writeRaw(worldDirectory + "cron.deny", "");
     bindMount(passwdFile, "/etc/passwd");
@@ -207,23 +241,30 @@ void bringRecorder()
     setOwnerAndMode(recorder, 0, 0, 0755);
 }
 
+void startService()
+{
+    const char* const start = std::getenv("ORV_START_SERVICE");
+    if (start != nullptr && runProgram({"/bin/sh", "-ec", start}).status != 0)
+        fail(std::string("this failed: ") + start);
+}
+
 void buildWorld()
 {
-    struct stat program { };
     if (geteuid() != 0)
         fail("they run in a private mount namespace, which only root can make; run them as root");
-    if (stat(crontabProgram, &program) != 0)
+    if (!fs::exists(crontabProgram))
         fail("there is no /usr/bin/crontab; install the package cron");
-    gCrontabGroup = program.st_gid;
     umask(022);
     unshareMounts();
-    replaceUsrLocal();
+    replaceFolder(
+        "/usr/local", {"Quarno"}); // not even as a mount point is the product's folder made on the machine's disk
     replaceSpool();
     fs::create_directory(worldDirectory);
     replaceAccounts();
     bringRecorder();
     gEntered = true;
     resetWorld();
+    startService();
 }
 
 void emptyDirectory(const std::string& path)
@@ -306,6 +347,8 @@ void resetWorld()
     setOwnerAndMode(scratchDirectory, 0, 0, 0700);
     for (const auto& crontab : fs::directory_iterator(spool))
         fs::remove_all(crontab.path());
+    if (gOwnEtc)
+        fs::remove(denyFile);
     gAccounts = {{"root", 0}, {"anna", anna}, {"ben", ben}, {"carla", carla}};
     writeAccounts();
 }
@@ -325,6 +368,15 @@ void removeAccount(const std::string& name)
     writeAccounts();
 }
 
+void denyCron(const std::string& name)
+{
+    requireWorld();
+    if (!gOwnEtc)
+        replaceFolder("/etc", {"cron.allow", "cron.deny"});
+    gOwnEtc = true;
+    writeRaw(denyFile, name + "\n");
+}
+
 std::string crontabOf(const std::string& name)
 {
     requireWorld();
@@ -342,6 +394,32 @@ bool hasCrontab(const std::string& name)
 {
     requireWorld();
     return fs::exists((gRecording ? recorderTabs : spool) + name);
+}
+
+namespace {
+
+/// The length of the three comments at the beginning that Debian's crontab writes.
+size_t headerLength(const std::string& crontab)
+{
+    size_t length = 0;
+    for (int line = 0; line < 3 && crontab.compare(0, 13, "# DO NOT EDIT") == 0; ++line)
+        length = crontab.find('\n', length) + 1;
+    return length;
+}
+
+} // namespace
+
+std::string storedCrontab(const std::string& name)
+{
+    const std::string stored = readFile(spool + name);
+    return stored.substr(headerLength(stored));
+}
+
+void storeCrontab(const std::string& name, const std::string& text)
+{
+    setCrontab(name, "");
+    const std::string empty = readFile(spool + name);
+    writeFile(spool + name, empty.substr(0, headerLength(empty)) + text);
 }
 
 void setCrontab(const std::string& name, const std::string& text)

@@ -29,8 +29,10 @@ constexpr int carla = 503;
 constexpr int nobodysUid = 777;
 
 /// Moves the calling process into a new private world. To be called once, before any thread is started.
-/// Ends the process with status 1 and one sentence on standard error when that is not possible (not root, no crontab
-/// program, a mount that fails); it never returns outside of the private world.
+/// The spool's folders are made as the machine has them. The shell text in the environment variable ORV_START_SERVICE
+/// is then run to its end in that world: it starts the service that some crontab programs need. Ends the process with
+/// status 1 and one sentence on standard error when that is not possible (not root, no crontab program, a mount that
+/// fails); it never returns outside of the private world.
 void enterPrivateWorld();
 
 /// Makes the world as a test wants to find it: an empty product directory with var/tmp (mode 0700), no database, no
@@ -50,6 +52,14 @@ bool hasCrontab(const std::string& name);
 /// Installs `text` as the crontab of an account. The real crontab accepts only text that it finds well formed and that
 /// ends with a newline; the recording one takes any bytes.
 void setCrontab(const std::string& name, const std::string& text);
+
+/// The bytes of a crontab in the spool of the real crontab, without the three lines that Debian's puts before it.
+std::string storedCrontab(const std::string& name);
+/// Puts these bytes there without asking the crontab program, behind those three lines if it writes them.
+void storeCrontab(const std::string& name, const std::string& text);
+
+/// Lets /etc/cron.deny name the account, and takes /etc/cron.allow away, until the next resetWorld().
+void denyCron(const std::string& name);
 
 /// Puts the recording crontab in the place of /usr/bin/crontab until useRealCrontab() or resetWorld(): it keeps each
 /// crontab byte for byte, checks nothing and writes down its calls. Its crontabs are its own: none at the start.

@@ -124,6 +124,15 @@ TEST_F(Rebuild, WritesEveryLineTwiceWhenItRunsTwice)
     EXPECT_EQ(backup + lines + lines, crontabOf("anna"));
 }
 
+TEST_F(Rebuild, BringsBackWhatACleanTakesOut)
+{
+    addTask({3, anna});
+    setCrontab("anna", backup + scan + report);
+    clean();
+    rebuild();
+    EXPECT_EQ(backup + report + scan, crontabOf("anna"));
+}
+
 TEST_F(Rebuild, KeepsForeignLinesFirstAndUnchanged)
 {
     addTask({3, anna});
