@@ -17,7 +17,9 @@ the product's task database.
 
 A clean can lose lines that are not the product's: of 68 users' crontabs from
 public repositories, it loses at least one job in 29 and every job in 23.
-crontab_preview(8) shows what a run would lose, before it is started. Neither installing nor removing this package changes a crontab.
+crontab_preview(8) shows what a run would lose, before it is started.
+
+Neither installing nor removing this package changes a crontab.
 
 The libraries and headers with which other programs of the product create,
 change, delete and account for scheduled tasks are included.")
