@@ -1,9 +1,7 @@
-#include "CFNumber.h"
+#include "CFValues.h"
 
-#include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <optional>
 #include <type_traits>
 
 using namespace OrvCF;
@@ -15,53 +13,44 @@ using Value = OrvCFNumber::Value;
 constexpr double twoTo63 = 9223372036854775808.0;
 constexpr double twoTo64 = 2 * twoTo63;
 
-template <class T> constexpr CFNumberType integerType()
+/// The type by size that a C type is stored under.
+template <class T> constexpr CFNumberType sizedType()
 {
-    return sizeof(T) == sizeof(SInt32) ? kCFNumberSInt32Type : kCFNumberSInt64Type;
+    if (!std::is_integral_v<T>)
+        return sizeof(T) == sizeof(Float32) ? kCFNumberFloat32Type : kCFNumberFloat64Type;
+    return sizeof(T) == 1 ? kCFNumberSInt8Type
+        : sizeof(T) == 2  ? kCFNumberSInt16Type
+        : sizeof(T) == 4  ? kCFNumberSInt32Type
+                          : kCFNumberSInt64Type;
 }
 
-/// The type by size of any type; nothing if it is none.
-std::optional<CFNumberType> sizedType(CFNumberType type)
-{
-    switch (type) {
-    case kCFNumberCharType:
-        return kCFNumberSInt8Type;
-    case kCFNumberShortType:
-        return kCFNumberSInt16Type;
-    case kCFNumberIntType:
-        return integerType<int>();
-    case kCFNumberLongType:
-        return integerType<long>();
-    case kCFNumberLongLongType:
-        return integerType<long long>();
-    case kCFNumberCFIndexType:
-        return integerType<CFIndex>();
-    case kCFNumberFloatType:
-        return kCFNumberFloat32Type;
-    case kCFNumberDoubleType:
-        return kCFNumberFloat64Type;
-    default:
-        return type >= kCFNumberSInt8Type && type <= kCFNumberFloat64Type ? std::optional(type) : std::nullopt;
-    }
-}
-
-/// Calls `use` with a zero of the C type that `type`, one of the six, stands for.
-template <class Use> auto withType(CFNumberType type, Use use)
+/// Calls `use` with a zero of the C type that `type` stands for; false if that is none.
+template <class Use> bool withType(CFNumberType type, Use use)
 {
     switch (type) {
     case kCFNumberSInt8Type:
+    case kCFNumberCharType:
         return use(SInt8());
     case kCFNumberSInt16Type:
+    case kCFNumberShortType:
         return use(SInt16());
     case kCFNumberSInt32Type:
+    case kCFNumberIntType:
         return use(SInt32());
     case kCFNumberSInt64Type:
+    case kCFNumberLongLongType:
         return use(SInt64());
+    case kCFNumberLongType:
+    case kCFNumberCFIndexType:
+        return use(CFIndex());
     case kCFNumberFloat32Type:
+    case kCFNumberFloatType:
         return use(Float32());
-    default:
+    case kCFNumberFloat64Type:
+    case kCFNumberDoubleType:
         return use(Float64());
     }
+    return false;
 }
 
 template <class T> Value loaded(const void* from, T number)
@@ -97,61 +86,28 @@ bool sameNumber(const Value& left, const Value& right)
     return canonical(left) == canonical(right) || (isNan(left) && isNan(right));
 }
 
-/// The number as a T: the nearest there is.
-template <class T> struct Nearest {
-    T operator()(int64_t number) const
-    {
-        if constexpr (std::is_integral_v<T>)
-            return static_cast<T>(std::clamp<int64_t>(number, lowest, highest));
-        else
-            return static_cast<T>(number);
-    }
-
-    T operator()(uint64_t number) const
-    {
-        if constexpr (std::is_integral_v<T>)
-            return highest; // it is 2^63 or more
-        else
-            return static_cast<T>(number);
-    }
-
-    T operator()(double number) const
-    {
-        if constexpr (!std::is_integral_v<T>)
-            return static_cast<T>(number);
-        else if (std::isnan(number))
-            return 0;
-        else if (number <= static_cast<double>(lowest))
-            return lowest;
-        else
-            return number >= static_cast<double>(highest) ? highest : static_cast<T>(number);
-    }
-
-    static constexpr T lowest = std::numeric_limits<T>::lowest();
-    static constexpr T highest = std::numeric_limits<T>::max();
-};
+/// The number as a T. Out of range it is some T.
+template <class T> T converted(const Value& value)
+{
+    const double* real = std::get_if<double>(&value);
+    if (std::is_integral_v<T> && real != nullptr && !(*real >= -twoTo63 && *real < twoTo63))
+        return 0;
+    if (std::is_integral_v<T> && real != nullptr)
+        return static_cast<T>(static_cast<int64_t>(*real));
+    return std::visit([](auto number) { return static_cast<T>(number); }, value);
+}
 
 /// Stores `value` as a T; whether that is exact.
 template <class T> bool store(const Value& value, void* to)
 {
-    const T nearest = std::visit(Nearest<T>(), value);
+    const T nearest = converted<T>(value);
     std::memcpy(to, &nearest, sizeof nearest);
     const Value stored = loaded(to, T());
     // as an integer, minus zero is exact
     return sameNumber(stored, value) || (std::is_integral_v<T> && stored == Value(int64_t(0)) && value == Value(-0.0));
 }
 
-Immortal<OrvCFBoolean> trueObject(true);
-Immortal<OrvCFBoolean> falseObject(false);
-
 } // namespace
-
-OrvCFNumber::OrvCFNumber(CFNumberType sizedType, Value number)
-    : Object(classKind)
-    , type(sizedType)
-    , value(number)
-{
-}
 
 bool OrvCFNumber::equals(const Object& other) const
 {
@@ -165,16 +121,6 @@ CFHashCode OrvCFNumber::hash() const
         : std::visit([](auto number) { return std::hash<decltype(number)>()(number); }, canonical(value));
 }
 
-bool OrvCFBoolean::equals(const Object& other) const
-{
-    return value == static_cast<const OrvCFBoolean&>(other).value;
-}
-
-CFHashCode OrvCFBoolean::hash() const
-{
-    return value;
-}
-
 CFTypeID CFNumberGetTypeID(void)
 {
     return static_cast<CFTypeID>(Kind::number);
@@ -182,13 +128,14 @@ CFTypeID CFNumberGetTypeID(void)
 
 CFNumberRef CFNumberCreate(CFAllocatorRef, CFNumberType type, const void* value)
 {
-    const auto sized = sizedType(type);
-    if (!sized)
-        return nullptr;
     if (value == nullptr)
         rejectArgument(__func__, "NULL");
-    return orNull(
-        [&] { return new OrvCFNumber(*sized, withType(*sized, [&](auto zero) { return loaded(value, zero); })); });
+    CFNumberRef number = nullptr;
+    withType(type, [&](auto zero) {
+        number = orNull([&] { return new OrvCFNumber(sizedType<decltype(zero)>(), loaded(value, zero)); });
+        return true;
+    });
+    return number;
 }
 
 CFNumberType CFNumberGetType(CFNumberRef number)
@@ -198,25 +145,11 @@ CFNumberType CFNumberGetType(CFNumberRef number)
 
 Boolean CFNumberIsFloatType(CFNumberRef number)
 {
-    return checked(number, __func__).isReal();
+    return std::holds_alternative<double>(checked(number, __func__).value);
 }
 
 Boolean CFNumberGetValue(CFNumberRef number, CFNumberType type, void* value)
 {
     const Value& held = checked(number, __func__).value;
-    const auto sized = sizedType(type);
-    return sized && withType(*sized, [&](auto zero) { return store<decltype(zero)>(held, value); });
-}
-
-const CFBooleanRef kCFBooleanTrue = &trueObject.object;
-const CFBooleanRef kCFBooleanFalse = &falseObject.object;
-
-CFTypeID CFBooleanGetTypeID(void)
-{
-    return static_cast<CFTypeID>(Kind::boolean);
-}
-
-Boolean CFBooleanGetValue(CFBooleanRef boolean)
-{
-    return checked(boolean, __func__).value;
+    return withType(type, [&](auto zero) { return store<decltype(zero)>(held, value); });
 }

@@ -1,4 +1,4 @@
-#include "CFString.h"
+#include "CFValues.h"
 
 #include "Utf.h"
 
@@ -40,29 +40,6 @@ CFStringRef createString(std::string_view bytes, CFStringEncoding encoding)
 
 } // namespace
 
-OrvCFString::OrvCFString(std::u16string text)
-    : Object(classKind)
-    , m_text(std::move(text))
-    , m_units(m_text)
-{
-}
-
-OrvCFString::OrvCFString(std::u16string_view literal, Life constant)
-    : Object(classKind, constant)
-    , m_units(literal)
-{
-}
-
-bool OrvCFString::equals(const Object& other) const
-{
-    return m_units == static_cast<const OrvCFString&>(other).m_units;
-}
-
-CFHashCode OrvCFString::hash() const
-{
-    return std::hash<std::u16string_view>()(m_units);
-}
-
 CFTypeID CFStringGetTypeID(void)
 {
     return static_cast<CFTypeID>(Kind::string);
@@ -92,18 +69,18 @@ CFStringRef CFStringCreateWithCharacters(CFAllocatorRef, const UniChar* units, C
 
 CFIndex CFStringGetLength(CFStringRef string)
 {
-    return static_cast<CFIndex>(checked(string, __func__).units().size());
+    return static_cast<CFIndex>(checked(string, __func__).units.size());
 }
 
 void CFStringGetCharacters(CFStringRef string, CFRange range, UniChar* units)
 {
     checkRange(range, CFStringGetLength(string), __func__);
-    std::copy_n(string->units().begin() + range.location, range.length, units);
+    std::copy_n(string->units.begin() + range.location, range.length, units);
 }
 
 Boolean CFStringGetCString(CFStringRef string, char* text, CFIndex capacity, CFStringEncoding encoding)
 {
-    const std::u16string_view units = checked(string, __func__).units();
+    const std::u16string_view units = checked(string, __func__).units;
     if (capacity < 1)
         return false;
     text[0] = '\0';

@@ -4,32 +4,34 @@
 
 using namespace OrvCF;
 
-bool OrvCFDate::equals(const Object& other) const
+namespace {
+
+Immortal<OrvCFBoolean> trueObject(true, Life::constant);
+Immortal<OrvCFBoolean> falseObject(false, Life::constant);
+
+} // namespace
+
+const CFBooleanRef kCFBooleanTrue = &trueObject.object;
+const CFBooleanRef kCFBooleanFalse = &falseObject.object;
+
+CFTypeID CFBooleanGetTypeID(void)
 {
-    return seconds == static_cast<const OrvCFDate&>(other).seconds;
+    return static_cast<CFTypeID>(Kind::boolean);
 }
 
-CFHashCode OrvCFDate::hash() const
+Boolean CFBooleanGetValue(CFBooleanRef boolean)
 {
-    return std::hash<double>()(seconds);
+    return checked(boolean, __func__).value;
 }
 
-OrvCFData::OrvCFData(std::string_view content)
-    : Object(classKind)
-    , m_count(content.size())
-    , m_bytes(new UInt8[content.size()])
+CFTypeID CFErrorGetTypeID(void)
 {
-    std::copy(content.begin(), content.end(), m_bytes.get());
+    return static_cast<CFTypeID>(Kind::error);
 }
 
-bool OrvCFData::equals(const Object& other) const
+CFIndex CFErrorGetCode(CFErrorRef error)
 {
-    return bytes() == static_cast<const OrvCFData&>(other).bytes();
-}
-
-CFHashCode OrvCFData::hash() const
-{
-    return std::hash<std::string_view>()(bytes());
+    return checked(error, __func__).value;
 }
 
 CFTypeID CFDateGetTypeID(void)
@@ -44,7 +46,7 @@ CFDateRef CFDateCreate(CFAllocatorRef, CFAbsoluteTime seconds)
 
 CFAbsoluteTime CFDateGetAbsoluteTime(CFDateRef date)
 {
-    return checked(date, __func__).seconds;
+    return checked(date, __func__).value;
 }
 
 CFTypeID CFDataGetTypeID(void)
@@ -56,17 +58,18 @@ CFDataRef CFDataCreate(CFAllocatorRef, const UInt8* bytes, CFIndex count)
 {
     if (count < 0 || (count > 0 && bytes == nullptr))
         return nullptr;
-    return orNull([&] { return new OrvCFData({reinterpret_cast<const char*>(bytes), static_cast<size_t>(count)}); });
+    const auto* content = reinterpret_cast<const char*>(bytes);
+    return orNull([&] { return new OrvCFData(std::string(content, content + count)); });
 }
 
 CFIndex CFDataGetLength(CFDataRef data)
 {
-    return static_cast<CFIndex>(checked(data, __func__).bytes().size());
+    return static_cast<CFIndex>(checked(data, __func__).bytes.size());
 }
 
 const UInt8* CFDataGetBytePtr(CFDataRef data)
 {
-    return reinterpret_cast<const UInt8*>(checked(data, __func__).bytes().data());
+    return reinterpret_cast<const UInt8*>(checked(data, __func__).bytes.data());
 }
 
 void CFDataGetBytes(CFDataRef data, CFRange range, UInt8* bytes)

@@ -3,34 +3,85 @@
 
 #include "Object.h"
 
+#include <string>
 #include <string_view>
+#include <utility>
+#include <variant>
 
-struct OrvCFDate final : OrvCF::Object {
-    static constexpr OrvCF::Kind classKind = OrvCF::Kind::date;
+struct OrvCFBoolean final : OrvCF::Leaf<OrvCF::Kind::boolean, bool> {
+    using Leaf::Leaf;
+};
 
-    explicit OrvCFDate(CFAbsoluteTime time)
-        : Object(classKind)
-        , seconds(time)
-    {
-    }
-    bool equals(const Object& other) const override;
-    CFHashCode hash() const override;
+struct OrvCFDate final : OrvCF::Leaf<OrvCF::Kind::date, CFAbsoluteTime> {
+    using Leaf::Leaf;
+};
 
-    const CFAbsoluteTime seconds;
+/// What a keyed archiver uses in place of a reference.
+struct OrvCFUid final : OrvCF::Leaf<OrvCF::Kind::uid, uint64_t> {
+    using Leaf::Leaf;
+};
+
+struct OrvCFError final : OrvCF::Leaf<OrvCF::Kind::error, CFIndex> {
+    using Leaf::Leaf;
 };
 
 struct OrvCFData final : OrvCF::Object {
     static constexpr OrvCF::Kind classKind = OrvCF::Kind::data;
 
-    explicit OrvCFData(std::string_view content);
+    explicit OrvCFData(std::string content)
+        : Object(classKind)
+        , bytes(std::move(content))
+    {
+    }
+    bool equals(const Object& other) const override { return bytes == static_cast<const OrvCFData&>(other).bytes; }
+    CFHashCode hash() const override { return std::hash<std::string>()(bytes); }
+
+    const std::string bytes;
+};
+
+struct OrvCFNumber final : OrvCF::Object {
+    static constexpr OrvCF::Kind classKind = OrvCF::Kind::number;
+
+    /// An integer is a uint64_t from 2^63 on, below that an int64_t.
+    using Value = std::variant<int64_t, uint64_t, double>;
+
+    /// `sizedType` is one of the six types whose names tell a size.
+    OrvCFNumber(CFNumberType sizedType, Value number)
+        : Object(classKind)
+        , type(sizedType)
+        , value(number)
+    {
+    }
     bool equals(const Object& other) const override;
     CFHashCode hash() const override;
 
-    std::string_view bytes() const { return {reinterpret_cast<const char*>(m_bytes.get()), m_count}; }
+    const CFNumberType type;
+    const Value value;
+};
+
+struct OrvCFString final : OrvCF::Object {
+    static constexpr OrvCF::Kind classKind = OrvCF::Kind::string;
+
+    explicit OrvCFString(std::u16string text)
+        : Object(classKind)
+        , m_text(std::move(text))
+        , units(m_text)
+    {
+    }
+    /// A constant: `literal` must live as long as the process.
+    OrvCFString(std::u16string_view literal, OrvCF::Life constant)
+        : Object(classKind, constant)
+        , units(literal)
+    {
+    }
+    bool equals(const Object& other) const override { return units == static_cast<const OrvCFString&>(other).units; }
+    CFHashCode hash() const override { return std::hash<std::u16string_view>()(units); }
 
 private:
-    const size_t m_count;
-    const std::unique_ptr<UInt8[]> m_bytes;
+    const std::u16string m_text; // empty in a constant
+
+public:
+    const std::u16string_view units;
 };
 
 #endif

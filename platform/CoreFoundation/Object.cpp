@@ -59,26 +59,6 @@ const Object& objectOf(CFTypeRef reference, const char* call)
 
 using namespace OrvCF;
 
-bool OrvCFUid::equals(const Object& other) const
-{
-    return static_cast<const OrvCFUid&>(other).value == value;
-}
-
-CFHashCode OrvCFUid::hash() const
-{
-    return value;
-}
-
-bool OrvCFError::equals(const Object& other) const
-{
-    return static_cast<const OrvCFError&>(other).code == code;
-}
-
-CFHashCode OrvCFError::hash() const
-{
-    return static_cast<CFHashCode>(code);
-}
-
 const CFAllocatorRef kCFAllocatorDefault = nullptr;
 
 CFTypeRef CFRetain(CFTypeRef object)
@@ -112,14 +92,4 @@ Boolean CFEqual(CFTypeRef left, CFTypeRef right)
 CFHashCode CFHash(CFTypeRef object)
 {
     return objectOf(object, __func__).hash();
-}
-
-CFTypeID CFErrorGetTypeID(void)
-{
-    return static_cast<CFTypeID>(Kind::error);
-}
-
-CFIndex CFErrorGetCode(CFErrorRef error)
-{
-    return checked(error, __func__).code;
 }

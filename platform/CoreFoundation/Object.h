@@ -6,6 +6,7 @@
 #include <CoreFoundation/CoreFoundation.h>
 
 #include <atomic>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <new>
@@ -65,6 +66,22 @@ template <class T> union Immortal {
     ~Immortal() { }
 
     T object;
+};
+
+/// An object that is one value.
+template <Kind kindOfClass, class Value> class Leaf : public Object {
+public:
+    static constexpr Kind classKind = kindOfClass;
+
+    constexpr explicit Leaf(Value given, Life life = Life::counted)
+        : Object(classKind, life)
+        , value(given)
+    {
+    }
+    bool equals(const Object& other) const override { return value == static_cast<const Leaf&>(other).value; }
+    CFHashCode hash() const override { return std::hash<Value>()(value); }
+
+    const Value value;
 };
 
 struct Releaser {
@@ -129,34 +146,5 @@ template <class Make> auto orNull(Make make) noexcept -> decltype(make())
 }
 
 } // namespace OrvCF
-
-/// The reference to a keyed archiver's UID, which reading a list can give, and writing one takes.
-struct OrvCFUid final : OrvCF::Object {
-    static constexpr OrvCF::Kind classKind = OrvCF::Kind::uid;
-
-    explicit OrvCFUid(uint64_t number)
-        : Object(classKind)
-        , value(number)
-    {
-    }
-    bool equals(const Object& other) const override;
-    CFHashCode hash() const override;
-
-    const uint64_t value;
-};
-
-struct OrvCFError final : OrvCF::Object {
-    static constexpr OrvCF::Kind classKind = OrvCF::Kind::error;
-
-    explicit OrvCFError(CFIndex number)
-        : Object(classKind)
-        , code(number)
-    {
-    }
-    bool equals(const Object& other) const override;
-    CFHashCode hash() const override;
-
-    const CFIndex code;
-};
 
 #endif

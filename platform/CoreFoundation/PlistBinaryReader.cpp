@@ -1,4 +1,3 @@
-#include "CFString.h"
 #include "CFValues.h"
 #include "PropertyList.h"
 #include "Utf.h"
@@ -182,7 +181,7 @@ private:
         require(count <= m_bytes.size()); // no product below overflows
         switch (type) {
         case 0x4:
-            return {Owned<const Object>(new OrvCFData(objectBytes(at, count))), count};
+            return {Owned<const Object>(new OrvCFData(std::string(objectBytes(at, count)))), count};
         case 0x5:
             return {newAsciiString(objectBytes(at, count)), count};
         case 0x6:

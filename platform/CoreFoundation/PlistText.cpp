@@ -8,8 +8,10 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <iterator>
 #include <limits>
 #include <locale.h>
+#include <strings.h>
 #include <utility>
 
 namespace OrvCF {
@@ -63,11 +65,13 @@ bool dropSign(std::string_view& text)
     return isNegative;
 }
 
-/// Whether the text is this word, in lower or upper case.
-bool isWord(std::string_view text, std::string_view lowerCase)
+/// What a real may be but digits, in lower or upper case.
+constexpr std::string_view realWords[] = {"nan", "inf", "+inf", "-inf", "infinity", "+infinity", "-infinity"};
+
+bool isRealWord(std::string_view text)
 {
-    return std::equal(text.begin(), text.end(), lowerCase.begin(), lowerCase.end(), [](char given, char lower) {
-        return given == lower || (given >= 'A' && given <= 'Z' && given - 'A' + 'a' == lower);
+    return std::any_of(std::begin(realWords), std::end(realWords), [&](std::string_view word) {
+        return text.size() == word.size() && strncasecmp(text.data(), word.data(), word.size()) == 0;
     });
 }
 
@@ -173,13 +177,10 @@ OrvCFNumber::Value integerFrom(std::string_view text)
 double realFrom(std::string_view text)
 {
     static const locale_t classic = newlocale(LC_ALL_MASK, "C", nullptr); // takes no memory
-    if (isWord(text, "nan"))
-        return std::numeric_limits<double>::quiet_NaN();
-    for (const std::string_view word : {"inf", "+inf", "-inf", "infinity", "+infinity", "-infinity"})
-        if (isWord(text, word))
-            return (word[0] == '-' ? -1 : 1) * std::numeric_limits<double>::infinity();
-    dropSpaces(text);
-    require(!text.empty() && text.find_first_not_of("0123456789+-.eE") == nowhere);
+    if (!isRealWord(text)) {
+        dropSpaces(text);
+        require(!text.empty() && text.find_first_not_of("0123456789+-.eE") == nowhere);
+    }
     const std::string number(text);
     char* end = nullptr;
     const double value = strtod_l(number.c_str(), &end, classic);

@@ -3,7 +3,7 @@
 #ifndef ORV_CF_PLIST_TEXT_H
 #define ORV_CF_PLIST_TEXT_H
 
-#include "CFNumber.h"
+#include "CFValues.h"
 
 #include <string>
 #include <string_view>

@@ -1,4 +1,3 @@
-#include "CFString.h"
 #include "CFValues.h"
 #include "PropertyList.h"
 #include "Utf.h"

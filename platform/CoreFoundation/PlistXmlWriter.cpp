@@ -1,5 +1,3 @@
-#include "CFNumber.h"
-#include "CFString.h"
 #include "CFValues.h"
 #include "PropertyList.h"
 
@@ -25,7 +23,7 @@ std::vector<Pair> sorted(const OrvCFDictionary& dictionary)
     for (const auto& [key, pair] : dictionary.pairs)
         pairs.emplace_back(static_cast<const OrvCFString*>(key), pair.value.get());
     std::sort(pairs.begin(), pairs.end(),
-        [](const Pair& left, const Pair& right) { return left.first->units() < right.first->units(); });
+        [](const Pair& left, const Pair& right) { return left.first->units < right.first->units; });
     return pairs;
 }
 
@@ -47,51 +45,41 @@ private:
     {
         require(m_out.size() <= maxSize);
         m_out.append(depth, '\t');
-        switch (object.kind()) {
-        case Kind::string:
-            return writeString("string", static_cast<const OrvCFString&>(object));
-        case Kind::number:
-            return writeNumber(static_cast<const OrvCFNumber&>(object).value);
-        case Kind::boolean:
-            m_out += static_cast<const OrvCFBoolean&>(object).value ? "<true/>\n" : "<false/>\n";
-            return;
-        case Kind::date:
-            m_out += "<date>";
-            appendDate(m_out, static_cast<const OrvCFDate&>(object).seconds);
-            m_out += "</date>\n";
-            return;
-        case Kind::data:
-            return writeData(static_cast<const OrvCFData&>(object).bytes(), depth);
-        case Kind::array:
-            return writeArray(static_cast<const OrvCFArray&>(object), depth);
-        case Kind::dictionary:
-            return writeDictionary(static_cast<const OrvCFDictionary&>(object), depth);
-        case Kind::uid:
-            return writeUid(static_cast<const OrvCFUid&>(object), depth);
-        case Kind::error:
+        if (const auto* string = as<OrvCFString>(object))
+            writeElement("string", [&] { appendEscaped(m_out, string->units); });
+        else if (const auto* number = as<OrvCFNumber>(object))
+            writeNumber(number->value);
+        else if (const auto* boolean = as<OrvCFBoolean>(object))
+            m_out += boolean->value ? "<true/>\n" : "<false/>\n";
+        else if (const auto* date = as<OrvCFDate>(object))
+            writeElement("date", [&] { appendDate(m_out, date->value); });
+        else if (const auto* data = as<OrvCFData>(object))
+            writeData(data->bytes, depth);
+        else if (const auto* array = as<OrvCFArray>(object))
+            writeArray(*array, depth);
+        else if (const auto* dictionary = as<OrvCFDictionary>(object))
+            writeDictionary(*dictionary, depth);
+        else if (const auto* uid = as<OrvCFUid>(object))
+            writeUid(*uid, depth);
+        else
             throw Refused();
-        }
     }
 
-    void writeString(const char* element, const OrvCFString& string)
+    template <class WriteText> void writeElement(const char* name, WriteText writeText)
     {
-        m_out.append("<").append(element).append(">");
-        appendEscaped(m_out, string.units());
-        m_out.append("</").append(element).append(">\n");
+        m_out.append("<").append(name).append(">");
+        writeText();
+        m_out.append("</").append(name).append(">\n");
     }
 
     void writeNumber(const OrvCFNumber::Value& value)
     {
-        if (const auto* real = std::get_if<double>(&value)) {
-            m_out += "<real>";
-            appendReal(m_out, *real);
-            m_out += "</real>\n";
-            return;
-        }
-        const auto* large = std::get_if<uint64_t>(&value);
-        m_out += "<integer>";
-        m_out += large != nullptr ? std::to_string(*large) : std::to_string(std::get<int64_t>(value));
-        m_out += "</integer>\n";
+        if (const auto* real = std::get_if<double>(&value))
+            writeElement("real", [&] { appendReal(m_out, *real); });
+        else if (const auto* large = std::get_if<uint64_t>(&value))
+            writeElement("integer", [&] { m_out += std::to_string(*large); });
+        else
+            writeElement("integer", [&] { m_out += std::to_string(std::get<int64_t>(value)); });
     }
 
     void writeData(std::string_view bytes, size_t depth)
@@ -130,7 +118,7 @@ private:
         m_out += "<dict>\n";
         for (const auto& [key, value] : sorted(dictionary)) {
             m_out.append(depth + 1, '\t');
-            writeString("key", *key);
+            writeElement("key", [&] { appendEscaped(m_out, key->units); });
             write(*value, depth + 1);
         }
         m_out.append(depth, '\t');

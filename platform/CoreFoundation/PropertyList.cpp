@@ -1,13 +1,46 @@
 #include "PropertyList.h"
 
 #include "CFValues.h"
-#include "PlistCheck.h"
 
 using namespace OrvCF;
 
 namespace {
 
 constexpr auto maxReadSize = static_cast<size_t>(std::numeric_limits<int32_t>::max());
+
+// A list that is shared within itself can stand for any number of objects.
+constexpr size_t maxObjects = 1 << 23;
+
+enum class Uids { allowed, refused };
+
+/// Throws Refused unless `object`, with `depth` containers around it, is a property list: of strings, numbers,
+/// booleans, dates, data, perhaps UIDs, and containers of these with strings for keys; no deeper than maxDepth, hence
+/// not within itself. Adds to `objects` how many it has, and ends at too many.
+void requireList(const Object& object, Uids uids, size_t depth, size_t& objects)
+{
+    require(++objects <= maxObjects);
+    if (const auto* array = as<OrvCFArray>(object)) {
+        require(depth < maxDepth);
+        for (const auto& value : array->values)
+            requireList(*value, uids, depth + 1, objects);
+    } else if (const auto* dictionary = as<OrvCFDictionary>(object)) {
+        require(depth < maxDepth);
+        for (const auto& [key, pair] : dictionary->pairs) {
+            require(key->kind() == Kind::string);
+            requireList(*pair.value, uids, depth + 1, objects);
+        }
+    } else {
+        require(object.kind() != Kind::error && (object.kind() != Kind::uid || uids == Uids::allowed));
+    }
+}
+
+const Object& requiredList(CFTypeRef list, Uids uids)
+{
+    size_t objects = 0;
+    require(list != nullptr);
+    requireList(*toObject(list), uids, 0, objects);
+    return *toObject(list);
+}
 
 Mutability containersUnder(CFOptionFlags options)
 {
@@ -36,8 +69,7 @@ void report(CFErrorRef* error, CFIndex code)
 const OrvCFData* written(CFPropertyListRef list, CFPropertyListFormat format)
 {
     require(format == kCFPropertyListXMLFormat_v1_0);
-    requirePropertyList(list, Uids::allowed);
-    return new OrvCFData(writtenXml(*toObject(list)));
+    return new OrvCFData(writtenXml(requiredList(list, Uids::allowed)));
 }
 
 const Object* read(std::string_view bytes, CFOptionFlags options)
@@ -88,18 +120,15 @@ CFPropertyListRef CFPropertyListCreateWithData(
     CFAllocatorRef, CFDataRef data, CFOptionFlags options, CFPropertyListFormat* format, CFErrorRef* error)
 {
     const OrvCFData& from = checked(data, __func__);
-    const Object* list = orRefused([&] { return read(from.bytes(), options); });
+    const Object* list = orRefused([&] { return read(from.bytes, options); });
     if (list == nullptr)
         report(error, kCFPropertyListReadCorruptError);
     else if (format != nullptr)
-        *format = isBinaryList(from.bytes()) ? kCFPropertyListBinaryFormat_v1_0 : kCFPropertyListXMLFormat_v1_0;
+        *format = isBinaryList(from.bytes) ? kCFPropertyListBinaryFormat_v1_0 : kCFPropertyListXMLFormat_v1_0;
     return list;
 }
 
 CFPropertyListRef CFPropertyListCreateDeepCopy(CFAllocatorRef, CFPropertyListRef list, CFOptionFlags options)
 {
-    return orRefused([&] {
-        requirePropertyList(list, Uids::refused);
-        return deepCopy(*toObject(list), containersUnder(options)).release();
-    });
+    return orRefused([&] { return deepCopy(requiredList(list, Uids::refused), containersUnder(options)).release(); });
 }

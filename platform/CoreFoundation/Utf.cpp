@@ -65,22 +65,14 @@ std::optional<char32_t> takeCodePoint(std::u16string_view& units)
 
 void appendUtf8(std::string& bytes, char32_t value)
 {
-    const auto continuation = [&](int shift) { bytes += static_cast<char>(0x80 | (value >> shift & 0x3f)); };
     if (value < 0x80) {
         bytes += static_cast<char>(value);
-    } else if (value < 0x800) {
-        bytes += static_cast<char>(0xc0 | value >> 6);
-        continuation(0);
-    } else if (value < firstBeyondBmp) {
-        bytes += static_cast<char>(0xe0 | value >> 12);
-        continuation(6);
-        continuation(0);
-    } else {
-        bytes += static_cast<char>(0xf0 | value >> 18);
-        continuation(12);
-        continuation(6);
-        continuation(0);
+        return;
     }
+    const unsigned more = value < 0x800 ? 1 : value < firstBeyondBmp ? 2 : 3; // bytes, of six bits each
+    bytes += static_cast<char>(0xff80U >> more | value >> 6 * more);
+    for (unsigned left = more; left-- > 0;)
+        bytes += static_cast<char>(0x80 | (value >> 6 * left & 0x3f));
 }
 
 std::optional<std::u16string> utf16FromUtf8(std::string_view bytes)

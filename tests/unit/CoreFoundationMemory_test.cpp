@@ -121,12 +121,12 @@ TEST(CFMemory, GivesNullForObjectsThatCannotBeMade)
 {
     const UniChar units[30] = {'a'};
     const double number = 0.5;
-    const UInt8 byte = 1;
+    const UInt8 bytes[30] = {1};
     EXPECT_GT(failuresOf([] { return CFStringCreateWithCString(nullptr, "text", kCFStringEncodingUTF8); }), 0);
     EXPECT_GT(failuresOf([&] { return CFStringCreateWithCharacters(nullptr, units, 30); }), 1);
     EXPECT_GT(failuresOf([&] { return CFNumberCreate(nullptr, kCFNumberDoubleType, &number); }), 0);
     EXPECT_GT(failuresOf([] { return CFDateCreate(nullptr, 1); }), 0);
-    EXPECT_GT(failuresOf([&] { return CFDataCreate(nullptr, &byte, 1); }), 1);
+    EXPECT_GT(failuresOf([&] { return CFDataCreate(nullptr, bytes, 30); }), 1);
 }
 
 TEST(CFMemory, GivesNullForContainersThatCannotBeMade)
