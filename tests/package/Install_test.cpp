@@ -245,7 +245,7 @@ TEST_F(Install, SaysWhichPackagesADebianPackageNeeds)
 
 TEST_F(Install, NamesTheDebianPackageOfAMissingLibrary)
 {
-    for (const std::string missing : {"SQLite3 libsqlite3-dev", "GTest libgtest-dev"}) {
+    for (const std::string missing : {"SQLite3 libsqlite3-dev", "pugixml libpugixml-dev", "GTest libgtest-dev"}) {
         const std::size_t blank = missing.find(' ');
         const ProgramEnd end
             = runProgram({ORV_CMAKE, "-S", ORV_SOURCE_DIR, "-B", testDirectory + missing.substr(0, blank), "-G",
