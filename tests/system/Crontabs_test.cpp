@@ -215,7 +215,9 @@ double processorSecondsOfChildren()
 {
     struct rusage used { };
     getrusage(RUSAGE_CHILDREN, &used);
-    return static_cast<double>(used.ru_utime.tv_sec) + static_cast<double>(used.ru_utime.tv_usec) / 1e6;
+    const auto micros
+        = (used.ru_utime.tv_sec + used.ru_stime.tv_sec) * 1000000L + used.ru_utime.tv_usec + used.ru_stime.tv_usec;
+    return static_cast<double>(micros) / 1e6;
 }
 
 // It does so for ever: the limit ends the process that checks the file.
@@ -226,7 +228,7 @@ TEST_F(SystemdCronCrontab, SpinsOnAStepOf0AndKeepsTheCrontabWhenItsCheckIsKilled
     const double before = processorSecondsOfChildren();
     const auto end = runProgram({"/bin/sh", "-c", "ulimit -t 1; exec " + program + " rebuild"});
     EXPECT_EQ("not replacing crontab\n", end.errors);
-    EXPECT_GT(processorSecondsOfChildren() - before, 0.9);
+    EXPECT_GT(processorSecondsOfChildren() - before, 0.5);
     EXPECT_EQ(job, storedCrontab("anna"));
 }
 
