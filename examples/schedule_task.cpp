@@ -134,7 +134,7 @@ void record(TaskEditor& editor, int id, Options options, const Words& pairs)
 
 void remove(TaskEditor& editor, int id, Options, const Words&)
 {
-    const orv::PassLock lock; // it edits a crontab, as OrvCronCleaner does
+    const orv::PassLock lock(orv::PassLock::Commands::hold); // it edits a crontab, as OrvCronCleaner does
     if (!lock.held())
         throw std::runtime_error("no crontab can be edited without " + tempPath);
     editor.deleteTask(id, true, false);
