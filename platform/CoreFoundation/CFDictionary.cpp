@@ -1,6 +1,9 @@
 #include "CFContainers.h"
+#include "Object.h"
+#include <CoreFoundation/CoreFoundation.h>
 
 #include <algorithm>
+#include <utility>
 
 using namespace OrvCF;
 

@@ -1,11 +1,17 @@
 #include "CFValues.h"
 
+#include "Object.h"
 #include "Utf.h"
+#include <CoreFoundation/CoreFoundation.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <mutex>
-#include <new>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
 
 using namespace OrvCF;
 

@@ -1,6 +1,10 @@
 #include "CFValues.h"
+#include "Object.h"
+#include <CoreFoundation/CoreFoundation.h>
 
 #include <algorithm>
+#include <cstddef>
+#include <string_view>
 
 using namespace OrvCF;
 

@@ -1,5 +1,7 @@
 #include "Object.h"
+#include <CoreFoundation/CoreFoundation.h>
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <utility>

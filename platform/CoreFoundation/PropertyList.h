@@ -5,8 +5,9 @@
 #define ORV_CF_PROPERTY_LIST_H
 
 #include "CFContainers.h"
-#include "PlistText.h"
+#include "Object.h"
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 

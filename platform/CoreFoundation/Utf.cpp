@@ -1,4 +1,8 @@
 #include "Utf.h"
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
 
 namespace OrvCF {
 namespace {
