@@ -2,9 +2,7 @@
 #define ORV_CF_CONTAINERS_H
 
 #include "Object.h"
-#include <CoreFoundation/CoreFoundation.h>
 
-#include <cstddef>
 #include <unordered_map>
 #include <vector>
 

@@ -1,9 +1,6 @@
 #include "CFContainers.h"
-#include "Object.h"
-#include <CoreFoundation/CoreFoundation.h>
 
 #include <algorithm>
-#include <utility>
 
 using namespace OrvCF;
 

@@ -1,17 +1,11 @@
 #include "CFValues.h"
 
-#include "Object.h"
 #include "Utf.h"
-#include <CoreFoundation/CoreFoundation.h>
 
 #include <algorithm>
-#include <cstdint>
 #include <cstring>
 #include <mutex>
-#include <optional>
-#include <string>
-#include <string_view>
-#include <utility>
+#include <new>
 
 using namespace OrvCF;
 

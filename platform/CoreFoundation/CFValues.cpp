@@ -1,10 +1,6 @@
 #include "CFValues.h"
-#include "Object.h"
-#include <CoreFoundation/CoreFoundation.h>
 
 #include <algorithm>
-#include <cstddef>
-#include <string_view>
 
 using namespace OrvCF;
 

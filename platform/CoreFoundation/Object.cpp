@@ -1,7 +1,5 @@
 #include "Object.h"
-#include <CoreFoundation/CoreFoundation.h>
 
-#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <utility>

@@ -5,9 +5,8 @@
 #define ORV_CF_PROPERTY_LIST_H
 
 #include "CFContainers.h"
-#include "Object.h"
+#include "PlistText.h"
 
-#include <cstddef>
 #include <string>
 #include <string_view>
 

@@ -1,8 +1,4 @@
 #include "Utf.h"
-#include <cstddef>
-#include <optional>
-#include <string>
-#include <string_view>
 
 namespace OrvCF {
 namespace {
