@@ -1,5 +1,9 @@
 #include "MutableCopy.h"
 
+#include "CfRef.h"
+
+#include <CoreFoundation/CoreFoundation.h>
+
 namespace orv {
 namespace {
 

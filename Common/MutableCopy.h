@@ -2,6 +2,8 @@
 
 #include "CfRef.h"
 
+#include <CoreFoundation/CoreFoundation.h>
+
 namespace orv {
 
 /// A copy of a property list in which every container is new and mutable. Null if memory runs out, or if the list

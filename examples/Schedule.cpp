@@ -4,6 +4,8 @@
 #include <array>
 #include <cctype>
 #include <charconv>
+#include <string>
+#include <system_error>
 #include <vector>
 
 namespace {

@@ -118,7 +118,7 @@ private:
         m_out += "<dict>\n";
         for (const auto& [key, value] : sorted(dictionary)) {
             m_out.append(depth + 1, '\t');
-            writeElement("key", [&] { appendEscaped(m_out, key->units); });
+            writeElement("key", [&, key = key] { appendEscaped(m_out, key->units); });
             write(*value, depth + 1);
         }
         m_out.append(depth, '\t');

@@ -1,10 +1,10 @@
 #include "StoreOperations.h"
 
-#include "gtest/gtest.h"
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <filesystem>
+#include <gtest/gtest.h>
 #include <iterator>
 #include <memory>
 #include <ostream>

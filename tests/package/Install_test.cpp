@@ -2,6 +2,7 @@
 #include "WorldTest.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <filesystem>
 #include <ios>
 #include <numeric>

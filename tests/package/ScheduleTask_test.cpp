@@ -1,11 +1,11 @@
 #include "Process.h"
 #include "WorldTest.h"
 
-#include "gtest/gtest.h"
 #include <algorithm>
 #include <ctime>
 #include <fcntl.h>
 #include <filesystem>
+#include <gtest/gtest.h>
 #include <ostream>
 #include <sstream>
 #include <string>

@@ -4,7 +4,9 @@
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
+#include <gtest/gtest.h>
 #include <memory>
+#include <ostream>
 #include <sstream>
 #include <stdexcept>
 #include <string>

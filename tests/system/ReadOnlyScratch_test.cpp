@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <stdexcept>
 #include <sys/mount.h>
 #include <sys/ptrace.h>

@@ -3,11 +3,14 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <gtest/gtest.h>
+#include <ostream>
 #include <stdexcept>
+#include <string>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
-#include <unistd.h>
+#include <vector>
 
 // What a run makes of a scratch directory in which somebody else's jobs lie, under every shape and in every state.
 

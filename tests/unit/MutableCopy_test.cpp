@@ -1,3 +1,4 @@
+#include "CfRef.h"
 #include "MutableCopy.h"
 
 #include <CoreFoundation/CoreFoundation.h>

@@ -1,6 +1,5 @@
 #include "SqliteDb.h"
 
-#include "gtest/gtest.h"
 #include <algorithm>
 #include <climits>
 #include <cstddef>
@@ -8,6 +7,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
+#include <gtest/gtest.h>
 #include <malloc.h>
 #include <memory>
 #include <sqlite3.h>

@@ -1,8 +1,8 @@
 #include "TaskEditor.h"
 
-#include "gtest/gtest.h"
 #include <cstddef>
 #include <filesystem>
+#include <gtest/gtest.h>
 #include <ostream>
 #include <string>
 #include <vector>

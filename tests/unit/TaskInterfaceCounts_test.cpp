@@ -1,5 +1,5 @@
-#include "gtest/gtest.h"
 #include <climits>
+#include <gtest/gtest.h>
 #include <numeric>
 #include <ostream>
 #include <vector>

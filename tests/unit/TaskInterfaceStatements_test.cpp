@@ -1,6 +1,6 @@
-#include "gtest/gtest.h"
 #include <climits>
 #include <cstdio>
+#include <gtest/gtest.h>
 #include <ostream>
 #include <sqlite3.h>
 #include <string>
