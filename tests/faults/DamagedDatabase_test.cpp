@@ -211,7 +211,7 @@ TEST_F(DamagedDatabase, CutAnywhereCostsNobodyAJob)
 
 constexpr std::size_t headerSize = 100;
 
-TEST_F(DamagedDatabase, WithAnyHeaderByteTurnedOverEndsEveryOperationAsDocumented)
+TEST_F(DamagedDatabase, WithAnyHeaderByteFlippedEndsEveryOperationAsDocumented)
 {
     for (std::size_t offset = 0; offset < headerSize; ++offset)
         for (const int mask : {0xff, 0x01, 0x80}) {
@@ -220,7 +220,7 @@ TEST_F(DamagedDatabase, WithAnyHeaderByteTurnedOverEndsEveryOperationAsDocumente
         }
 }
 
-TEST_F(DamagedDatabase, WithAnyHeaderByteTurnedOverCostsNobodyAJob)
+TEST_F(DamagedDatabase, WithAnyHeaderByteFlippedCostsNobodyAJob)
 {
     int refused = 0;
     for (std::size_t offset = 0; offset < headerSize; ++offset) {
@@ -232,7 +232,7 @@ TEST_F(DamagedDatabase, WithAnyHeaderByteTurnedOverCostsNobodyAJob)
     EXPECT_LT(refused, static_cast<int>(headerSize));
 }
 
-TEST_F(DamagedDatabase, WithBytesTurnedOverBehindTheHeaderEndsEveryOperationAsDocumented)
+TEST_F(DamagedDatabase, WithBytesFlippedAfterTheHeaderEndsEveryOperationAsDocumented)
 {
     constexpr std::size_t step = 61; // shares no factor with the page size
     int points = 0;

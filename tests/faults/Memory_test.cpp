@@ -178,7 +178,7 @@ protected:
 // --- The store ---
 
 // SQLite's own code for want of memory; that for misuse, where a property list could not be made into bytes.
-void expectWantOfMemory(const Outcome& outcome, const std::vector<std::string>& texts)
+void expectOutOfMemory(const Outcome& outcome, const std::vector<std::string>& texts)
 {
     if (outcome.end != End::sqliteException)
         return;
@@ -205,7 +205,7 @@ protected:
 
     void expectDocumented(const Outcome& outcome) const
     {
-        expectWantOfMemory(outcome, GetParam().failures);
+        expectOutOfMemory(outcome, GetParam().failures);
         const bool full = outcome.end != End::returned || outcome.text == m_undisturbed;
         EXPECT_TRUE(full || isLesserResult(outcome.text)) << outcome;
         const Rows rows = taskRows();
@@ -453,7 +453,7 @@ TEST_F(CrontabMemory, ForACleanRunsOutAnywhereWithoutALostJob)
     const std::string annas = annasStart + taskLine(3) + annasEnd;
     const std::string annasCleaned = annasStart + annasEnd;
     const auto check = [&](const Outcome& outcome, Failing failing) {
-        expectWantOfMemory(outcome, {"Error in taskType", "Error in reading values"});
+        expectOutOfMemory(outcome, {"Error in taskType", "Error in reading values"});
         expectCrontab("anna", outcome, failing, {annas, annasCleaned}, "");
         expectCrontab("ben", outcome, failing, {bensJobs + taskLine(6), bensJobs}, "");
         const bool annaDone = crontabOf("anna") == annasCleaned;
@@ -483,7 +483,7 @@ TEST_F(CrontabMemory, ForARebuildRunsOutAnywhereWithoutALostJob)
     int leftOut = 0;
     int withoutALine = 0;
     const auto check = [&](const Outcome& outcome, Failing failing) {
-        expectWantOfMemory(outcome, {"Error in taskType", "Error in reading values", "TaskTable doesn't exist-2"});
+        expectOutOfMemory(outcome, {"Error in taskType", "Error in reading values", "TaskTable doesn't exist-2"});
         expectCrontab("anna", outcome, failing,
             {annas, annas + taskLine(3), annas + taskLine(5), annas + taskLine(3) + taskLine(5)},
             taskLine(3) + taskLine(5));
@@ -526,7 +526,7 @@ TEST_F(CrontabMemory, ForARefreshRunsOutAnywhereWithoutALostJob)
     prepare();
     const std::string annas = crontabOf("anna");
     const auto check = [&](const Outcome& outcome, Failing failing) {
-        expectWantOfMemory(outcome, {"Error in taskType", "Error in reading values", "Error in querying table"});
+        expectOutOfMemory(outcome, {"Error in taskType", "Error in reading values", "Error in querying table"});
         expectCrontab("anna", outcome, failing, {annas, refreshed}, "");
         expectCrontab("ben", outcome, failing, {bensJobs + taskLine(6)}, "");
         if (wentOn(outcome, failing)) {
@@ -561,7 +561,7 @@ TEST_F(CrontabMemory, ForTheDeletionOfATaskRunsOutAnywhereWithoutALostJob)
     const Rows before = rowsNow();
     const Rows after(before.begin() + 1, before.end());
     const auto check = [&](const Outcome& outcome, Failing failing) {
-        expectWantOfMemory(outcome, {"Error in querying table", "Deletion failed"});
+        expectOutOfMemory(outcome, {"Error in querying table", "Deletion failed"});
         expectCrontab("anna", outcome, failing, {annasStart + taskLine(3) + annasEnd, annasStart + annasEnd}, "");
         EXPECT_EQ(bensJobs + taskLine(6), crontabOf("ben"));
         const Rows rows = rowsNow();
@@ -613,7 +613,7 @@ TEST_F(CrontabMemory, ForANewTaskRunsOutAnywhereWithoutHalfATask)
         gLogLines = 0;
     };
     const auto check = [&](const Outcome& outcome, Failing failing) {
-        expectWantOfMemory(outcome, {"Database: Write failed", "TaskTable doesn't exist-1"});
+        expectOutOfMemory(outcome, {"Database: Write failed", "TaskTable doesn't exist-1"});
         const Rows rows = rowsNow();
         EXPECT_TRUE(rows == after || (rows == before && outcome.end != End::returned)) << testing::PrintToString(rows);
         const bool notStarted
@@ -639,7 +639,7 @@ TEST_F(CrontabMemory, ForAChangedTaskRunsOutAnywhereWithoutHalfAChange)
     execSql("update TaskTable set parameter=null where id=3");
     const Rows afterWithoutParameter = rowsNow();
     const auto check = [&](const Outcome& outcome, Failing) {
-        expectWantOfMemory(outcome, {"Database: Write failed", "TaskTable doesn't exist-1"});
+        expectOutOfMemory(outcome, {"Database: Write failed", "TaskTable doesn't exist-1"});
         const Rows rows = rowsNow();
         const bool changed = rows == after || rows == afterWithoutParameter; // which then stays as it was: null
         EXPECT_TRUE(changed || (rows == before && outcome.end != End::returned)) << testing::PrintToString(rows);
@@ -683,7 +683,7 @@ bool newIsRefused()
 }
 
 // That the sweeps above refuse what they are to refuse.
-TEST_F(Memory, IsRefusedToWhoeverAsksForItAsFarAsTheBuildAllows)
+TEST_F(Memory, IsRefusedAsFarAsTheBuildAllows)
 {
     FailingMemory memory;
     memory.failNth(1, Failing::fromThenOn);

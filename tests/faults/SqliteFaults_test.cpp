@@ -278,7 +278,7 @@ TEST_F(StoreFailure, OfALockComesAfterFiveSecondsOfWaiting)
     EXPECT_EQ(busyWaitMilliseconds, vfs.sleptMilliseconds());
 }
 
-TEST_F(StoreFailure, OfALockIsNoneWhenItIsFreeInTime)
+TEST_F(StoreFailure, OfALockDoesNotHappenIfItIsReleasedInTime)
 {
     FailingVfs vfs;
     TaskEditor editor;

@@ -177,7 +177,7 @@ TEST_F(Install, MakesDirectoriesThatAllMaySearchWhateverTheUmask)
     EXPECT_EQ(0755U, quarno.st_mode & 07777U);
 }
 
-TEST_F(Install, GivesProgramsThatRun)
+TEST_F(Install, InstallsProgramsThatRun)
 {
     install();
     execSql(createTaskTable);
@@ -190,7 +190,7 @@ TEST_F(Install, GivesProgramsThatRun)
     EXPECT_EQ("0 4 * * * /bin/own\n7 * * * * " + taskManager + " 1 >> /dev/null 2>&1\n", crontabOf("anna"));
 }
 
-TEST_F(Install, GivesProgramsAndLibrariesThatAreHardened)
+TEST_F(Install, InstallsHardenedProgramsAndLibraries)
 {
     install();
     for (const std::string name : {"OrvCronCleaner", "crontab_preview"}) {
@@ -221,7 +221,7 @@ std::string otherNames(const std::string& library, const std::vector<std::string
     return others;
 }
 
-TEST_F(Install, GivesLibrariesThatDefineNoGlobalNamesButTheirDocumentedOnes)
+TEST_F(Install, InstallsLibrariesThatDefineOnlyTheirDocumentedGlobalNames)
 {
     install();
     EXPECT_EQ("", otherNames("OrvLogger", {"LogMsg "}));
@@ -258,7 +258,7 @@ TEST_F(Install, NamesTheDebianPackageOfAMissingLibrary)
 }
 
 /// What the installed documents point to is installed.
-TEST_F(Install, GivesDocumentsWhoseLinksAreThere)
+TEST_F(Install, InstallsDocumentsWhoseLinksWork)
 {
     install();
     const std::string documents = prefix + "/share/doc/OrvScheduling";
@@ -307,7 +307,7 @@ TEST_F(Consumer, FindsThePackageWhereItIsInstalled)
     expectThatTheExampleWorks();
 }
 
-TEST_F(Consumer, FindsThePackageWhereTheInstalledTreeWasMoved)
+TEST_F(Consumer, FindsThePackageInAnInstalledTreeThatWasMoved)
 {
     install({"DESTDIR=" + stage});
     run({ORV_CMAKE, "-S", ORV_EXAMPLES, "-B", build, "-G", ORV_GENERATOR, sameCompiler,
@@ -355,7 +355,7 @@ TEST_F(Consumer, BuildsTheGuidesProgramWithPkgConfigAlone)
     EXPECT_EQ(std::vector<std::string>{"1|501"}, queryRows("select id,userId from TaskTable"));
 }
 
-TEST_F(Consumer, IsRefusedTheVersionsThatThisIsNot)
+TEST_F(Consumer, IsRefusedAnyOtherVersion)
 {
     install();
     const std::string project = testDirectory + "project";

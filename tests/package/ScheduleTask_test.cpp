@@ -80,7 +80,7 @@ TEST_F(ScheduleTask, CreatesATaskWithWhatIsGiven)
     EXPECT_NE(std::string::npos, parameter.find("<string>/home/anna</string>")) << parameter;
 }
 
-TEST_F(ScheduleTask, CreatesAnHourlyScanOfTheCallersFromNothing)
+TEST_F(ScheduleTask, CreatesAnHourlyScanOfTheCallersByDefault)
 {
     EXPECT_EQ("1\n", output({"create"}));
     EXPECT_EQ((std::vector<std::string>{"1|0|NULL|1"}),
@@ -340,7 +340,7 @@ TEST_F(ScheduleTask, TakesEveryScheduleThatCronCanKeep)
         EXPECT_EQ(0, run({"create", "--schedule", schedule}).status) << schedule;
 }
 
-TEST_F(ScheduleTask, RefusesEveryScheduleThatCannotBe)
+TEST_F(ScheduleTask, RefusesEveryImpossibleSchedule)
 {
     for (const char* const schedule : {"60 * * * *", "* 24 * * *", "* * 0 * *", "* * 32 * *", "* * * 0 *", "* * * 13 *",
              "* * * * 8", "-1 * * * *", "5-1 * * * *", "1-2-3 * * * *", "*/0 * * * *", "5/2 * * * *", "*/2/2 * * * *",

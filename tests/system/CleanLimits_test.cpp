@@ -145,12 +145,12 @@ TEST_F(CleanLimits, DropsALineOfTwoJoinedTaskLinesAsAWhole)
     EXPECT_EQ(backup, cleaned("0 3 * * * " + marker + " 3 >> /dev/null 2>&10 3 * * * " + marker + " 4\n" + backup));
 }
 
-TEST_F(CleanLimits, TakesACarriageReturnForACharacter)
+TEST_F(CleanLimits, TreatsACarriageReturnAsACharacter)
 {
     EXPECT_EQ("0 1 * * * /bin/x\r\n\r" + backup, cleaned("0 1 * * * /bin/x\r\n\r\n" + backup));
 }
 
-TEST_F(CleanLimits, TakesBlanksForCharacters)
+TEST_F(CleanLimits, TreatsBlanksAsCharacters)
 {
     EXPECT_EQ("   \n\t\t" + backup, cleaned("   \n\t\t\n" + backup));
 }

@@ -16,7 +16,7 @@ const std::string scan = taskLine("0 3 * * *", 3);
 
 } // namespace
 
-TEST_F(Clean, TakesTheTaskLineOutFromBetweenForeignLines)
+TEST_F(Clean, DeletesTheTaskLineBetweenForeignLines)
 {
     addTask({3, anna});
     setCrontab("anna",
@@ -46,7 +46,7 @@ TEST_F(Clean, KeepsCommentsAndVariables)
     EXPECT_EQ("# the jobs of the night\nMAILTO=\"\"\nPATH = /bin:/usr/bin\n" + backup, crontabOf("anna"));
 }
 
-TEST_F(Clean, TakesTaskLinesOutThatNoRowKnows)
+TEST_F(Clean, DeletesTaskLinesWithoutARow)
 {
     addTask({3, anna});
     setCrontab("anna", taskLine("0 3 * * *", 4711) + backup + taskLine("@daily", -1));
@@ -97,7 +97,7 @@ TEST_F(Clean, LeavesACrontabAsItWasWhenCronRefusesTheNewOne)
     EXPECT_EQ(Files{}, scratchFiles());
 }
 
-TEST_F(Clean, TakesOutACommentThatMentionsTheTaskManager)
+TEST_F(Clean, DeletesACommentThatMentionsTheTaskManager)
 {
     addTask({3, anna});
     setCrontab("anna", "# do not start /usr/local/Quarno/Kestrelcore/TessaraTaskManager by hand\n" + backup);
@@ -147,7 +147,7 @@ TEST_F(Clean, CleansRootsCrontab)
     EXPECT_EQ(report, crontabOf("root"));
 }
 
-TEST_F(Clean, CleansAUserWhoseTasksAreAllOver)
+TEST_F(Clean, CleansAUserWhoseTasksAreAllFinished)
 {
     addTask({3, anna, "0 3 * * *", 1, 6});
     setCrontab("anna", backup + scan);
@@ -171,7 +171,7 @@ TEST_F(Clean, GivesAUserWithoutACrontabAnEmptyOne)
     EXPECT_EQ("", crontabOf("anna"));
 }
 
-TEST_F(Clean, PassesOverAnIdWithoutAnAccount)
+TEST_F(Clean, SkipsAnIdWithoutAnAccount)
 {
     addTask({3, anna});
     addTask({4, nobodysUid});

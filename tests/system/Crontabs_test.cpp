@@ -190,7 +190,7 @@ TEST_F(SystemdCronCrontab, RefusesNamesOfMonthsAndRangesThatGoBack)
     EXPECT_TRUE(contains(refusal("@every 5m /bin/backup\n"), "unknown schedule"));
 }
 
-TEST_F(SystemdCronCrontab, TakesAStepBehindANumberAndASixthStar)
+TEST_F(SystemdCronCrontab, TakesAStepAfterANumberAndASixthStar)
 {
     EXPECT_EQ("", refusal("5/10 * * * * /bin/backup\n"));
     EXPECT_EQ("", refusal("0 3 * * * * /bin/backup\n"));

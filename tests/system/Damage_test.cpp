@@ -83,7 +83,7 @@ TEST_F(Damage, CleanLeavesAllCrontabsAsTheyWereWhenNothingCanBeStarted)
     EXPECT_EQ(Files{}, scratchFiles());
 }
 
-TEST_F(Damage, RebuildReplacesACrontabWhoseListingCannotBeStartedByItsTaskLines)
+TEST_F(Damage, RebuildReplacesACrontabWhoseListingCannotBeStartedWithItsTaskLines)
 {
     EXPECT_EQ("", rebuild(failingPopen("1")));
     expectCrontabs(annasTask, report + bensTask + bensTask);

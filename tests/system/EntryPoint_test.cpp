@@ -70,7 +70,7 @@ TEST_F(EntryPoint, RebuildsWithSeveralArguments)
     EXPECT_EQ(rebuilt, crontabOf("anna"));
 }
 
-TEST_F(EntryPoint, DoesNotReadWhatAnArgumentSays)
+TEST_F(EntryPoint, IgnoresTheTextOfAnArgument)
 {
     for (const std::string argument : {"--help", "--version", "-c", "clean", "0"}) {
         setCrontab("anna", foreign);
@@ -93,7 +93,7 @@ TEST_F(EntryPoint, ChangesNoRowInEitherMode)
     EXPECT_EQ(before, queryRows("select * from TaskTable"));
 }
 
-TEST_F(EntryPoint, EndsWithStatus0WhateverBecomesOfItsOutput)
+TEST_F(EntryPoint, EndsWithStatus0WhateverHappensToItsOutput)
 {
     for (const auto output : uselessOutputs) {
         setCrontab("anna", foreign);
@@ -141,7 +141,7 @@ TEST_F(EntryPoint, WritesItsMessageIntoNoFileOfItsOwnWhenStandardOutputIsClosed)
     EXPECT_EQ(foreign, readFile(crontabCopy));
 }
 
-TEST_F(EntryPoint, ChangesNoCrontabWhenSomebodyElseThanRootStartsIt)
+TEST_F(EntryPoint, ChangesNoCrontabWhenSomebodyOtherThanRootStartsIt)
 {
     const std::string copy = testDirectory + "program"; // the build folder may be closed to others
     writeFile(copy, readFile(program));

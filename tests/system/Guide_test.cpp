@@ -51,7 +51,7 @@ TEST_F(Guide, ReadsASettingBack)
     EXPECT_EQ("", folderOf(createNightlyScan(anna)));
 }
 
-TEST_F(Guide, TellsAFailureInWords)
+TEST_F(Guide, ReportsAFailureInWords)
 {
     EXPECT_EQ("", failureOf([] {}));
     EXPECT_EQ("Database: Write failed: attempt to write a readonly database",
@@ -88,7 +88,7 @@ TEST_F(Guide, ListsTheTasksOfAUser)
     EXPECT_EQ(std::vector<int>{}, tasksOfUser(carla));
 }
 
-TEST_F(Guide, DoesNotTakeAFailureForAUserWithoutTasks)
+TEST_F(Guide, DoesNotMistakeAFailureForAUserWithoutTasks)
 {
     TaskEditor::getInstance();
     execSql("drop table TaskTable");
@@ -152,7 +152,7 @@ TEST_F(Guide, TouchesNothingWithoutTheLock)
     EXPECT_EQ(Rows{"1"}, queryRows("select id from TaskTable"));
 }
 
-TEST_F(Guide, LetsTheLockGoWhenAPassFails)
+TEST_F(Guide, ReleasesTheLockWhenAPassFails)
 {
     TaskEditor::getInstance();
     execSql("drop table TaskTable");

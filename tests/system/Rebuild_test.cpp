@@ -124,7 +124,7 @@ TEST_F(Rebuild, WritesEveryLineTwiceWhenItRunsTwice)
     EXPECT_EQ(backup + lines + lines, crontabOf("anna"));
 }
 
-TEST_F(Rebuild, BringsBackWhatACleanTakesOut)
+TEST_F(Rebuild, BringsBackWhatACleanDeletes)
 {
     addTask({3, anna});
     setCrontab("anna", backup + scan + report);
@@ -371,7 +371,7 @@ TEST_F(RebuildRecorded, RunsNothingWhenNoIdHasAnAccount)
     EXPECT_EQ(Files{}, scratchFiles());
 }
 
-TEST_F(RebuildRecorded, InstallsTheTaskLinesBehindWhatAListingPrintedBeforeItFailed)
+TEST_F(RebuildRecorded, InstallsTheTaskLinesAfterWhatAListingPrintedBeforeItFailed)
 {
     addTask({3, anna});
     setCrontab("anna", backup + report);

@@ -197,7 +197,7 @@ INSTANTIATE_TEST_SUITE_P(Of, RemovableShapes,
         Shape{"Device", makeDevice}, Shape{"Folder", makeFolder}),
     shapeName);
 
-TEST_F(ScratchStates, WhatALinkLeadsToStaysAsItWas)
+TEST_F(ScratchStates, TheTargetOfALinkStaysAsItWas)
 {
     makeSymbolicLink(crontabCopy);
     clean();
@@ -207,7 +207,7 @@ TEST_F(ScratchStates, WhatALinkLeadsToStaysAsItWas)
     EXPECT_EQ(strangersJob, readFile(scratchDirectory + "other"));
 }
 
-TEST_F(ScratchStates, WhatALinkLeadsToStaysAsItWasWhenTheLinkCannotBeRemoved)
+TEST_F(ScratchStates, TheTargetOfALinkStaysAsItWasWhenTheLinkCannotBeRemoved)
 {
     limitScratchDirectory(0, 0);
     makeSymbolicLink(crontabCopy);

@@ -106,7 +106,7 @@ TEST_F(TaskOperationsTest, ANewLocalTaskIsStartedWithItsIdAlone)
     EXPECT_EQ(Lines{startOf(id)}, awaitLines(startLog, 1));
 }
 
-TEST_F(TaskOperationsTest, ANewTaskOfAnotherSourceIsStartedWithThatBehindItsId)
+TEST_F(TaskOperationsTest, ANewTaskFromAnotherSourceIsStartedWithItAfterTheId)
 {
     const int id = create(true, "Console");
     EXPECT_EQ(Lines{startOf(id, " [Console]")}, awaitLines(startLog, 1));
@@ -142,7 +142,7 @@ TEST_F(TaskOperationsTest, ACreationDoesNotWaitForTheTaskManagerItStarts)
     EXPECT_EQ((Lines{startOf(id), "opened"}), awaitLines(startLog, 2));
 }
 
-TEST_F(TaskOperationsTest, ANewTaskIsStoredAlsoIfThereIsNoTaskManager)
+TEST_F(TaskOperationsTest, ANewTaskIsStoredEvenIfThereIsNoTaskManager)
 {
     fs::remove(taskManager);
     const int id = create(true);
@@ -205,14 +205,14 @@ TEST_F(TaskOperationsTest, ADeletedOneOffTaskLeavesTheCrontabAsItIs)
     EXPECT_EQ(taskLine(id) + "\n" + backup, crontabOf("anna"));
 }
 
-TEST_F(TaskOperationsTest, ATaskThatThereIsNotCannotBeDeletedAndItsLineStays)
+TEST_F(TaskOperationsTest, AMissingTaskCannotBeDeletedAndItsLineStays)
 {
     setCrontab("anna", taskLine(12));
     EXPECT_THROW(editor->deleteTask(12, true, false), SqliteException);
     EXPECT_EQ(taskLine(12), crontabOf("anna"));
 }
 
-TEST_F(TaskOperationsTest, ATaskIsDeletedAlsoIfWhatIsLeftOfTheCrontabIsRefused)
+TEST_F(TaskOperationsTest, ATaskIsDeletedEvenIfTheNewCrontabIsRefused)
 {
     const int id = create(false);
     std::string minutes = "0";
@@ -247,7 +247,7 @@ TEST_F(TaskOperationsTest, ARefreshWithoutATask0EndsAtATaskLineAndLeavesTheCront
     EXPECT_EQ((Lines{"crontemp.txt", "temp2.txt"}), scratchFiles());
 }
 
-TEST_F(TaskOperationsTest, AUserDeletesATaskOfTheirOwnWithoutBeingTheSuperUser)
+TEST_F(TaskOperationsTest, AUserDeletesATaskOfTheirOwnWithoutBeingRoot)
 {
     const int id = create(false);
     setCrontab("anna", taskLine(id) + backup);

@@ -96,7 +96,7 @@ TEST_F(World, StartsEmptyAfterAReset)
     EXPECT_TRUE(std::filesystem::exists("/var/spool/cron/crontabs/anna"));
 }
 
-TEST_F(World, HoldsWhatCronRefusesForAnError)
+TEST_F(World, TreatsWhatCronRefusesAsAnError)
 {
     EXPECT_THROW(setCrontab("anna", "not a crontab\n"), std::runtime_error);
     EXPECT_THROW(setCrontab("anna", "0 1 * * * /bin/x"), std::runtime_error);

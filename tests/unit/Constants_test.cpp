@@ -10,7 +10,7 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-TEST(Constants, TheDatabaseLiesInTheProductsVarDirectory)
+TEST(Constants, TheDatabaseIsInTheProductsVarDirectory)
 {
     EXPECT_EQ("/usr/local/Quarno/Kestrelcore/var/OrvMacDatabase.db", databaseName);
 }

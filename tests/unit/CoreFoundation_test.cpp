@@ -272,7 +272,7 @@ TEST(CFString, KeepsZeroAndUnpairedSurrogates)
     EXPECT_EQ(3, CFStringGetLength(fromBytes("a\0b"s, kCFStringEncodingUTF8).get()));
 }
 
-TEST(CFString, CannotBeHadAsUtf8WithAnUnpairedSurrogate)
+TEST(CFString, CannotBeConvertedToUtf8WithAnUnpairedSurrogate)
 {
     for (const std::u16string& units : {u"\xd800"s, u"a\xd800"s, u"\xd800z"s, u"\xdc00"s, u"\xd83d\xd83d\xde00"s})
         EXPECT_EQ("(refused)", cString(newString(units).get()));
@@ -358,7 +358,7 @@ TEST(CFNumber, IsARealByItsTypeNotItsValue)
     EXPECT_FALSE(CFNumberIsFloatType(newInteger(1).get()));
 }
 
-TEST(CFNumber, IsNotMadeOfAnUnknownType)
+TEST(CFNumber, IsNotMadeFromAnUnknownType)
 {
     for (const int number : {-1, 0, 17, 100})
         EXPECT_EQ(nullptr, newNumber(static_cast<CFNumberType>(number), SInt64(1)));
@@ -385,7 +385,7 @@ template <class T> std::pair<T, bool> nearly(T value)
     return {value, false};
 }
 
-TEST(CFNumber, GivesAnIntegerAsAnyTypeThatHasRoomForIt)
+TEST(CFNumber, GivesAnIntegerAsAnyTypeThatCanHoldIt)
 {
     const auto number = newInteger(-100);
     EXPECT_EQ(exactly<SInt8>(-100), valueOf<SInt8>(number.get(), kCFNumberSInt8Type));
@@ -408,7 +408,7 @@ template <class T> bool fits(CFNumberRef number, CFNumberType type)
     return valueOf<T>(number, type).second;
 }
 
-TEST(CFNumber, SaysThatItHasNoRoomForAnInteger)
+TEST(CFNumber, ReportsThatAnIntegerDoesNotFit)
 {
     EXPECT_FALSE(fits<SInt8>(newInteger(128).get(), kCFNumberSInt8Type));
     EXPECT_FALSE(fits<SInt8>(newInteger(-129).get(), kCFNumberSInt8Type));
@@ -524,7 +524,7 @@ TEST(CFData, IsEqualByItsBytes)
     expectEqual(first.get(), Owned<CFDataRef>(CFDataCreate(nullptr, bytes, 3)).get());
 }
 
-TEST(CFData, IsNotMadeOfNothingOrOfLessThanNothing)
+TEST(CFData, IsNotMadeFromNullOrANegativeCount)
 {
     const UInt8 byte = 0;
     EXPECT_EQ(nullptr, CFDataCreate(nullptr, nullptr, 1));
@@ -533,7 +533,7 @@ TEST(CFData, IsNotMadeOfNothingOrOfLessThanNothing)
 
 // --- CFArray ---------------------------------------------------------------------------------------------------------
 
-TEST(CFArray, RetainsWhatItHoldsUntilItLetsGo)
+TEST(CFArray, RetainsWhatItHoldsUntilItIsReleased)
 {
     const auto date = newDate();
     auto array = newArray({date.get(), date.get()});
@@ -572,7 +572,7 @@ TEST(CFArray, IsMadeOfValues)
     EXPECT_EQ(std::vector<CFTypeRef>(values, values + 2), valuesOf(array.get()));
 }
 
-TEST(CFArray, IsNotMadeOfNothingOrOfLessThanNothing)
+TEST(CFArray, IsNotMadeFromNullOrANegativeCount)
 {
     CFTypeRef value = CFSTR("a");
     EXPECT_EQ(nullptr, CFArrayCreate(nullptr, nullptr, 1, &kCFTypeArrayCallBacks));
@@ -593,7 +593,7 @@ TEST(CFArray, IsCopiedShallowly)
 
 // --- CFDictionary ----------------------------------------------------------------------------------------------------
 
-TEST(CFDictionary, RetainsKeysAndValuesUntilItLetsGo)
+TEST(CFDictionary, RetainsKeysAndValuesUntilItIsReleased)
 {
     const auto key = newString(u"k");
     const auto value = newDate();
@@ -697,7 +697,7 @@ TEST(CFDictionary, IsMadeOfPairsAndTakesTheFirstOfEqualKeys)
     EXPECT_EQ(values[0], CFDictionaryGetValue(dictionary.get(), keys[0]));
 }
 
-TEST(CFDictionary, IsNotMadeOfNothingOrOfLessThanNothing)
+TEST(CFDictionary, IsNotMadeFromNullOrANegativeCount)
 {
     CFTypeRef key = CFSTR("a");
     const auto made = [](CFTypeRef* keys, CFTypeRef* values, CFIndex count) {

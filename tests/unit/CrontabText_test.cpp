@@ -68,12 +68,12 @@ TEST(WriteTaskLine, RunsTheTaskManagerForTheTaskAndDiscardsItsOutput)
         writtenTaskLine("7 * * * *", 42));
 }
 
-TEST(WriteTaskLine, WritesAnEmptyScheduleAsItStands)
+TEST(WriteTaskLine, WritesAnEmptyScheduleUnchanged)
 {
     EXPECT_EQ(" " + manager + " 42" + discarded + "\n", writtenTaskLine("", 42));
 }
 
-TEST(WriteTaskLine, WritesAMalformedScheduleAsItStands)
+TEST(WriteTaskLine, WritesAMalformedScheduleUnchanged)
 {
     EXPECT_EQ("  often, \"please\"\t\\  " + manager + " 42" + discarded + "\n",
         writtenTaskLine("  often, \"please\"\t\\ ", 42));
@@ -119,7 +119,7 @@ std::string afterDropTaskLines(const std::string& crontab)
     return out.str();
 }
 
-TEST(DropTaskLines, KeepsTheLinesBeforeAndBehindATaskLineInTheirOrder)
+TEST(DropTaskLines, KeepsTheLinesBeforeAndAfterATaskLineInTheirOrder)
 {
     EXPECT_EQ(backup + "@daily /bin/tidy\n", afterDropTaskLines(backup + taskLine(12) + "\n@daily /bin/tidy\n"));
 }
@@ -150,7 +150,7 @@ TEST(DropTaskLines, KeepsCommentsAndVariables)
     EXPECT_EQ(crontab, afterDropTaskLines(crontab));
 }
 
-TEST(DropTaskLines, KeepsLinesThatNameOnlyAPartOfTheTaskManagersPath)
+TEST(DropTaskLines, KeepsLinesThatNameOnlyPartOfTheTaskManagersPath)
 {
     const std::string crontab = "5 3 * * * TessaraTaskManager 1\n5 3 * * * /usr/local/Quarno/Kestrelcore/TessaraTask\n"
                                 "5 3 * * * /opt/Kestrelcore/TessaraTaskManager 1\n";
@@ -167,7 +167,7 @@ TEST(DropTaskLines, LeavesNothingIfTheFirstLineIsEmpty)
     EXPECT_EQ("", afterDropTaskLines("\n" + backup));
 }
 
-TEST(DropTaskLines, TakesALineOfABlankForALine)
+TEST(DropTaskLines, TreatsALineOfOneBlankAsALine)
 {
     EXPECT_EQ(" " + backup, afterDropTaskLines(" \n" + backup));
 }
@@ -192,7 +192,7 @@ TEST(DropTaskLines, JoinsShortLinesToTheNextKeptOne)
     EXPECT_EQ("ab#c" + backup, afterDropTaskLines("ab\n#\n" + taskLine(12) + "\nc\n" + backup));
 }
 
-TEST(DropTaskLines, WritesNoLineFeedBehindAShortLastLine)
+TEST(DropTaskLines, WritesNoLineFeedAfterAShortLastLine)
 {
     EXPECT_EQ(backup + "ab", afterDropTaskLines(backup + "ab\n"));
 }
@@ -243,7 +243,7 @@ TEST(DropTaskLines, KeepsTheBeginningOfALongLineThatMentionsTheTaskManagerTooLat
     EXPECT_EQ(line.substr(0, 499) + "\n", afterDropTaskLines(line + "\n" + backup));
 }
 
-TEST(DropTaskLines, TakesALineWithAZeroByteForTheTextBeforeIt)
+TEST(DropTaskLines, CutsALineAtItsZeroByte)
 {
     EXPECT_EQ("0 1 * * * /bin/a\n" + backup, afterDropTaskLines("0 1 * * * /bin/a\0"s + manager + "\n" + backup));
     EXPECT_EQ("ab" + backup, afterDropTaskLines("ab\0cdef\n"s + backup));
@@ -254,7 +254,7 @@ TEST(DropTaskLines, EndsTheCopyAtALineThatBeginsWithAZeroByte)
     EXPECT_EQ(backup, afterDropTaskLines(backup + "\0abc\n"s + backup));
 }
 
-TEST(DropTaskLines, TakesACarriageReturnForACharacter)
+TEST(DropTaskLines, TreatsACarriageReturnAsACharacter)
 {
     EXPECT_EQ("\r" + backup, afterDropTaskLines("\r\n" + backup));
     EXPECT_EQ("a\r" + backup, afterDropTaskLines("a\r\n" + backup));
@@ -278,7 +278,7 @@ TEST(DropTaskLines, WritesNothingFromAStreamThatCouldNotBeOpened)
     EXPECT_EQ("", out.str());
 }
 
-TEST(DropTaskLines, EndsTheCopyWhereReadingBreaksOff)
+TEST(DropTaskLines, EndsTheCopyWhereReadingFails)
 {
     struct BreakingText : std::stringbuf {
         using std::stringbuf::stringbuf;
@@ -343,13 +343,13 @@ TEST(DropLinesOfTask, ReadsTheIdUpToTheEndOfTheLine)
     EXPECT_EQ("", afterDropLinesOfTask(12, "TessaraTaskManager 12"));
 }
 
-TEST(DropLinesOfTask, TakesALineThatEndsWithTheNameForTask0)
+TEST(DropLinesOfTask, ReadsALineThatEndsWithTheNameAsTask0)
 {
     EXPECT_FALSE(isLineOfTask(12, ""));
     EXPECT_TRUE(isLineOfTask(0, ""));
 }
 
-TEST(DropLinesOfTask, TakesALineWithOneCharacterBehindTheNameForTask0)
+TEST(DropLinesOfTask, ReadsALineWithOneCharacterAfterTheNameAsTask0)
 {
     EXPECT_FALSE(isLineOfTask(7, "7"));
     EXPECT_FALSE(isLineOfTask(12, " "));
@@ -357,13 +357,13 @@ TEST(DropLinesOfTask, TakesALineWithOneCharacterBehindTheNameForTask0)
     EXPECT_TRUE(isLineOfTask(0, " "));
 }
 
-TEST(DropLinesOfTask, ReadsAnIdOfOneCharacterBehindTheSeparator)
+TEST(DropLinesOfTask, ReadsAnIdOfOneCharacterAfterTheSeparator)
 {
     EXPECT_TRUE(isLineOfTask(7, " 7"));
     EXPECT_FALSE(isLineOfTask(0, " 7"));
 }
 
-TEST(DropLinesOfTask, TakesAnIdThatIsNoNumberForTask0)
+TEST(DropLinesOfTask, ReadsAnIdThatIsNotANumberAsTask0)
 {
     EXPECT_TRUE(isLineOfTask(0, " all 12"));
     EXPECT_FALSE(isLineOfTask(12, " all 12"));
@@ -375,7 +375,7 @@ TEST(DropLinesOfTask, SkipsOneSeparatorOnly)
     EXPECT_FALSE(isLineOfTask(12, "  12"));
 }
 
-TEST(DropLinesOfTask, TakesAnyCharacterForTheSeparator)
+TEST(DropLinesOfTask, TakesAnyCharacterAsTheSeparator)
 {
     for (const std::string separator : {"\t", "=", "9", "'", "-", "\xff"})
         EXPECT_TRUE(isLineOfTask(12, separator + "12 x")) << separator;
@@ -392,7 +392,7 @@ TEST(DropLinesOfTask, ReadsTheIdAsANumber)
     EXPECT_FALSE(isLineOfTask(12, " -12"));
 }
 
-TEST(DropLinesOfTask, TakesAnIdBeyondTheRangeForTheTaskThatItsLow32BitsName)
+TEST(DropLinesOfTask, ReadsAnIdBeyondTheRangeAsItsLow32Bits)
 {
     EXPECT_TRUE(isLineOfTask(12, " 4294967308"));
     EXPECT_FALSE(isLineOfTask(INT_MAX, " 4294967308"));
@@ -407,7 +407,7 @@ TEST(DropLinesOfTask, ReadsAtMost15CharactersOfTheId)
     EXPECT_TRUE(isLineOfTask(0, " " + std::string(400, '0') + "12"));
 }
 
-TEST(DropLinesOfTask, LetsTheFirstMentionOfTheNameDecide)
+TEST(DropLinesOfTask, GoesByTheFirstMentionOfTheName)
 {
     EXPECT_FALSE(isLineOfTask(12, " 7; TessaraTaskManager 12"));
     EXPECT_TRUE(isLineOfTask(7, " 7; TessaraTaskManager 12"));
@@ -463,14 +463,14 @@ TEST(DropLinesOfTask, ReadsTheIdFromTheFirst499CharactersOfALine)
     EXPECT_EQ("", afterDropLinesOfTask(1, line + "\n"));
 }
 
-TEST(DropLinesOfTask, TakesALineWithAZeroByteForTheTextBeforeIt)
+TEST(DropLinesOfTask, CutsALineAtItsZeroByte)
 {
     EXPECT_EQ("ab\n" + backup, afterDropLinesOfTask(12, "ab\0TessaraTaskManager 12\n"s + backup));
     EXPECT_EQ("", afterDropLinesOfTask(1, "TessaraTaskManager 1\0"s + "2\n"));
     EXPECT_EQ("", afterDropLinesOfTask(12, "\0\n"s + backup));
 }
 
-TEST(DropLinesOfTask, TakesACarriageReturnForACharacter)
+TEST(DropLinesOfTask, TreatsACarriageReturnAsACharacter)
 {
     EXPECT_EQ("\r\n" + backup, afterDropLinesOfTask(12, "\r\n" + backup));
     EXPECT_TRUE(isLineOfTask(12, " 12\r"));
@@ -530,13 +530,13 @@ TEST(SplitTaskLines, AsksForTheScheduleOfTask0WhateverTheIdOfTheLine)
     EXPECT_EQ(std::vector<int>{0}, idsAskedFor("5 3 * * * " + manager + "12 12\n"));
 }
 
-TEST(SplitTaskLines, AsksForTheScheduleAnewForEachPiece)
+TEST(SplitTaskLines, AsksForTheScheduleAgainForEachPiece)
 {
     EXPECT_EQ(
         (std::vector<int>{0, 0, 0, 0}), idsAskedFor("ab" + taskLine(1) + taskLine(2) + "\n" + taskLine(3) + "\n"));
 }
 
-TEST(SplitTaskLines, UsesTheScheduleThatItWasGivenLast)
+TEST(SplitTaskLines, UsesTheLatestSchedule)
 {
     std::istringstream in("ab" + taskLine(1, "5 3 * * *") + "cd" + taskLine(2, "6 4 * * *") + "\n");
     std::ostringstream out;
@@ -551,7 +551,7 @@ TEST(SplitTaskLines, UsesTheScheduleThatItWasGivenLast)
     EXPECT_EQ(Texts(), schedules);
 }
 
-TEST(SplitTaskLines, KeepsATaskLineThatStandsAlone)
+TEST(SplitTaskLines, KeepsATaskLineOnItsOwn)
 {
     EXPECT_EQ(taskLine(12) + "\n" + backup, afterSplitTaskLines(taskLine(12) + "\n" + backup));
 }
@@ -592,7 +592,7 @@ TEST(SplitTaskLines, FindsAScheduleOnlyRightBeforeTheTaskManager)
     EXPECT_EQ(line, afterSplitTaskLines(line));
 }
 
-TEST(SplitTaskLines, KeepsATaskLineWithAnotherScheduleBehindATextTogether)
+TEST(SplitTaskLines, KeepsATaskLineWithAnotherScheduleAfterATextTogether)
 {
     EXPECT_EQ("ab" + taskLine(12) + "\n", afterSplitTaskLines("ab" + taskLine(12) + "\n", "0 0 1 1 *"));
 }
@@ -637,28 +637,28 @@ TEST(SplitTaskLines, KeepsATextBeforeATaskLineOfAnotherScheduleWithIt)
         taskLine(1) + "\n/bin/tidy;" + other + "\n", afterSplitTaskLines(taskLine(1) + "/bin/tidy;" + other + "\n"));
 }
 
-TEST(SplitTaskLines, WritesATextOfThreeCharactersBehindATaskLineAsALine)
+TEST(SplitTaskLines, WritesATextOfThreeCharactersAfterATaskLineAsALine)
 {
     EXPECT_EQ(taskLine(12) + "\nabc\n" + backup, afterSplitTaskLines(taskLine(12) + "abc\n" + backup));
 }
 
-TEST(SplitTaskLines, JoinsATextOfTwoCharactersBehindATaskLineToTheNextLine)
+TEST(SplitTaskLines, JoinsATextOfTwoCharactersAfterATaskLineToTheNextLine)
 {
     EXPECT_EQ(taskLine(12) + "\nab" + backup, afterSplitTaskLines(taskLine(12) + "ab\n" + backup));
 }
 
-TEST(SplitTaskLines, JoinsATextOfOneCharacterBehindATaskLineToTheNextLine)
+TEST(SplitTaskLines, JoinsATextOfOneCharacterAfterATaskLineToTheNextLine)
 {
     EXPECT_EQ(
         taskLine(12) + "\n " + taskLine(13) + "\n", afterSplitTaskLines(taskLine(12) + " \n" + taskLine(13) + "\n"));
 }
 
-TEST(SplitTaskLines, TakesACarriageReturnBehindATaskLineForAText)
+TEST(SplitTaskLines, TreatsACarriageReturnAfterATaskLineAsText)
 {
     EXPECT_EQ(taskLine(12) + "\n\r" + backup, afterSplitTaskLines(taskLine(12) + "\r\n" + backup));
 }
 
-TEST(SplitTaskLines, EndsATaskLine14CharactersBehindTheStartOfItsNullDevice)
+TEST(SplitTaskLines, EndsATaskLine14CharactersAfterTheStartOfItsNullDevice)
 {
     EXPECT_EQ("1 1 * * * " + manager + " 1 > /dev/null;1234\n5678\n",
         afterSplitTaskLines("1 1 * * * " + manager + " 1 > /dev/null;12345678\n"));
@@ -690,20 +690,20 @@ TEST(SplitTaskLines, WritesTheRestOfALineWithoutAnotherNullDeviceAsALine)
     EXPECT_EQ(taskLine(1) + "\n" + second + "\n" + backup, afterSplitTaskLines(taskLine(1) + second + "\n" + backup));
 }
 
-TEST(SplitTaskLines, LooksForTheNullDeviceBehindTheMentionOfTheTaskManager)
+TEST(SplitTaskLines, LooksForTheNullDeviceAfterTheMentionOfTheTaskManager)
 {
     const std::string line = "1 1 * * * cat /dev/null 2>&1 | " + manager + " 1";
     EXPECT_EQ(line + "\n" + backup, afterSplitTaskLines(line + "\n" + backup));
     EXPECT_EQ(line + discarded + "\nabc\n", afterSplitTaskLines(line + discarded + "abc\n"));
 }
 
-TEST(SplitTaskLines, LooksForTheNullDeviceOfASecondTaskLineBehindItsMention)
+TEST(SplitTaskLines, LooksForTheNullDeviceOfASecondTaskLineAfterItsMention)
 {
     const std::string second = "2 2 * * * cat /dev/null 2>&1 | " + manager + " 2" + discarded;
     EXPECT_EQ(taskLine(1) + "\n" + second + "\nabc\n", afterSplitTaskLines(taskLine(1) + second + "abc\n"));
 }
 
-TEST(SplitTaskLines, LooksForTheNullDeviceBehindTheScheduleThatALaterTaskLineHas)
+TEST(SplitTaskLines, LooksForTheNullDeviceAfterTheScheduleOfALaterTaskLine)
 {
     const std::string first = taskLine(1, "9 9 * * *");
     EXPECT_EQ(
@@ -724,7 +724,7 @@ TEST(SplitTaskLines, EndsAPieceWhereTheRedirectionOfAnEarlierTaskLineEndsInsideI
         afterSplitTaskLines(first + taskLine(2) + "\n" + backup));
 }
 
-TEST(SplitTaskLines, LooksForTheNullDeviceInsideAScheduleBehindAnEarlierTaskLine)
+TEST(SplitTaskLines, LooksForTheNullDeviceInsideAScheduleAfterAnEarlierTaskLine)
 {
     const std::string first = "9 9 * * * " + manager + " 1";
     const std::string schedule = "5 3 * * * cat /dev/null 2>&1 |";
@@ -753,7 +753,7 @@ TEST(SplitTaskLines, KeepsALineOf499CharactersWhole)
         line + "\n" + longLine(499) + "\n" + backup, afterSplitTaskLines(line + "\n" + longLine(499) + "\n" + backup));
 }
 
-TEST(SplitTaskLines, FindsNothingBehindTheFirst499CharactersOfALine)
+TEST(SplitTaskLines, FindsNothingAfterTheFirst499CharactersOfALine)
 {
     const std::string manager500 = filledTo(500, manager);
     EXPECT_EQ(manager500.substr(0, 499) + "\n", afterSplitTaskLines(manager500 + "\n"));
@@ -761,7 +761,7 @@ TEST(SplitTaskLines, FindsNothingBehindTheFirst499CharactersOfALine)
     EXPECT_EQ(device500.substr(0, 499) + "\n", afterSplitTaskLines(device500 + "\n", "9 9 * * *"));
 }
 
-TEST(SplitTaskLines, TakesALineWithAZeroByteForTheTextBeforeIt)
+TEST(SplitTaskLines, CutsALineAtItsZeroByte)
 {
     EXPECT_EQ("ab\n" + backup, afterSplitTaskLines("ab\0"s + taskLine(12) + "\n" + backup));
     EXPECT_EQ("", afterSplitTaskLines("\0"s + taskLine(12) + "\n" + backup));
@@ -780,7 +780,7 @@ TEST(SplitTaskLines, FlushesAfterEachLineFeedOnly)
     EXPECT_EQ((Texts{first, second, third, fourth, fourth + "xy" + backup}), text.flushed);
 }
 
-TEST(SplitTaskLines, LetsAnExceptionOfTheScheduleOutAndLeavesWhatWasWritten)
+TEST(SplitTaskLines, PassesOnAnExceptionOfTheScheduleAndLeavesWhatWasWritten)
 {
     std::istringstream in(backup + taskLine(12) + "\n" + backup);
     std::ostringstream out;

@@ -33,7 +33,7 @@ TEST(ToInt, ReadsOneSignOnly)
     EXPECT_EQ(0, toInt("- 5"));
 }
 
-TEST(ToInt, SkipsWhiteSpaceInFront)
+TEST(ToInt, SkipsLeadingWhiteSpace)
 {
     EXPECT_EQ(5, toInt(" \t\n\v\f\r5"));
     EXPECT_EQ(-5, toInt("   -5"));
@@ -74,7 +74,7 @@ TEST(ToInt, KeepsTheLow32BitsBeyondTheRange)
     EXPECT_EQ(-12, toInt("-4294967308"));
 }
 
-TEST(ToInt, KeepsThoseOfTheNearestLongBeyondTheRangeOfLong)
+TEST(ToInt, KeepsTheLow32BitsOfTheNearestLongBeyondTheRangeOfLong)
 {
     EXPECT_EQ(-1, toInt("9223372036854775807"));
     EXPECT_EQ(-1, toInt("9223372036854775808"));

@@ -38,7 +38,7 @@ TEST(OrvException, CarriesMessageAndCode)
     EXPECT_EQ(401, failure.getErrorCode());
 }
 
-TEST(OrvException, TellsBothToAHandlerByConstReference)
+TEST(OrvException, GivesBothToAHandlerByConstReference)
 {
     try {
         throw SqliteException(8, "Database: Write failed");
@@ -65,7 +65,7 @@ TEST(OrvException, KeepsAnEmptyMessage)
     EXPECT_EQ("", messageFor(""));
 }
 
-TEST(OrvException, TakesPercentSignsOfAMessageAsTheyAre)
+TEST(OrvException, KeepsPercentSignsInAMessage)
 {
     EXPECT_EQ("100%s of %d%%", messageFor("100%s of %d%%"));
 }
@@ -79,14 +79,14 @@ TEST(OrvException, KeepsTheLow32BitsOfACode)
     EXPECT_EQ(-5, codeFor(-5));
 }
 
-TEST(OrvException, IsCaughtAsWhatItIsAndAsWhatItDerivesFrom)
+TEST(OrvException, IsCaughtAsItsOwnTypeAndAsItsBases)
 {
     EXPECT_THROW(throw SqliteException(1, "text"), SqliteException);
     EXPECT_THROW(throw SqliteException(1, "text"), OrvException);
     EXPECT_THROW(throw SqliteException(1, "text"), std::exception);
 }
 
-TEST(OrvException, SaysWhatAnyStandardExceptionSays)
+TEST(OrvException, InheritsWhatFromStdException)
 {
     const SqliteException failure(1, "text");
     EXPECT_STREQ(std::exception().what(), failure.what());
@@ -118,7 +118,7 @@ TEST(OrvException, SqliteExceptionAddsNoField)
     EXPECT_EQ(sizeof(OrvException), sizeof(SqliteException));
 }
 
-TEST(OrvException, MessageAndCodeAreTheOperationsAfterWhat)
+TEST(OrvException, GetMessageAndGetErrorCodeFollowWhat)
 {
     EXPECT_TRUE(std::has_virtual_destructor_v<OrvException>);
     EXPECT_EQ(2U, slotOf(&std::exception::what));
@@ -140,7 +140,7 @@ private:
     char m_text[5] = "mine";
 };
 
-TEST(OrvException, OverloadsForConstReferencesAreNotInTheTableOfVirtualOperations)
+TEST(OrvException, OverloadsForConstReferencesAreNotInTheVirtualTable)
 {
     Overriding failure;
     OrvException& base = failure;

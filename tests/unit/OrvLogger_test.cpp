@@ -47,7 +47,7 @@ extern "C" __attribute__((format(printf, 3, 0))) void __vsyslog_chk(
 
 namespace {
 
-TEST(OrvLogger, HandsAMessageToSyslogWithItsLevelAsPriority)
+TEST(OrvLogger, PassesAMessageToSyslogWithItsLevelAsPriority)
 {
     for (int level = LOG_EMERG; level <= LOG_DEBUG; ++level) {
         LogMsg(level, "a message");
@@ -70,7 +70,7 @@ TEST(OrvLogger, FormatsAsPrintfDoes)
     EXPECT_EQ("popen failed for command, task -7 of 12345678901%", takeMessage().text);
 }
 
-TEST(OrvLogger, TakesPercentSignsOfAnArgumentAsTheyAre)
+TEST(OrvLogger, KeepsPercentSignsInAnArgument)
 {
     LogMsg(3, "%s", "%s%n%d");
     EXPECT_EQ("%s%n%d", takeMessage().text);

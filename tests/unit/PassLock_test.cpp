@@ -34,7 +34,7 @@ TEST_F(PassLockTest, IsHeldAsLongAsItLives)
     EXPECT_TRUE(free());
 }
 
-TEST_F(PassLockTest, LeavesNothingBehind)
+TEST_F(PassLockTest, LeavesNoFile)
 {
     {
         const orv::PassLock lock;
@@ -87,7 +87,7 @@ TEST_F(PassLockTest, IsHeldByACommandWhenStandardDescriptorsAreClosed)
 volatile std::sig_atomic_t gSignals = 0;
 const std::string heldFile = testDirectory + "held";
 
-TEST_F(PassLockTest, WaitsOnWhenASignalComes)
+TEST_F(PassLockTest, KeepsWaitingWhenASignalComes)
 {
     StartedProgram holder({"/usr/bin/flock", "--exclusive", scratchDirectory, "/bin/sh", "-c",
         "echo >" + heldFile + "; while [ -e " + heldFile + " ]; do sleep 0.01; done"});
@@ -107,7 +107,7 @@ TEST_F(PassLockTest, WaitsOnWhenASignalComes)
     EXPECT_GE(gSignals, 3);
 }
 
-TEST_F(PassLockTest, CannotBeHadWithoutTheScratchDirectory)
+TEST_F(PassLockTest, CannotBeTakenWithoutTheScratchDirectory)
 {
     std::filesystem::remove_all(scratchDirectory);
     EXPECT_FALSE(orv::PassLock().held());

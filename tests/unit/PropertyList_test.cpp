@@ -1265,7 +1265,7 @@ TEST(HarmfulXml, IsRefusedWhenItNeverEnds)
     EXPECT_EQ(nullptr, read(repeated("<plist>", 100000) + "<true/>" + repeated("</plist>", 100000)));
 }
 
-TEST(HarmfulXml, CannotHideItsDepthBehindEndsThatAreNone)
+TEST(HarmfulXml, CannotHideItsDepthAfterFalseEndTags)
 {
     const std::vector<std::string> openings{"<array>", "<array><!-- </array> -->", "<array><!--></array>-->",
         "<array><?x </array>?>", "<array><string><![CDATA[</array>]]></string>"};
@@ -1500,7 +1500,7 @@ TEST(PropertyListDeepCopy, GoesAsDeepAsReadingAndNoDeeper)
     EXPECT_EQ(nullptr, deepCopy(nestedDictionaries(100000).get()));
 }
 
-TEST(PropertyListDeepCopy, HoldsOnToLeavesThatTheOriginalLetsGo)
+TEST(PropertyListDeepCopy, KeepsLeavesThatTheOriginalReleases)
 {
     OwnedArray list = newArray();
     {

@@ -140,7 +140,7 @@ TEST_F(SqliteDbTest, OpeningWithThreeArgumentsMakesTheTable)
     EXPECT_EQ(0, db.lastError);
 }
 
-TEST_F(SqliteDbTest, ATableThatIsThereStaysWithItsRows)
+TEST_F(SqliteDbTest, AnExistingTableKeepsItsRows)
 {
     run("CREATE TABLE Numbers(other)");
     run("insert into Numbers values (5)");
@@ -207,7 +207,7 @@ TEST_F(SqliteDbTest, OpeningWithThreeArgumentsThrowsIfTheFileCannotBeOpened)
     }
 }
 
-TEST_F(SqliteDbTest, OpeningWithThreeArgumentsThrowsIfTheFileIsNoDatabase)
+TEST_F(SqliteDbTest, OpeningWithThreeArgumentsThrowsIfTheFileIsNotADatabase)
 {
     writeFile(file, std::string(4096, 'x'));
     try {
@@ -273,7 +273,7 @@ TEST_F(SqliteDbTest, AConnectionIsNotInheritedByStartedPrograms)
     EXPECT_EQ(1, found);
 }
 
-TEST_F(SqliteDbTest, TakesWordsInDoubleQuotesForTextsWhateverSqliteIsBuiltFor)
+TEST_F(SqliteDbTest, ReadsWordsInDoubleQuotesAsTextHoweverSqliteWasBuilt)
 {
     run(createNumbers);
     SqliteWatch watch;
@@ -292,7 +292,7 @@ TEST_F(SqliteDbTest, WaitsFiveSecondsForALockedFile)
     EXPECT_EQ("5000", db.getColumn(0));
 }
 
-TEST_F(SqliteDbTest, GetsItsTurnWhenTheLockIsLetGo)
+TEST_F(SqliteDbTest, GetsItsTurnWhenTheLockIsReleased)
 {
     run(createNumbers);
     run("begin exclusive");
@@ -316,7 +316,7 @@ TEST_F(SqliteDbTest, AReadWithoutRowsSucceeds)
     EXPECT_FALSE(db.nextRow());
 }
 
-TEST_F(SqliteDbTest, GoesThroughTheRowsInTheirOrder)
+TEST_F(SqliteDbTest, StepsThroughTheRowsInOrder)
 {
     SqliteDb db(file.c_str(), false);
     ASSERT_TRUE(db.doReadSql("values (3, 'c'), (1, 'a'), (2, 'b')"));
@@ -380,7 +380,7 @@ TEST_F(SqliteDbTest, AMissingColumnsCellHoldsNoPointer)
     EXPECT_EQ(nullptr, cell->blob);
 }
 
-TEST_F(SqliteDbTest, ColumnNamesAreCaseBlind)
+TEST_F(SqliteDbTest, ColumnNamesIgnoreCase)
 {
     const auto db = rowOf("7 as taskId, 8 as other");
     EXPECT_EQ(7, integerOf((*db)["taskId"]));
@@ -388,7 +388,7 @@ TEST_F(SqliteDbTest, ColumnNamesAreCaseBlind)
     EXPECT_EQ(8, integerOf((*db)["Other"]));
 }
 
-TEST_F(SqliteDbTest, ColumnNamesAreCaseBlindInAsciiOnly)
+TEST_F(SqliteDbTest, ColumnNamesIgnoreCaseInAsciiOnly)
 {
     const auto db = rowOf("7 as \"\u00e4\"");
     EXPECT_EQ(7, integerOf((*db)["\u00e4"]));
@@ -501,7 +501,7 @@ TEST_F(SqliteDbTest, TellsTheFiveTypes)
         EXPECT_EQ(expected[column], db->columnType(column)) << column;
 }
 
-TEST_F(SqliteDbTest, ColumnsOfOneRowKeepApart)
+TEST_F(SqliteDbTest, ColumnsOfOneRowStaySeparate)
 {
     const auto db = rowOf("'ab', x'6364', 'ef'");
     EXPECT_EQ("ab", db->getColumn(0));
@@ -546,7 +546,7 @@ TEST_F(SqliteDbTest, AnEmptyStatementIsReported)
     EXPECT_EQ(SQLITE_MISUSE, db.lastError);
 }
 
-TEST_F(SqliteDbTest, AFileThatIsNoDatabaseIsReportedByTheRead)
+TEST_F(SqliteDbTest, AFileThatIsNotADatabaseIsReportedByTheRead)
 {
     writeFile(file, std::string(4096, 'x'));
     SqliteDb db(file.c_str(), false);
@@ -563,7 +563,7 @@ TEST_F(SqliteDbTest, ARowThatCannotBeReadMakesTheReadFail)
     EXPECT_EQ("", db.getColumn(0));
 }
 
-TEST_F(SqliteDbTest, AFailedReadLeavesNoRowsOfTheOneBefore)
+TEST_F(SqliteDbTest, AFailedReadLeavesNoRowsOfThePreviousOne)
 {
     SqliteDb db(file.c_str(), false);
     ASSERT_TRUE(db.doReadSql("values (1), (2)"));
@@ -595,7 +595,7 @@ TEST_F(SqliteDbTest, ADamagedFileIsReportedWhicheverPageIsDamaged)
     EXPECT_EQ(static_cast<int>(pages) - 1, reported);
 }
 
-TEST_F(SqliteDbTest, AColumnThatVanishesBeforeTheReadRunsIsAMissingOne)
+TEST_F(SqliteDbTest, AColumnThatVanishesBeforeTheReadRunsIsMissing)
 {
     run("CREATE TABLE T(a, b, c)");
     run("insert into T values (1, 2, 3), (4, 5, 6)");
@@ -679,7 +679,7 @@ std::size_t bytesInUse()
     return info.uordblks + info.hblkhd;
 }
 
-TEST_F(SqliteDbTest, AListOfIdsIsKeptInTensOfBytesAnId)
+TEST_F(SqliteDbTest, AListOfIdsTakesTensOfBytesPerId)
 {
     constexpr std::size_t ids = 300000;
     SqliteDb db(":memory:", false);
@@ -693,7 +693,7 @@ TEST_F(SqliteDbTest, AListOfIdsIsKeptInTensOfBytesAnId)
     EXPECT_EQ(ids, rows);
 }
 
-TEST_F(SqliteDbTest, ANewReadLetsGoOfTheBytesOfTheLast)
+TEST_F(SqliteDbTest, ANewReadReleasesTheBytesOfTheLast)
 {
     SqliteDb db(":memory:", false);
     const char* const megabyte = "select printf('%.*c', 1000000, 'm')";
@@ -721,7 +721,7 @@ private:
     bool& m_destroyed;
 };
 
-TEST(SqliteDb, IsDestroyedAndAskedForRowsThroughItsBase)
+TEST(SqliteDb, HasAVirtualDestructorAndNextRow)
 {
     bool destroyed = false;
     std::unique_ptr<SqliteDb> db = std::make_unique<CountedRows>(destroyed);
@@ -1001,7 +1001,7 @@ protected:
     static void succeedIf(bool good) { std::_Exit(good ? 0 : 1); }
 };
 
-TEST_F(SetUpForOneThread, FollowsALinkThatHasTakenThePlaceOfTheFile)
+TEST_F(SetUpForOneThread, FollowsALinkThatHasReplacedTheFile)
 {
     const auto inItsProcess = [this] {
         setUpOnce();

@@ -191,7 +191,7 @@ TEST_P(PassTest, DoesNotInstallTheCopyThatAnEarlierRunLeftIfACrontabCannotBeRead
     EXPECT_EQ(passed(tidy, bensLine), crontabOf("ben"));
 }
 
-TEST_P(PassTest, DoesNotInstallTheCrontabOfTheUserBeforeIfACrontabCannotBeRead)
+TEST_P(PassTest, DoesNotInstallThePreviousUsersCrontabIfACrontabCannotBeRead)
 {
     setUpAnnaAndBen();
     commands.refuse(reading("ben"));
@@ -236,7 +236,7 @@ TEST_P(PassTest, EndsIfTheUsersCannotBeListed)
     EXPECT_EQ(Lines(), commands.takeCommands());
 }
 
-TEST_P(PassTest, EndsIfThereAreNoUsersAnyMoreWhenTheyAreListed)
+TEST_P(PassTest, EndsIfNoUsersAreLeftWhenTheyAreListed)
 {
     setUpAnnaAndBen();
     ConnectionWatch connections;
@@ -245,7 +245,7 @@ TEST_P(PassTest, EndsIfThereAreNoUsersAnyMoreWhenTheyAreListed)
     EXPECT_EQ(Lines(), commands.takeCommands());
 }
 
-TEST_P(PassTest, EndsIfTheUsersAreOthersThanWereCountedForTheList)
+TEST_P(PassTest, EndsIfTheNumberOfUsersChangedSinceTheCount)
 {
     setUpAnnaAndBen();
     ConnectionWatch connections;
@@ -254,7 +254,7 @@ TEST_P(PassTest, EndsIfTheUsersAreOthersThanWereCountedForTheList)
     EXPECT_EQ(Lines(), commands.takeCommands());
 }
 
-TEST_P(PassTest, GoesThroughTheUsersThatAreLeftIfSomeHaveGoneSinceTheyWereCounted)
+TEST_P(PassTest, EditsTheUsersThatAreLeftIfSomeHaveGoneSinceTheCount)
 {
     setUpAnnaAndBen();
     addTask("userId=503");
@@ -264,7 +264,7 @@ TEST_P(PassTest, GoesThroughTheUsersThatAreLeftIfSomeHaveGoneSinceTheyWereCounte
     EXPECT_EQ((Lines{reading("ben"), installing("ben", installed())}), commands.takeCommands());
 }
 
-TEST_P(PassTest, GoesThroughAsManyUsersAsWereCountedIfOthersHaveCome)
+TEST_P(PassTest, EditsAsManyUsersAsWereCountedIfOthersHaveCome)
 {
     setUpAnnaAndBen();
     ConnectionWatch connections;
@@ -299,7 +299,7 @@ TEST_P(PassTest, DoesNotInstallACopyThatIsCutOffByAFullDisk)
     EXPECT_EQ(Lines(), scratchFiles());
 }
 
-TEST_P(PassTest, DoesNotInstallACopyWithAGapThatADiskLeftThatWasFullForAWhile)
+TEST_P(PassTest, DoesNotInstallACopyWithAGapFromADiskThatWasFullForAWhile)
 {
     setUpAnnaAndBen();
     limitScratchDirectory(100 * 4096, 0);
@@ -371,7 +371,7 @@ TEST_P(FilteringPassTest, DoesNotInstallAFilteredCopyThatIsCutOffByAFullDisk)
     EXPECT_EQ(Lines(), scratchFiles());
 }
 
-TEST_P(FilteringPassTest, TakesACrontabForEmptyWhenItsCopyCannotBeMade)
+TEST_P(FilteringPassTest, TreatsACrontabAsEmptyWhenItsCopyCannotBeMade)
 {
     setUpAnnaAndBen();
     fs::create_directories(scratchDirectory + "crontemp.txt/in-the-way");
@@ -445,7 +445,7 @@ TEST_F(CleanCronTest, EmptiesACrontabWhoseFirstLineIsEmpty)
     EXPECT_EQ("", afterCleaning("\n" + backup));
 }
 
-TEST_F(CleanCronTest, DropsAllBelowAnEmptyLine)
+TEST_F(CleanCronTest, DropsEverythingBelowAnEmptyLine)
 {
     EXPECT_EQ(backup, afterCleaning(backup + "\n" + tidy + annasLine));
 }
@@ -455,7 +455,7 @@ TEST_F(CleanCronTest, JoinsALineOfTwoCharactersToTheNext)
     EXPECT_EQ("ab" + backup, afterCleaning("ab\n" + backup));
 }
 
-TEST_F(CleanCronTest, CutsALineOf600CharactersAndDropsAllBelowIt)
+TEST_F(CleanCronTest, CutsALineOf600CharactersAndDropsEverythingBelowIt)
 {
     EXPECT_EQ(backup + std::string(499, 'x') + "\n", afterCleaning(backup + std::string(600, 'x') + "\n" + tidy));
 }
@@ -486,7 +486,7 @@ TEST_F(CleanCronTest, CleansTheCrontabsOfTwoUsers)
     EXPECT_EQ(Lines(), scratchFiles());
 }
 
-TEST_F(CleanCronTest, DoesNotInstallWhatIsLeftOfACrontabOfWhichTheCopyLacksTheEnd)
+TEST_F(CleanCronTest, DoesNotInstallWhatIsLeftOfACopyThatLacksItsEnd)
 {
     std::string crontab;
     while (crontab.size() < 8192) // of which nothing is left, so that the filtered copy needs no room
@@ -554,7 +554,7 @@ TEST_F(PutCronFromDbTest, WritesTasksOfAnyTypeBut3)
     EXPECT_EQ(expected, afterRebuild());
 }
 
-TEST_F(PutCronFromDbTest, ReadsTheScheduleThenTheTypeOfEachTaskAlsoIfItGetsNoLine)
+TEST_F(PutCronFromDbTest, ReadsTheScheduleThenTheTypeOfEachTaskEvenIfItGetsNoLine)
 {
     addTask("id=3, userId=501, type=3");
     addTask("id=9, userId=501");
@@ -576,7 +576,7 @@ TEST_F(PutCronFromDbTest, WritesTasksOfStatus5OrLessOnly)
     EXPECT_EQ(taskLine(1) + "\n" + taskLine(3) + "\n" + taskLine(5) + "\n", afterRebuild());
 }
 
-TEST_F(PutCronFromDbTest, WritesASchedulesTextAsItStands)
+TEST_F(PutCronFromDbTest, WritesASchedulesTextUnchanged)
 {
     addTask("id=1, userId=501, crontime=''");
     addTask("id=2, userId=501, crontime=' never, '");
@@ -584,7 +584,7 @@ TEST_F(PutCronFromDbTest, WritesASchedulesTextAsItStands)
     EXPECT_EQ(taskLine(1, "") + "\n" + taskLine(2, " never, ") + "\n" + taskLine(3, "@daily") + "\n", afterRebuild());
 }
 
-TEST_F(PutCronFromDbTest, LeavesTheLinesThatAreThereFirstAndUnchanged)
+TEST_F(PutCronFromDbTest, KeepsExistingLinesFirstAndUnchanged)
 {
     const std::string crontab = "\n#\nab\n" + tidy + "\r\n" + std::string(700, 'x') + "\n\n" + annasLine + backup;
     addTask("id=9, userId=501");
@@ -635,7 +635,7 @@ TEST_F(PutCronFromDbTest, DoesNotListTheTasksOfAUserWithoutATaskThatCounts)
     EXPECT_EQ((Lines{countUsers, countUsers, listUsers, annasTaskCount}), statementsOf(sqlite.takeCalls()));
 }
 
-TEST_F(PutCronFromDbTest, GoesOnBehindAUserWithoutATaskThatCounts)
+TEST_F(PutCronFromDbTest, GoesOnAfterAUserWithoutATaskThatCounts)
 {
     addTask("id=3, userId=501, status=6");
     addTask("id=9, userId=502");
@@ -683,7 +683,7 @@ TEST_F(PutCronFromDbTest, FindsUsersWithAnAccountBetweenOthersWithoutOne)
         commands.takeCommands());
 }
 
-TEST_F(PutCronFromDbTest, ReplacesACrontabThatCannotBeReadByTheTaskLinesAlone)
+TEST_F(PutCronFromDbTest, ReplacesACrontabThatCannotBeReadWithTheTaskLinesAlone)
 {
     addTask("id=9, userId=501");
     setCrontab("anna", backup);
@@ -725,7 +725,7 @@ TEST_F(PutCronFromDbTest, EndsIfTheTasksOfAUserCannotBeCounted)
     EXPECT_EQ(backup, scratchFile("crontemp.txt"));
 }
 
-TEST_F(PutCronFromDbTest, LeavesTheCrontabsAsTheyAreThatItHadInstalledBeforeItEnded)
+TEST_F(PutCronFromDbTest, KeepsTheCrontabsThatItInstalledBeforeItEnded)
 {
     addTask("id=9, userId=501");
     addTask("id=10, userId=502");
@@ -768,7 +768,7 @@ TEST_P(UnlistedTasksTest, LeaveTheCopyOfTheirOwnersCrontab)
     EXPECT_EQ(backup, scratchFile("crontemp.txt"));
 }
 
-TEST_F(PutCronFromDbTest, SkipsAUserWhoseTasksHaveGoneSinceTheyWereCounted)
+TEST_F(PutCronFromDbTest, SkipsAUserWhoseTasksHaveGoneSinceTheCount)
 {
     addTask("userId=501");
     setCrontab("anna", backup);
@@ -778,7 +778,7 @@ TEST_F(PutCronFromDbTest, SkipsAUserWhoseTasksHaveGoneSinceTheyWereCounted)
     EXPECT_EQ(Lines{reading("anna")}, commands.takeCommands());
 }
 
-TEST_F(PutCronFromDbTest, SkipsAUserWhoseTasksAreOthersThanWereCountedForTheList)
+TEST_F(PutCronFromDbTest, SkipsAUserWhoseNumberOfTasksChangedSinceTheCount)
 {
     addTask("id=3, userId=501");
     addTask("id=9, userId=501");
@@ -789,7 +789,7 @@ TEST_F(PutCronFromDbTest, SkipsAUserWhoseTasksAreOthersThanWereCountedForTheList
     EXPECT_EQ(Lines{reading("anna")}, commands.takeCommands());
 }
 
-TEST_F(PutCronFromDbTest, WritesTheTasksThatAreLeftIfSomeHaveGoneSinceTheyWereCounted)
+TEST_F(PutCronFromDbTest, WritesTheTasksThatAreLeftIfSomeHaveGoneSinceTheCount)
 {
     for (const char* task : {"id=3, userId=501", "id=9, userId=501", "id=10, userId=501", "id=11, userId=501"})
         addTask(task);
@@ -912,7 +912,7 @@ TEST_F(RefreshCronTest, EndsIfTask0HasGoneBeforeTheLastPiece)
     EXPECT_EQ("a\n", scratchFile("temp2.txt"));
 }
 
-TEST_F(RefreshCronTest, GivesATaskLineBehindTwoCharactersALineOfItsOwn)
+TEST_F(RefreshCronTest, GivesATaskLineAfterTwoCharactersALineOfItsOwn)
 {
     EXPECT_EQ("a\n" + annasLine + backup, afterRefresh("ab" + annasLine + backup));
     EXPECT_EQ((Lines{reading("anna"), installing("anna")}), commands.takeCommands());
@@ -925,7 +925,7 @@ TEST_F(RefreshCronTest, SeparatesTwoTaskLinesThatWereJoined)
         afterRefresh(taskLine(1) + taskLine(2, "1 1 * * *") + "\n"));
 }
 
-TEST_F(RefreshCronTest, JoinsATextOfTwoCharactersBehindATaskLineToTheNextLine)
+TEST_F(RefreshCronTest, JoinsATextOfTwoCharactersAfterATaskLineToTheNextLine)
 {
     EXPECT_EQ(annasLine + "ab" + backup, afterRefresh(taskLine(100) + "ab\n" + backup));
 }
@@ -956,7 +956,7 @@ TEST_F(RefreshCronTest, TakesTask0OfAnyUserTypeAndStatus)
     EXPECT_EQ("a\n" + annasLine, crontabOf("anna"));
 }
 
-TEST_F(RefreshCronTest, ReadsTask0AnewForEachPiece)
+TEST_F(RefreshCronTest, ReadsTask0AgainForEachPiece)
 {
     addTask("id=0, userId=501");
     setCrontab("anna", "ab" + taskLine(1) + taskLine(2) + "\n");
@@ -967,7 +967,7 @@ TEST_F(RefreshCronTest, ReadsTask0AnewForEachPiece)
         (Lines{countUsers, countUsers, listUsers, readTask0, readTask0, readTask0}), statementsOf(sqlite.takeCalls()));
 }
 
-TEST_F(RefreshCronTest, UsesTheScheduleThatTask0HasGotMeanwhile)
+TEST_F(RefreshCronTest, UsesTheNewScheduleOfTask0)
 {
     addTask("id=0, userId=501");
     const std::string second = taskLine(2, "7 7 * * *");

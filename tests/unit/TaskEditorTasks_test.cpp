@@ -75,7 +75,7 @@ TEST_F(CreateTaskTest, StartsALocalTaskWithItsIdAlone)
     EXPECT_EQ(Lines(), takeLog());
 }
 
-TEST_F(CreateTaskTest, StartsATaskOfAnotherSourceWithThatBehindItsId)
+TEST_F(CreateTaskTest, StartsATaskFromAnotherSourceWithItAfterTheId)
 {
     const int id = create(true, "Console");
     EXPECT_EQ(Lines{"/usr/local/Quarno/Kestrelcore/TessaraTaskManager " + std::to_string(id) + " Console &"},
@@ -89,7 +89,7 @@ TEST_F(CreateTaskTest, LeavesTwoBlanksForAnEmptySource)
     EXPECT_EQ(Lines{starting(id, "  &")}, commands.takeCommands());
 }
 
-TEST_F(CreateTaskTest, TakesASourceForLocalOnlyIfItIsExactlyThat)
+TEST_F(CreateTaskTest, TreatsASourceAsLocalOnlyIfItIsExactlyLocalTask)
 {
     for (const std::string source : {"localTask", "LocalTask ", " LocalTask", "LocalTas", "LocalTasks"}) {
         const int id = create(true, source);
@@ -97,7 +97,7 @@ TEST_F(CreateTaskTest, TakesASourceForLocalOnlyIfItIsExactlyThat)
     }
 }
 
-TEST_F(CreateTaskTest, PutsTheSourceIntoTheCommandAsItStands)
+TEST_F(CreateTaskTest, PutsTheSourceIntoTheCommandUnchanged)
 {
     const int id = create(true, "'two words' %s%n $HOME");
     EXPECT_EQ(Lines{starting(id, " 'two words' %s%n $HOME &")}, commands.takeCommands());
@@ -119,27 +119,27 @@ TEST_F(CreateTaskTest, LogsACommandThatCannotBeStartedAndReturnsTheId)
     EXPECT_EQ(Lines{"1"}, queryRows("select id from TaskTable"));
 }
 
-TEST_F(CreateTaskTest, LogsACommandThatEndsWithAnotherStatusThan0AndReturnsTheId)
+TEST_F(CreateTaskTest, LogsACommandThatEndsWithAStatusOtherThan0AndReturnsTheId)
 {
     EXPECT_EQ(1, create(true, "; exit 3 #"));
     EXPECT_EQ(Lines{"3: command " + starting(1, " ; exit 3 # &") + " didn't run successfully"}, takeLog());
     EXPECT_EQ(Lines{"1"}, queryRows("select id from TaskTable"));
 }
 
-TEST_F(CreateTaskTest, LogsACommandThatASignalEnded)
+TEST_F(CreateTaskTest, LogsACommandKilledByASignal)
 {
     EXPECT_EQ(1, create(true, "; kill -9 $$ #"));
     EXPECT_EQ(Lines{"3: command " + starting(1, " ; kill -9 $$ # &") + " didn't run successfully"}, takeLog());
 }
 
-TEST_F(CreateTaskTest, DoesNotLogThatTheTaskManagerItselfFails)
+TEST_F(CreateTaskTest, DoesNotLogAFailureOfTheTaskManagerItself)
 {
     writeFile(taskManager, "#!/bin/sh\nexit 3\n");
     EXPECT_EQ(1, create(true, "LocalTask"));
     EXPECT_EQ(Lines(), takeLog());
 }
 
-TEST_F(CreateTaskTest, DoesNotTakeTheCommandForTheFormatOfTheLog)
+TEST_F(CreateTaskTest, DoesNotUseTheCommandAsTheFormatOfTheLog)
 {
     commands.refuse(starting(1, " %d%s%n%% &"));
     EXPECT_EQ(1, create(true, "%d%s%n%%"));
@@ -224,7 +224,7 @@ TEST_F(ModifyTaskTest, WritesTheTaskOverItsRowWhateverTheFlag)
     }
 }
 
-TEST_F(ModifyTaskTest, IsTrueForATaskThatThereIsNot)
+TEST_F(ModifyTaskTest, IsTrueForAMissingTask)
 {
     TaskInfo task = newTask();
     task.id = 4711;
@@ -242,7 +242,7 @@ TEST_F(ModifyTaskTest, RunsNoCommand)
     EXPECT_EQ(taskLine(task.id) + "\n", crontabOf("anna"));
 }
 
-TEST_F(ModifyTaskTest, LetsTheTaskLockGoWhenItFails)
+TEST_F(ModifyTaskTest, ReleasesTheTaskLockWhenItFails)
 {
     TaskInfo task = newTask();
     execSql("drop table TaskTable");
@@ -288,7 +288,7 @@ TEST_F(DeleteTaskTest, DeletesTheRowAndTheLineOfAPeriodicTask)
     EXPECT_EQ(Lines(), scratchFiles());
 }
 
-TEST_F(DeleteTaskTest, DeletesTheLineAloneIfTheRowIsToStay)
+TEST_F(DeleteTaskTest, DeletesOnlyTheLineIfTheRowStays)
 {
     setUpTask(1);
     EXPECT_TRUE(editor->deleteTask(12, false, false));
@@ -296,7 +296,7 @@ TEST_F(DeleteTaskTest, DeletesTheLineAloneIfTheRowIsToStay)
     EXPECT_EQ(withoutLine, crontabOf("anna"));
 }
 
-TEST_F(DeleteTaskTest, DeletesTheRowAloneOfATaskOfType3)
+TEST_F(DeleteTaskTest, DeletesOnlyTheRowOfATaskOfType3)
 {
     setUpTask(3);
     EXPECT_TRUE(editor->deleteTask(12, true, false));
@@ -305,7 +305,7 @@ TEST_F(DeleteTaskTest, DeletesTheRowAloneOfATaskOfType3)
     EXPECT_EQ(withLine, crontabOf("anna"));
 }
 
-TEST_F(DeleteTaskTest, ChangesNothingForATaskOfType3WhoseRowIsToStay)
+TEST_F(DeleteTaskTest, ChangesNothingForATaskOfType3WhoseRowStays)
 {
     setUpTask(3);
     EXPECT_TRUE(editor->deleteTask(12, false, false));
@@ -323,7 +323,7 @@ TEST_F(DeleteTaskTest, DeletesTheLineOfATaskOfAnyOtherType)
     }
 }
 
-TEST_F(DeleteTaskTest, DoesNotLookAtItsLastFlag)
+TEST_F(DeleteTaskTest, IgnoresItsLastFlag)
 {
     setUpTask(1);
     EXPECT_TRUE(editor->deleteTask(12, false, true));
@@ -333,7 +333,7 @@ TEST_F(DeleteTaskTest, DoesNotLookAtItsLastFlag)
     EXPECT_EQ(Lines(), ids());
 }
 
-TEST_F(DeleteTaskTest, IsTrueAlsoIfThereIsNoLine)
+TEST_F(DeleteTaskTest, IsTrueEvenIfThereIsNoLine)
 {
     setUpTask(1);
     setCrontab("anna", withoutLine);
@@ -342,7 +342,7 @@ TEST_F(DeleteTaskTest, IsTrueAlsoIfThereIsNoLine)
     EXPECT_EQ(withoutLine, crontabOf("anna"));
 }
 
-TEST_F(DeleteTaskTest, IsTrueAlsoIfTheCrontabCannotBeInstalled)
+TEST_F(DeleteTaskTest, IsTrueEvenIfTheCrontabCannotBeInstalled)
 {
     setUpTask(1);
     commands.refuse(installing("anna"));
@@ -351,7 +351,7 @@ TEST_F(DeleteTaskTest, IsTrueAlsoIfTheCrontabCannotBeInstalled)
     EXPECT_EQ(withLine, crontabOf("anna"));
 }
 
-TEST_F(DeleteTaskTest, EditsTheCrontabOfTheUserWhomTheRowNames)
+TEST_F(DeleteTaskTest, EditsTheCrontabOfTheUserInTheRow)
 {
     setUpTask(1);
     execSql("update TaskTable set userId=502");
@@ -361,7 +361,7 @@ TEST_F(DeleteTaskTest, EditsTheCrontabOfTheUserWhomTheRowNames)
     EXPECT_EQ(tidy, crontabOf("ben"));
 }
 
-TEST_F(DeleteTaskTest, DeletesTheRowAlsoOfAUserWithoutAnAccount)
+TEST_F(DeleteTaskTest, DeletesTheRowEvenOfAUserWithoutAnAccount)
 {
     addTask("id=12, userId=777");
     EXPECT_TRUE(editor->deleteTask(12, true, false));
@@ -413,7 +413,7 @@ TEST_F(DeleteTaskTest, LeavesTheCrontabAsItIsIfTheRowCannotBeDeleted)
     EXPECT_FALSE(taskLockHeld());
 }
 
-TEST_F(DeleteTaskTest, DoesNotTryToDeleteARowThatIsToStay)
+TEST_F(DeleteTaskTest, DoesNotTryToDeleteARowThatStays)
 {
     setUpTask(1);
     forbidDeletion();
@@ -498,7 +498,7 @@ TEST_F(DeleteCronEntryTest, KeepsTheLineOfTask123WhenTask12IsDeleted)
     EXPECT_EQ(taskLine(123) + "\n", afterDeleting(12, taskLine(12) + "\n" + taskLine(123) + "\n"));
 }
 
-TEST_F(DeleteCronEntryTest, DeletesALineWithASourceBehindTheId)
+TEST_F(DeleteCronEntryTest, DeletesALineWithASourceAfterTheId)
 {
     EXPECT_EQ(backup, afterDeleting(12, "0 3 * * * " + starting(12, " Console >> /dev/null") + "\n" + backup));
 }
@@ -515,12 +515,12 @@ TEST_F(DeleteCronEntryTest, KeepsForeignLinesInTheirOrder)
     EXPECT_EQ("#\nab\n" + tidy + backup, afterDeleting(12, "#\nab\n" + tidy + taskLine(12) + "\n" + backup));
 }
 
-TEST_F(DeleteCronEntryTest, DropsAllBelowAnEmptyLine)
+TEST_F(DeleteCronEntryTest, DropsEverythingBelowAnEmptyLine)
 {
     EXPECT_EQ(backup, afterDeleting(12, backup + "\n" + tidy));
 }
 
-TEST_F(DeleteCronEntryTest, CutsALineOf500CharactersAndDropsAllBelowIt)
+TEST_F(DeleteCronEntryTest, CutsALineOf500CharactersAndDropsEverythingBelowIt)
 {
     EXPECT_EQ(backup + std::string(499, 'x') + "\n", afterDeleting(12, backup + std::string(500, 'x') + "\n" + tidy));
 }
@@ -546,7 +546,7 @@ TEST_F(DeleteCronEntryTest, EmptiesACrontabThatCannotBeRead)
     EXPECT_EQ(Lines(), scratchFiles());
 }
 
-TEST_F(DeleteCronEntryTest, IsTrueAlsoIfTheCrontabCannotBeInstalled)
+TEST_F(DeleteCronEntryTest, IsTrueEvenIfTheCrontabCannotBeInstalled)
 {
     commands.refuse(installing("anna"));
     EXPECT_EQ(taskLine(12) + "\n", afterDeleting(12, taskLine(12) + "\n"));

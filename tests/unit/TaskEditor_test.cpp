@@ -57,7 +57,7 @@ void inAnotherThread(const std::function<void()>& body)
     }).join();
 }
 
-TEST_F(EditorInstanceTest, IsTheSameForAThreadAtEachCall)
+TEST_F(EditorInstanceTest, IsTheSameEachTimeAThreadAsks)
 {
     TaskEditor* const editor = TaskEditor::getInstance();
     ASSERT_NE(nullptr, editor);
@@ -65,7 +65,7 @@ TEST_F(EditorInstanceTest, IsTheSameForAThreadAtEachCall)
     EXPECT_EQ(editor, ThreadsOwn::editor());
 }
 
-TEST_F(EditorInstanceTest, IsAnotherForEachThread)
+TEST_F(EditorInstanceTest, DiffersForEachThread)
 {
     TaskEditor* const mine = TaskEditor::getInstance();
     inAnotherThread([mine] {
@@ -90,7 +90,7 @@ TEST_F(EditorInstanceTest, HoldsAConnectionOfItsOwn)
     });
 }
 
-TEST_F(EditorInstanceTest, MakesTheDatabaseWithItsTable)
+TEST_F(EditorInstanceTest, CreatesTheDatabaseAndItsTable)
 {
     TaskEditor::getInstance();
     EXPECT_EQ(Lines{createTaskTable}, queryRows("select sql from sqlite_master where name='TaskTable'"));
@@ -121,7 +121,7 @@ TEST_F(EditorInstanceTest, OpensTheDatabaseAgainAfterItWasReleased)
     EXPECT_TRUE(fs::exists(databasePath));
 }
 
-TEST_F(EditorInstanceTest, CanBeReleasedTwiceOrWithoutHavingBeenMade)
+TEST_F(EditorInstanceTest, CanBeReleasedTwiceOrBeforeItIsMade)
 {
     TaskEditor::ReleaseInstance();
     TaskEditor::getInstance();
@@ -140,7 +140,7 @@ TEST_F(EditorInstanceTest, LeavesItsLockFree)
     EXPECT_FALSE(ThreadsOwn::locked());
 }
 
-TEST_F(EditorInstanceTest, IsGivenWithoutLockingOnceItIsThere)
+TEST_F(EditorInstanceTest, IsReturnedWithoutLockingOnceItExists)
 {
     TaskEditor* const editor = TaskEditor::getInstance();
     ThreadsOwn::lock();
@@ -204,7 +204,7 @@ TEST_F(EditorInstanceTest, ThatCouldNotBeMadeCanBeReleasedWithoutWaitingForTheLo
     });
 }
 
-TEST_F(EditorInstanceTest, ThatCannotBeMadeDoesNotHinderOtherThreads)
+TEST_F(EditorInstanceTest, ThatCannotBeMadeDoesNotAffectOtherThreads)
 {
     fs::create_directory(databasePath);
     inAnotherThread([] { EXPECT_THROW(TaskEditor::getInstance(), SqliteException); });
@@ -217,7 +217,7 @@ TEST_F(EditorInstanceTest, ThatCannotBeMadeDoesNotHinderOtherThreads)
     });
 }
 
-TEST_F(EditorInstanceTest, OfATableThatCannotBeMadeCannotBeMadeEither)
+TEST_F(EditorInstanceTest, IsNotMadeIfTheTableCannotBeMade)
 {
     writeFile(databasePath, "this is no database, and it is long enough to be seen as none");
     inAnotherThread([] {
@@ -273,7 +273,7 @@ TEST_F(ExecuteCommandTest, IsTrueAndWritesAnEmptyFileForACommandThatFails)
     EXPECT_EQ("", readFile(file));
 }
 
-TEST_F(ExecuteCommandTest, KeepsWhatACommandPrintedThatFailsThen)
+TEST_F(ExecuteCommandTest, KeepsWhatACommandPrintedBeforeItFailed)
 {
     EXPECT_TRUE(execute("echo text; kill -9 $$"));
     EXPECT_EQ("text\n", readFile(file));
@@ -285,7 +285,7 @@ TEST_F(ExecuteCommandTest, IsTrueForACommandThatTheShellDoesNotFind)
     EXPECT_EQ("", readFile(file));
 }
 
-TEST_F(ExecuteCommandTest, DoesNotTakeWhatTheCommandPrintsAsErrors)
+TEST_F(ExecuteCommandTest, LeavesStandardErrorAlone)
 {
     EXPECT_TRUE(execute("exec 2>" + testDirectory + "errors; echo complaint >&2; echo text"));
     EXPECT_EQ("text\n", readFile(file));
@@ -321,21 +321,21 @@ TEST_F(ExecuteCommandTest, MakesNoFileIfTheCommandCannotBeStarted)
     EXPECT_FALSE(fs::exists(file));
 }
 
-TEST_F(ExecuteCommandTest, IsFalseIfTheFileCannotBeOpenedAndHasRunTheCommandByThen)
+TEST_F(ExecuteCommandTest, IsFalseIfTheFileCannotBeOpenedAlthoughTheCommandHasRun)
 {
     const std::string command = "echo end >" + testDirectory + "ended";
     EXPECT_FALSE(executeCommand(command.c_str(), (testDirectory + "missing/output").c_str()));
     EXPECT_EQ("end\n", readFile(testDirectory + "ended"));
 }
 
-TEST_F(ExecuteCommandTest, IsTrueIfTheFileCannotHoldAll)
+TEST_F(ExecuteCommandTest, IsTrueIfTheFileCannotHoldItAll)
 {
     limitScratchDirectory(4096, 0);
     EXPECT_TRUE(executeCommand("printf '%10000s' x", (scratchDirectory + "output").c_str()));
     EXPECT_EQ(std::string(4096, ' '), scratchFile("output"));
 }
 
-TEST_F(ExecuteCommandTest, LetsTheCommandPrintToItsEndIfTheFileCannotHoldAll)
+TEST_F(ExecuteCommandTest, LetsTheCommandFinishIfTheFileCannotHoldItAll)
 {
     limitScratchDirectory(4096, 0);
     const std::string command = "printf '%200000s' x && echo end >" + testDirectory + "ended";
@@ -376,7 +376,7 @@ TEST_F(ReadCronTest, AsAnotherUserReadsThatUsersOwnCrontab)
     EXPECT_EQ(backup, readFile(crontabCopy));
 }
 
-TEST_F(ReadCronTest, LooksAtTheEffectiveUser)
+TEST_F(ReadCronTest, GoesByTheEffectiveUser)
 {
     openScratchDirectory();
     asUser(0, anna, [this] {
@@ -399,7 +399,7 @@ TEST_F(ReadCronTest, ReadsTheCrontabOfAnAccountByItsName)
     EXPECT_EQ(tidy, readFile(crontabCopy));
 }
 
-TEST_F(ReadCronTest, ReadsRootsCrontabAsThatOfAnyAccount)
+TEST_F(ReadCronTest, ReadsRootsCrontabLikeThatOfAnyAccount)
 {
     setCrontab("root", backup);
     EXPECT_EQ(crontabCopy, editor->readCron(0));
@@ -407,7 +407,7 @@ TEST_F(ReadCronTest, ReadsRootsCrontabAsThatOfAnyAccount)
     EXPECT_EQ(backup, readFile(crontabCopy));
 }
 
-TEST_F(ReadCronTest, NamesTheAccountToWhomeverItReads)
+TEST_F(ReadCronTest, PassesTheAccountNameWhoeverRunsIt)
 {
     openScratchDirectory();
     asUser(anna, anna, [this] {
@@ -525,7 +525,7 @@ TEST_F(WriteCronTest, AsAnotherUserInstallsThatUsersOwnCrontab)
     EXPECT_FALSE(hasCrontab("root"));
 }
 
-TEST_F(WriteCronTest, LooksAtTheEffectiveUser)
+TEST_F(WriteCronTest, GoesByTheEffectiveUser)
 {
     asUser(0, anna, [this] {
         EXPECT_TRUE(editor->writeCron(file));
@@ -569,7 +569,7 @@ TEST_F(WriteCronTest, IsTrueForACrontabThatTheCommandRejects)
     EXPECT_EQ(tidy, crontabOf("anna"));
 }
 
-TEST_F(WriteCronTest, IsTrueForAFileThatIsNotThere)
+TEST_F(WriteCronTest, IsTrueForAMissingFile)
 {
     setCrontab("anna", tidy);
     EXPECT_TRUE(editor->writeCron(testDirectory + "missing", anna));

@@ -112,7 +112,7 @@ TEST_F(TaskInfoTest, HasItsFieldsInTheOrderOfTheColumns)
         EXPECT_LT(reinterpret_cast<std::uintptr_t>(fields[field - 1]), reinterpret_cast<std::uintptr_t>(fields[field]));
 }
 
-TEST_F(TaskInfoTest, KindsAndStatesAre32BitNumbers)
+TEST_F(TaskInfoTest, TypesAndStatusesAre32BitNumbers)
 {
     EXPECT_FALSE(std::is_polymorphic_v<TaskInfo>);
     EXPECT_TRUE((std::is_same_v<std::underlying_type_t<TaskType>, std::int32_t>));
@@ -134,7 +134,7 @@ TEST_F(TaskInfoTest, RunsOnceAYearAtTheMomentAtWhichItWasMade)
     EXPECT_EQ("59 23 31 12 *", scheduleAt(1, 2015, 12, 31, 23, 59));
 }
 
-TEST_F(TaskInfoTest, AnyNumberButZeroStandsForTheOneMoment)
+TEST_F(TaskInfoTest, AnyNumberButZeroMeansTheOneMoment)
 {
     EXPECT_EQ("7 14 2 3 *", scheduleAt(-1, 2015, 3, 2, 14, 7));
     EXPECT_EQ("7 14 2 3 *", scheduleAt(INT_MIN, 2015, 3, 2, 14, 7));
@@ -147,7 +147,7 @@ TEST_F(TaskInfoTest, SchedulesInLocalTime)
     EXPECT_EQ("37 * * * *", scheduleAt(0, 2015, 3, 2, 14, 7));
 }
 
-TEST_F(TaskInfoTest, AskingATaskForAScheduleChangesNothingOfIt)
+TEST_F(TaskInfoTest, AskingATaskForAScheduleDoesNotChangeIt)
 {
     const Clock clock(secondOfMarch);
     TaskInfo task(taskTypeScan);

@@ -60,7 +60,7 @@ TEST_F(TaskBookkeeping, AddsOneToTheCountOfOneTask)
     EXPECT_EQ((Lines{"1|4", "2|5"}), queryRows("select id, count from TaskTable"));
 }
 
-TEST_F(TaskBookkeeping, ATaskThatThereIsNotIsNoFailure)
+TEST_F(TaskBookkeeping, AMissingTaskIsNoFailure)
 {
     addTask("count=4");
     EXPECT_TRUE(store->setTaskStatus(7, TaskStatus(2)));
@@ -131,7 +131,7 @@ TEST_F(TaskBookkeeping, AResultThatIsNullChangesNothing)
     EXPECT_EQ(Lines{"kept"}, queryRows("select result from TaskTable"));
 }
 
-TEST_F(TaskBookkeeping, AResultThatIsNoPropertyListChangesNothing)
+TEST_F(TaskBookkeeping, AResultThatIsNotAPropertyListChangesNothing)
 {
     const int id = addTask("result=x'6b657074'");
     const auto result = emptyDictionary();
@@ -141,7 +141,7 @@ TEST_F(TaskBookkeeping, AResultThatIsNoPropertyListChangesNothing)
     EXPECT_EQ(1, CFGetRetainCount(result.get()));
 }
 
-TEST_F(TaskBookkeeping, AFailedStatementIsFalseAndNoException)
+TEST_F(TaskBookkeeping, AFailedStatementReturnsFalseAndThrowsNothing)
 {
     execSql("drop table TaskTable");
     EXPECT_FALSE(store->setTaskStatus(1, TaskStatus(2)));
@@ -150,7 +150,7 @@ TEST_F(TaskBookkeeping, AFailedStatementIsFalseAndNoException)
     EXPECT_FALSE(store->setResult(1, emptyDictionary().get()));
 }
 
-TEST_F(TaskBookkeeping, AFileThatCannotBeOpenedIsFalseAndNoException)
+TEST_F(TaskBookkeeping, AFileThatCannotBeOpenedReturnsFalseAndThrowsNothing)
 {
     ASSERT_EQ(0, unlink(databasePath.c_str()));
     writeFile(databasePath, std::string(4096, 'x'));
@@ -170,7 +170,7 @@ TEST_F(TaskBookkeeping, DoesNotBoundTheTable)
     EXPECT_EQ(Lines{"45"}, queryRows("select count(*) from TaskTable"));
 }
 
-TEST_F(TaskBookkeeping, NegativeIdsAreIdsAsAnyOther)
+TEST_F(TaskBookkeeping, NegativeIdsAreLikeAnyOther)
 {
     addTask("id=-5, count=4");
     EXPECT_TRUE(store->incrementCount(-5));

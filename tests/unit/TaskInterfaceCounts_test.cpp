@@ -28,7 +28,7 @@ TEST_F(TaskCounts, OfAnEmptyTableAreZero)
     EXPECT_EQ(0, store->getNumUser());
 }
 
-TEST_F(TaskCounts, ThereIsNoListOfNothing)
+TEST_F(TaskCounts, AnEmptyListIsAnError)
 {
     EXPECT_EQ("Data not found (401)", failureOf([this] { store->getTaskIdArray(); }));
     EXPECT_EQ("Data not found (401)", failureOf([this] { store->getTaskIdArray(1); }));

@@ -114,7 +114,7 @@ TEST_P(StoreOperation, ReportsAFileThatCannotBeOpened)
     EXPECT_EQ(expectedFailure(SQLITE_CANTOPEN), failure());
 }
 
-TEST_P(StoreOperation, ReportsAFileThatIsNoDatabase)
+TEST_P(StoreOperation, ReportsAFileThatIsNotADatabase)
 {
     writeFile(databasePath, std::string(4096, 'x'));
     EXPECT_EQ(expectedFailure(SQLITE_NOTADB), failure());
@@ -161,7 +161,7 @@ TEST_F(StoreOpening, MakesTheTable)
         std::vector<std::string>{createTaskTable}, queryRows("select sql from sqlite_master where name='TaskTable'"));
 }
 
-TEST_F(StoreOpening, KeepsTheTableThatIsThere)
+TEST_F(StoreOpening, KeepsAnExistingTable)
 {
     execSql(createTaskTable);
     addTask("description='kept'");

@@ -72,7 +72,7 @@ std::string boundWithAllocations(TaskInterface& store, long successes)
     return failed ? end : "";
 }
 
-class WantOfMemory : public StoreTest {
+class OutOfMemory : public StoreTest {
 protected:
     /// The ends of the bounding of 41 tasks of this status, each once, as the failing allocation moves on.
     std::vector<std::string> endsOfBounding(int status)
@@ -92,12 +92,12 @@ protected:
     }
 };
 
-TEST_F(WantOfMemory, PassesOutOfTheBoundUntilADeletionBeginsAndThenMakesItFalse)
+TEST_F(OutOfMemory, EscapesTheBoundUntilADeletionBeginsAndThenMakesItFalse)
 {
     EXPECT_EQ((std::vector<std::string>{"thrown", "false", ""}), endsOfBounding(3));
 }
 
-TEST_F(WantOfMemory, PassesOutOfTheBoundWhereThereIsNothingToDelete)
+TEST_F(OutOfMemory, EscapesTheBoundWhenThereIsNothingToDelete)
 {
     EXPECT_EQ((std::vector<std::string>{"thrown", ""}), endsOfBounding(1));
 }
@@ -105,7 +105,7 @@ TEST_F(WantOfMemory, PassesOutOfTheBoundWhereThereIsNothingToDelete)
 /// A rebuild for anna (task 1) and ben (task 2) with no memory for what comes from a connection of it. The first three
 /// count the users, count them again and list them; then come anna's three: count, count and list, then two for each
 /// of her tasks.
-class WantOfMemoryInARebuild : public EditorTest {
+class OutOfMemoryInARebuild : public EditorTest {
 protected:
     void SetUp() override
     {
@@ -125,14 +125,14 @@ protected:
     }
 };
 
-TEST_F(WantOfMemoryInARebuild, LeavesAUserOutWhoseTasksCannotBeListed)
+TEST_F(OutOfMemoryInARebuild, SkipsAUserWhoseTasksCannotBeListed)
 {
     rebuildWithoutMemoryAt(6);
     EXPECT_EQ(backup, crontabOf("anna"));
     EXPECT_EQ(tidy + taskLine(2) + "\n", crontabOf("ben"));
 }
 
-TEST_F(WantOfMemoryInARebuild, LeavesATaskOutWhoseScheduleOrTypeCannotBeRead)
+TEST_F(OutOfMemoryInARebuild, SkipsATaskWhoseScheduleOrTypeCannotBeRead)
 {
     for (const int connection : {7, 8}) {
         setCrontab("anna", backup);
@@ -143,7 +143,7 @@ TEST_F(WantOfMemoryInARebuild, LeavesATaskOutWhoseScheduleOrTypeCannotBeRead)
     }
 }
 
-TEST_F(WantOfMemoryInARebuild, EndsItWhereTheTasksCannotBeCounted)
+TEST_F(OutOfMemoryInARebuild, EndsItWhenTheTasksCannotBeCounted)
 {
     EXPECT_THROW(rebuildWithoutMemoryAt(4), std::bad_alloc);
     EXPECT_EQ(backup, crontabOf("anna"));

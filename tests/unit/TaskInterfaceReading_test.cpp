@@ -75,7 +75,7 @@ TEST_F(TaskReading, ReadsTheTaskThatIsAskedFor)
     EXPECT_EQ("second", readTask(2)->description);
 }
 
-TEST_F(TaskReading, NothingOfANewTaskShowsInOneThatIsRead)
+TEST_F(TaskReading, NoDefaultOfANewTaskRemainsInOneThatIsRead)
 {
     const int id = addTask("description='', crontime='', status=NULL, created='', lastRun=''");
     const orv::OwnedTask task = readTask(id);
@@ -85,7 +85,7 @@ TEST_F(TaskReading, NothingOfANewTaskShowsInOneThatIsRead)
     EXPECT_EQ(0, task->userId);
 }
 
-TEST_F(TaskReading, ATaskThatThereIsNotIsNotFoundWithTheCodeZero)
+TEST_F(TaskReading, AMissingTaskIsNotFoundWithCodeZero)
 {
     TaskInfo untouched(taskTypeScan);
     TaskInfo* task = &untouched;
@@ -93,7 +93,7 @@ TEST_F(TaskReading, ATaskThatThereIsNotIsNotFoundWithTheCodeZero)
     EXPECT_EQ(&untouched, task);
 }
 
-TEST_F(TaskReading, AFailedReadLeavesThePointerAsItWas)
+TEST_F(TaskReading, AFailedReadLeavesThePointerUnchanged)
 {
     execSql("drop table TaskTable");
     TaskInfo untouched(taskTypeScan);
@@ -102,7 +102,7 @@ TEST_F(TaskReading, AFailedReadLeavesThePointerAsItWas)
     EXPECT_EQ(&untouched, task);
 }
 
-TEST_F(TaskReading, ATypeWithoutANameStaysWhatItIs)
+TEST_F(TaskReading, ATypeWithoutANameIsKept)
 {
     for (const int type : {0, 7, -3, INT_MAX, INT_MIN}) {
         const int id = addTask("type=" + std::to_string(type));
@@ -129,7 +129,7 @@ TEST_F(TaskReading, NumbersAreReadFromTheTextOfTheirColumn)
     EXPECT_EQ(0, task->userId);
 }
 
-TEST_F(TaskReading, OfNumbersBeyondTheRangeOfIntTheLow32BitsRemain)
+TEST_F(TaskReading, NumbersBeyondTheRangeOfIntKeepTheirLow32Bits)
 {
     const int id = addTask("type=4294967298, status=-4294967298, count=2147483648, userId=-2147483648");
     const orv::OwnedTask task = readTask(id);
@@ -234,21 +234,21 @@ TEST_F(TaskReading, AnEmptyResultIsAnEmptyDictionaryThatCanBeChanged)
     EXPECT_EQ(1, CFDictionaryGetCount(task->result));
 }
 
-TEST_F(TaskReading, AResultThatIsNoDictionaryIsNone)
+TEST_F(TaskReading, AResultThatIsNotADictionaryIsNull)
 {
     for (const char* element :
         {"<array/>", "<string>text</string>", "<integer>1</integer>", "<true/>", "<data>\n\tYQ==\n\t</data>"})
         EXPECT_EQ(nullptr, readTask(addTaskWith("result", element))->result) << element;
 }
 
-TEST_F(TaskReading, NullPropertyListsAreNone)
+TEST_F(TaskReading, NullPropertyListsAreReadAsNull)
 {
     const orv::OwnedTask task = readTask(addTask("parameter=NULL, result=NULL"));
     EXPECT_EQ(nullptr, task->parameter);
     EXPECT_EQ(nullptr, task->result);
 }
 
-TEST_F(TaskReading, EmptyBlobsAndTextsAreNoPropertyLists)
+TEST_F(TaskReading, EmptyBlobsAndTextsAreNotPropertyLists)
 {
     for (const char* empty : {"x''", "''"}) {
         const orv::OwnedTask task = readTask(addTask(std::string("parameter=") + empty + ", result=" + empty));
@@ -273,7 +273,7 @@ TEST_F(TaskReading, ABlobCutAtAnyLengthIsNoErrorAndTheRestOfTheTaskIsRead)
     }
 }
 
-TEST_F(TaskReading, ValuesOfOtherKindsAreNoPropertyLists)
+TEST_F(TaskReading, ValuesOfOtherKindsAreNotPropertyLists)
 {
     for (const char* value : {"''", "'{'", "'two words'", "x'00ff'"}) {
         const orv::OwnedTask task = readTask(addTask(std::string("parameter=") + value + ", result=" + value));
@@ -317,7 +317,7 @@ TEST_F(TaskReading, ReadsAnyColumnAsText)
     EXPECT_EQ("", store->getTaskParameter(id, "created"));
 }
 
-TEST_F(TaskReading, AColumnThatThereIsNotIsReportedWithSqlitesCode)
+TEST_F(TaskReading, AMissingColumnIsReportedWithSqlitesCode)
 {
     const int id = addTask();
     EXPECT_EQ("Error in the parameter (1)", failureOf([&] { store->getTaskParameter(id, "cron time"); }));
@@ -348,7 +348,7 @@ TEST_F(TaskReading, AnApostropheInANameBreaksTheStatement)
     EXPECT_EQ("Error in taskName (1)", failureOf([this] { store->getTaskIdByName("it's"); }));
 }
 
-TEST_F(TaskReading, AnyOtherCharacterOfANameIsTakenAsItIs)
+TEST_F(TaskReading, AnyOtherCharacterInANameIsTakenLiterally)
 {
     const std::string name = "a\n\"b\"; -- %d \\ \u00e4";
     const int id = addTask("description='" + name + "'");

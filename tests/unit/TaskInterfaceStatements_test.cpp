@@ -166,7 +166,7 @@ TEST_F(StoreConnections, TheStoresOwnConnectionMakesTheTableAndStaysOpen)
     EXPECT_EQ(Lines{"close"}, watch.takeCalls());
 }
 
-TEST_F(StoreConnections, AListOfNothingTakesNoSecondConnection)
+TEST_F(StoreConnections, AnEmptyListOpensNoSecondConnection)
 {
     SqliteWatch watch;
     EXPECT_EQ("Data not found (401)", failureOf([this] { store->getTaskIdArrayForUser(501); }));

@@ -102,7 +102,7 @@ TEST_F(TaskWriting, AnInsertChangesNothingOfTheTask)
     EXPECT_EQ(9, task.count);
 }
 
-TEST_F(TaskWriting, AnIdIsNeverGivenOutTwice)
+TEST_F(TaskWriting, AnIdIsNeverReused)
 {
     TaskInfo task = nightlyScan();
     EXPECT_EQ(1, store->writeDbTask(task));
@@ -245,7 +245,7 @@ TEST_F(TaskWriting, TheResultOfATaskIsNotStoredWithIt)
     EXPECT_EQ(Lines{"NULL"}, queryRows("select result from TaskTable"));
 }
 
-TEST_F(TaskWriting, AParameterThatIsNoPropertyListCannotBeInserted)
+TEST_F(TaskWriting, AParameterThatIsNotAPropertyListCannotBeInserted)
 {
     const auto parameter = unstorableList();
     TaskInfo task = nightlyScan();
@@ -287,7 +287,7 @@ TEST_F(TaskWriting, AnUpdateStoresAllButCreationAndResult)
         queryRows(everyColumn));
 }
 
-TEST_F(TaskWriting, AnUpdateTouchesItsOwnRowOnly)
+TEST_F(TaskWriting, AnUpdateTouchesOnlyItsOwnRow)
 {
     addTask("description='first'");
     addTask("description='second'");
@@ -297,7 +297,7 @@ TEST_F(TaskWriting, AnUpdateTouchesItsOwnRowOnly)
     EXPECT_EQ((Lines{"1|first", "2|Nightly scan"}), queryRows("select id, description from TaskTable"));
 }
 
-TEST_F(TaskWriting, AnUpdateOfATaskThatThereIsNotSucceeds)
+TEST_F(TaskWriting, AnUpdateOfAMissingTaskSucceeds)
 {
     addTask("description='first'");
     TaskInfo task = nightlyScan();
@@ -329,7 +329,7 @@ TEST_F(TaskWriting, AnUpdateReplacesTheParameter)
     EXPECT_EQ(Lines{"blob|" + xml}, queryRows("select typeof(parameter), parameter from TaskTable"));
 }
 
-TEST_F(TaskWriting, AnUpdateLeavesAParameterOutThatIsNoPropertyList)
+TEST_F(TaskWriting, AnUpdateLeavesOutAParameterThatIsNotAPropertyList)
 {
     const auto parameter = unstorableList();
     TaskInfo task = nightlyScan();
@@ -351,7 +351,7 @@ TEST_F(TaskWriting, ADoubleQuoteInTheScheduleMakesTheUpdateFail)
 
 // Deleting.
 
-TEST_F(TaskWriting, ADeletionTakesItsOwnRowOnly)
+TEST_F(TaskWriting, ADeletionDeletesOnlyItsOwnRow)
 {
     addTasks(12, "");
     EXPECT_TRUE(store->deleteDbTask(1));
@@ -359,7 +359,7 @@ TEST_F(TaskWriting, ADeletionTakesItsOwnRowOnly)
     EXPECT_EQ(Lines{"0"}, queryRows("select count(*) from TaskTable where id=1"));
 }
 
-TEST_F(TaskWriting, DeletingATaskThatThereIsNotSucceeds)
+TEST_F(TaskWriting, DeletingAMissingTaskSucceeds)
 {
     addTask();
     EXPECT_TRUE(store->deleteDbTask(7));
@@ -376,7 +376,7 @@ TEST_F(TaskWriting, ADeletionThatFailsIsReported)
     EXPECT_EQ("1", rows());
 }
 
-TEST_F(TaskWriting, ClearingTakesEveryRowAndLeavesTheTable)
+TEST_F(TaskWriting, ClearingDeletesEveryRowAndKeepsTheTable)
 {
     addTasks(3, "");
     EXPECT_TRUE(store->clearDatabase());
@@ -420,7 +420,7 @@ TEST_F(TaskWriting, TooManyTasksStayWhenTooFewAreFinished)
     EXPECT_EQ(Lines{"1"}, queryRows("select distinct status from TaskTable"));
 }
 
-TEST_F(TaskWriting, NoMoreFinishedTasksGoThanAreTooMany)
+TEST_F(TaskWriting, NoMoreFinishedTasksGoThanNecessary)
 {
     addTasks(30, "status=3");
     addTasks(15, "status=5");
@@ -484,7 +484,7 @@ TEST_F(TaskWriting, AFailedUpdateDoesNotBoundTheTable)
     EXPECT_EQ("45", rows());
 }
 
-TEST_F(TaskWriting, TheBoundMayTakeTheVeryTaskThatWasFinished)
+TEST_F(TaskWriting, TheBoundMayDeleteTheTaskThatHasJustFinished)
 {
     addTasks(41, "status=1");
     TaskInfo task = nightlyScan();
@@ -550,7 +550,7 @@ TEST_F(TaskWriting, TheTableIsCountedOnceForTheBound)
     EXPECT_EQ(Lines{"17"}, queryRows("select count(*) from TaskTable"));
 }
 
-TEST_F(TaskWriting, ATaskIsStoredThoughTheTableCannotBeCountedForTheBound)
+TEST_F(TaskWriting, ATaskIsStoredEvenIfTheTableCannotBeCountedForTheBound)
 {
     const auto hideTable = [] { execSql("alter table TaskTable rename to Hidden"); };
     {
@@ -583,7 +583,7 @@ TEST_F(TaskWriting, BuffersAreReleasedWhenTheBoundThrows)
     EXPECT_EQ(1, CFGetRetainCount(parameter.get()));
 }
 
-TEST_F(TaskWriting, ANegativeIdIsUpdatedAndDeletedAsAnyOther)
+TEST_F(TaskWriting, ANegativeIdIsUpdatedAndDeletedLikeAnyOther)
 {
     addTask("id=-5");
     TaskInfo task = nightlyScan();

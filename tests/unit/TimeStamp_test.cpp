@@ -65,7 +65,7 @@ TEST(TimeStamp, WritesNegativeFieldsWithAMinusSign)
     EXPECT_EQ(-2208988801, convertStringToTm("59,59,23,31,11,-1,0,364,0,"));
 }
 
-TEST(TimeStamp, TellsTheHourThatRepeatsInAutumnApart)
+TEST(TimeStamp, DistinguishesTheTwoHoursThatRepeatInAutumn)
 {
     const TimeZone zone(centralEurope);
     EXPECT_EQ("0,30,2,25,9,126,0,297,1,", convertTmToString(summerRepeatHour));
@@ -96,7 +96,7 @@ TEST(TimeStamp, NeedsNoTrailingComma)
     EXPECT_EQ(1794817805, convertStringToTm("5,30,8,16,10,126,1,319,0"));
 }
 
-TEST(TimeStamp, ReadsNothingBehindTheNinthField)
+TEST(TimeStamp, ReadsNothingAfterTheNinthField)
 {
     const TimeZone utc("UTC0");
     EXPECT_EQ(1794817805, convertStringToTm("5,30,8,16,10,126,1,319,0,7,7,7"));
@@ -110,7 +110,7 @@ TEST(TimeStamp, ReadsAShortTextAgainFromItsBeginning)
     EXPECT_EQ(momentOf({1, 2, 3, 1, 2, 3, 1, 2, 3}), convertStringToTm("1,2,3"));
 }
 
-TEST(TimeStamp, ReadsAnEmptyFieldBehindATrailingCommaBeforeItStartsAgain)
+TEST(TimeStamp, ReadsAnEmptyFieldAfterATrailingCommaBeforeItStartsAgain)
 {
     const TimeZone zone(centralEurope);
     EXPECT_EQ(momentOf({1, 2, 3, 0, 1, 2, 3, 0, 1}), convertStringToTm("1,2,3,"));
@@ -157,7 +157,7 @@ TEST(TimeStamp, KeepsTheLow32BitsOfFieldsBeyondTheRangeOfInt)
     EXPECT_EQ(-12, convertStringToTm("-4294967308,0,0,1,0,70,0,0,0,"));
 }
 
-TEST(TimeStamp, OfAMomentThatThereIsNotIsMinusOne)
+TEST(TimeStamp, OfAnImpossibleTimeIsMinusOne)
 {
     const TimeZone utc("UTC0");
     EXPECT_EQ(-1, convertStringToTm("0,0,0,1,2147483647,2147483647,0,0,0,"));
