@@ -76,7 +76,7 @@ TEST_F(RecordingCrontab, ReplacesAReadOnlyCrontabWithoutAskingOnATerminal)
 TEST_F(RunTests, PrintsAFailedTestWholeAndOthersNotAtAll)
 {
     addTest("good", "echo all is well");
-    addTest("bad", "echo expected 1; echo found 2; false");
+    addTest("bad", "printf 'a byte: \\377\\000\\n'; echo expected 1; echo found 2; false");
     const ProgramEnd end = runTests();
     EXPECT_NE(0, end.status);
     EXPECT_NE(std::string::npos, end.output.find("expected 1\nfound 2\n")) << end.output;
