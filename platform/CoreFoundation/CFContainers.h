@@ -1,9 +1,11 @@
 #ifndef ORV_CF_CONTAINERS_H
 #define ORV_CF_CONTAINERS_H
 
-#include "Object.h"
+#include "Object.h" // IWYU pragma: export
 
+#include <cstddef> // IWYU pragma: export
 #include <unordered_map>
+#include <utility> // IWYU pragma: export
 #include <vector>
 
 namespace OrvCF {

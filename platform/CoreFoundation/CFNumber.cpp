@@ -116,9 +116,7 @@ bool OrvCFNumber::equals(const Object& other) const
 
 CFHashCode OrvCFNumber::hash() const
 {
-    return isNan(value)
-        ? 0
-        : std::visit([](auto number) { return std::hash<decltype(number)>()(number); }, canonical(value));
+    return isNan(value) ? 0 : std::hash<double>()(converted<double>(value));
 }
 
 CFTypeID CFNumberGetTypeID(void)

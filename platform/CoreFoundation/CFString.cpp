@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstring>
 #include <mutex>
-#include <new>
 
 using namespace OrvCF;
 
@@ -16,25 +15,17 @@ bool isAscii(std::string_view bytes)
     return std::all_of(bytes.begin(), bytes.end(), [](char byte) { return static_cast<unsigned char>(byte) < 0x80; });
 }
 
-std::optional<std::u16string> decoded(std::string_view bytes, CFStringEncoding encoding)
+/// Whether UTF-8 bytes are valid in `encoding`, too.
+bool suits(std::string_view utf8, CFStringEncoding encoding)
 {
-    const bool valid = encoding == kCFStringEncodingUTF8 || (encoding == kCFStringEncodingASCII && isAscii(bytes));
-    return valid ? utf16FromUtf8(bytes) : std::nullopt; // ASCII is UTF-8
-}
-
-std::optional<std::string> encoded(std::u16string_view units, CFStringEncoding encoding)
-{
-    auto bytes = utf8FromUtf16(units);
-    const bool valid
-        = bytes && (encoding == kCFStringEncodingUTF8 || (encoding == kCFStringEncodingASCII && isAscii(*bytes)));
-    return valid ? bytes : std::nullopt;
+    return encoding == kCFStringEncodingUTF8 || (encoding == kCFStringEncodingASCII && isAscii(utf8));
 }
 
 CFStringRef createString(std::string_view bytes, CFStringEncoding encoding)
 {
     return orNull([&]() -> CFStringRef {
-        auto units = decoded(bytes, encoding);
-        return units ? new OrvCFString(std::move(*units)) : nullptr;
+        auto units = utf16FromUtf8(bytes);
+        return units && suits(bytes, encoding) ? new OrvCFString(std::move(*units)) : nullptr;
     });
 }
 
@@ -85,9 +76,9 @@ Boolean CFStringGetCString(CFStringRef string, char* text, CFIndex capacity, CFS
         return false;
     text[0] = '\0';
     Boolean fits = false;
-    ifMemoryAllows([&] {
-        const auto bytes = encoded(units, encoding);
-        fits = bytes && bytes->size() < static_cast<size_t>(capacity);
+    completes([&] {
+        const auto bytes = utf8FromUtf16(units);
+        fits = bytes && suits(*bytes, encoding) && bytes->size() < static_cast<size_t>(capacity);
         if (fits)
             std::memcpy(text, bytes->c_str(), bytes->size() + 1);
     });

@@ -24,16 +24,6 @@ Boolean CFBooleanGetValue(CFBooleanRef boolean)
     return checked(boolean, __func__).value;
 }
 
-CFTypeID CFErrorGetTypeID(void)
-{
-    return static_cast<CFTypeID>(Kind::error);
-}
-
-CFIndex CFErrorGetCode(CFErrorRef error)
-{
-    return checked(error, __func__).value;
-}
-
 CFTypeID CFDateGetTypeID(void)
 {
     return static_cast<CFTypeID>(Kind::date);

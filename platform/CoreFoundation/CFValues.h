@@ -1,12 +1,13 @@
 #ifndef ORV_CF_VALUES_H
 #define ORV_CF_VALUES_H
 
-#include "Object.h"
+#include "Object.h" // IWYU pragma: export
 
-#include <string>
-#include <string_view>
-#include <utility>
-#include <variant>
+#include <cstdint> // IWYU pragma: export
+#include <string> // IWYU pragma: export
+#include <string_view> // IWYU pragma: export
+#include <utility> // IWYU pragma: export
+#include <variant> // IWYU pragma: export
 
 struct OrvCFBoolean final : OrvCF::Leaf<OrvCF::Kind::boolean, bool> {
     using Leaf::Leaf;
@@ -21,7 +22,8 @@ struct OrvCFUid final : OrvCF::Leaf<OrvCF::Kind::uid, uint64_t> {
     using Leaf::Leaf;
 };
 
-struct OrvCFError final : OrvCF::Leaf<OrvCF::Kind::error, CFIndex> {
+/// Says no more than that there was one.
+struct OrvCFError final : OrvCF::Leaf<OrvCF::Kind::error, bool> {
     using Leaf::Leaf;
 };
 

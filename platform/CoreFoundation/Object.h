@@ -3,11 +3,12 @@
 #ifndef ORV_CF_OBJECT_H
 #define ORV_CF_OBJECT_H
 
-#include <CoreFoundation/CoreFoundation.h>
+#include <CoreFoundation/CoreFoundation.h> // IWYU pragma: export
 
-#include <atomic>
+#include <atomic> // IWYU pragma: export
+#include <cstdint> // IWYU pragma: export
 #include <functional>
-#include <limits>
+#include <limits> // IWYU pragma: export
 #include <memory>
 #include <new>
 #include <stdexcept>
@@ -125,23 +126,33 @@ template <class T> const T* as(const Object& object)
     return object.kind() == T::classKind ? static_cast<const T*>(&object) : nullptr;
 }
 
-/// Runs `step`; whether there was memory for it. No exception crosses the C interface.
-template <class Step> bool ifMemoryAllows(Step step) noexcept
+/// Thrown at what is no property list, or beyond the limits of one.
+struct Refused { };
+
+inline void require(bool condition)
+{
+    if (!condition)
+        throw Refused();
+}
+
+/// Runs `step`; whether there was memory for it and nothing was refused. No exception crosses the C interface.
+template <class Step> bool completes(Step step) noexcept
 {
     try {
         step();
         return true;
+    } catch (const Refused&) {
     } catch (const std::bad_alloc&) {
     } catch (const std::length_error&) { // more than could ever be allocated
     }
     return false;
 }
 
-/// What `make` returns, or NULL if memory runs out on the way.
+/// What `make` returns, or NULL if memory runs out or something is refused on the way.
 template <class Make> auto orNull(Make make) noexcept -> decltype(make())
 {
     decltype(make()) made = nullptr;
-    ifMemoryAllows([&] { made = make(); });
+    completes([&] { made = make(); });
     return made;
 }
 

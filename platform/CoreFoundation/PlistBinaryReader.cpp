@@ -1,4 +1,3 @@
-#include "CFValues.h"
 #include "PropertyList.h"
 #include "Utf.h"
 
@@ -33,11 +32,6 @@ template <class Real, class Bits> double realOf(std::string_view bytes)
     static_assert(sizeof value == sizeof bits);
     std::memcpy(&value, &bits, sizeof value);
     return value;
-}
-
-Owned<const Object> newReal(CFNumberType type, double value)
-{
-    return Owned<const Object>(new OrvCFNumber(type, value));
 }
 
 Owned<const Object> newInteger(std::string_view bytes)
@@ -149,8 +143,9 @@ private:
             return {newInteger(objectBytes(offset + 1, uint64_t(1) << low))};
         case 0x2:
             require(low == 2 || low == 3);
-            return {low == 2 ? newReal(kCFNumberFloat32Type, realOf<float, uint32_t>(objectBytes(offset + 1, 4)))
-                             : newReal(kCFNumberFloat64Type, realOf<double, uint64_t>(objectBytes(offset + 1, 8)))};
+            return {Owned<const Object>(low == 2
+                    ? new OrvCFNumber(kCFNumberFloat32Type, realOf<float, uint32_t>(objectBytes(offset + 1, 4)))
+                    : new OrvCFNumber(kCFNumberFloat64Type, realOf<double, uint64_t>(objectBytes(offset + 1, 8))))};
         case 0x3:
             require(low == 3);
             return {Owned<const Object>(new OrvCFDate(realOf<double, uint64_t>(objectBytes(offset + 1, 8))))};

@@ -1,4 +1,4 @@
-#include "PlistText.h"
+#include "PropertyList.h"
 
 #include "Utf.h"
 
@@ -9,10 +9,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <iterator>
-#include <limits>
 #include <locale.h>
 #include <strings.h>
-#include <utility>
+#include <system_error>
 
 namespace OrvCF {
 namespace {
@@ -116,34 +115,6 @@ MarchDate marchDate(int64_t days)
 
 constexpr std::string_view base64Digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-/// One group of four characters; '=' in place of the last one or two stands for fewer bytes.
-class Group {
-public:
-    /// Whether the group is complete with this.
-    bool take(char character)
-    {
-        const size_t digit = base64Digits.find(character);
-        const bool isPadding = character == '=';
-        if (digit == nowhere && !isPadding)
-            return false;
-        require(isPadding ? m_taken >= 2 : m_padding == 0);
-        m_padding += isPadding;
-        m_bits = m_bits << 6 | static_cast<uint32_t>(isPadding ? 0 : digit);
-        return ++m_taken == 4;
-    }
-
-    void appendTo(std::string& bytes) const
-    {
-        for (size_t i = 0; i < 3 - m_padding; ++i)
-            bytes += static_cast<char>(m_bits >> (16 - 8 * i) & 0xff);
-    }
-
-private:
-    size_t m_taken = 0;
-    size_t m_padding = 0;
-    uint32_t m_bits = 0;
-};
-
 } // namespace
 
 void appendDecoded(std::string& bytes, std::string_view text)
@@ -209,12 +180,23 @@ double secondsFrom(std::string_view text)
 std::string bytesFrom(std::string_view text)
 {
     std::string bytes;
-    Group group;
-    for (const char character : text)
-        if (group.take(character)) {
-            group.appendTo(bytes);
-            group = {};
-        }
+    uint32_t bits = 0;
+    size_t taken = 0; // of a group of four
+    size_t padding = 0; // for each of which there is one byte less
+    for (const char character : text) {
+        const bool isPadding = character == '=';
+        const size_t digit = isPadding ? 0 : base64Digits.find(character);
+        if (digit == nowhere)
+            continue;
+        require(isPadding ? taken >= 2 : padding == 0);
+        bits = bits << 6 | static_cast<uint32_t>(digit);
+        padding += isPadding;
+        if (++taken < 4)
+            continue;
+        for (size_t i = 0; i < 3 - padding; ++i)
+            bytes += static_cast<char>(bits >> (16 - 8 * i) & 0xff);
+        taken = padding = 0;
+    }
     return bytes;
 }
 

@@ -1,4 +1,3 @@
-#include "CFValues.h"
 #include "PropertyList.h"
 #include "Utf.h"
 
@@ -15,11 +14,6 @@ using Node = pugi::xml_node;
 // element.
 constexpr unsigned everything = pugi::parse_pi | pugi::parse_comments | pugi::parse_cdata | pugi::parse_ws_pcdata
     | pugi::parse_declaration | pugi::parse_doctype | pugi::parse_fragment;
-
-Owned<const Object> newNumber(CFNumberType type, OrvCFNumber::Value value)
-{
-    return Owned<const Object>(new OrvCFNumber(type, value));
-}
 
 /// Passes a comment, a processing instruction or white space, and refuses anything else.
 void pass(Node node)
@@ -142,9 +136,9 @@ private:
         if (name == "array")
             return array(node, depth + 1);
         if (name == "integer")
-            return newNumber(kCFNumberSInt64Type, integerFrom(plainText(node)));
+            return Owned<const Object>(new OrvCFNumber(kCFNumberSInt64Type, integerFrom(plainText(node))));
         if (name == "real")
-            return newNumber(kCFNumberFloat64Type, realFrom(plainText(node)));
+            return Owned<const Object>(new OrvCFNumber(kCFNumberFloat64Type, realFrom(plainText(node))));
         if (name == "date")
             return Owned<const Object>(new OrvCFDate(secondsFrom(plainText(node))));
         if (name == "data") {

@@ -1,8 +1,7 @@
-#include "CFValues.h"
 #include "PropertyList.h"
 
 #include <algorithm>
-#include <vector>
+#include <map>
 
 namespace OrvCF {
 namespace {
@@ -12,20 +11,6 @@ constexpr size_t maxSize = 1 << 30;
 // Base64 with the tabs before it fills lines of 76 columns, tabs counting 8; but beyond 8 tabs it stays where it is.
 constexpr size_t maxDataTabs = 8;
 constexpr size_t dataColumns = 76;
-
-using Pair = std::pair<const OrvCFString*, const Object*>;
-
-/// The pairs by the UTF-16 units of the keys.
-std::vector<Pair> sorted(const OrvCFDictionary& dictionary)
-{
-    std::vector<Pair> pairs;
-    pairs.reserve(dictionary.pairs.size());
-    for (const auto& [key, pair] : dictionary.pairs)
-        pairs.emplace_back(static_cast<const OrvCFString*>(key), pair.value.get());
-    std::sort(pairs.begin(), pairs.end(),
-        [](const Pair& left, const Pair& right) { return left.first->units < right.first->units; });
-    return pairs;
-}
 
 class XmlWriter {
 public:
@@ -116,9 +101,12 @@ private:
             return;
         }
         m_out += "<dict>\n";
-        for (const auto& [key, value] : sorted(dictionary)) {
+        std::map<std::u16string_view, const Object*> sorted; // by the UTF-16 units of the keys
+        for (const auto& [key, pair] : dictionary.pairs)
+            sorted.emplace(static_cast<const OrvCFString*>(key)->units, pair.value.get());
+        for (const auto& [key, value] : sorted) {
             m_out.append(depth + 1, '\t');
-            writeElement("key", [&, key = key] { appendEscaped(m_out, key->units); });
+            writeElement("key", [&, units = key] { appendEscaped(m_out, units); });
             write(*value, depth + 1);
         }
         m_out.append(depth, '\t');

@@ -1,7 +1,5 @@
 #include "PropertyList.h"
 
-#include "CFValues.h"
-
 using namespace OrvCF;
 
 namespace {
@@ -48,22 +46,10 @@ Mutability containersUnder(CFOptionFlags options)
     return asked ? Mutability::mutableContainers : Mutability::immutable;
 }
 
-/// What `make` returns, or NULL if it refuses or there is no memory.
-template <class Make> auto orRefused(Make make) noexcept
-{
-    return orNull([&]() -> decltype(make()) {
-        try {
-            return make();
-        } catch (const Refused&) {
-            return nullptr;
-        }
-    });
-}
-
-void report(CFErrorRef* error, CFIndex code)
+void report(CFErrorRef* error)
 {
     if (error != nullptr)
-        *error = orNull([&] { return new OrvCFError(code); });
+        *error = orNull([] { return new OrvCFError(true); });
 }
 
 const OrvCFData* written(CFPropertyListRef list, CFPropertyListFormat format)
@@ -79,40 +65,32 @@ const Object* read(std::string_view bytes, CFOptionFlags options)
     return (isBinaryList(bytes) ? readBinary(bytes, mutability) : readXml(bytes, mutability)).release();
 }
 
-Owned<const Object> copyOf(const OrvCFArray& array, Mutability mutability)
-{
-    Owned<OrvCFArray> copy(new OrvCFArray(mutability));
-    copy->values.reserve(array.values.size());
-    for (const auto& value : array.values)
-        copy->values.push_back(deepCopy(*value, mutability));
-    return copy;
-}
-
-Owned<const Object> copyOf(const OrvCFDictionary& dictionary, Mutability mutability)
-{
-    Owned<OrvCFDictionary> copy(new OrvCFDictionary(mutability));
-    for (const auto& [key, pair] : dictionary.pairs)
-        copy->add(shared(*key), deepCopy(*pair.value, mutability));
-    return copy;
-}
-
 } // namespace
 
 Owned<const Object> OrvCF::deepCopy(const Object& list, Mutability mutability)
 {
-    if (const auto* array = as<OrvCFArray>(list))
-        return copyOf(*array, mutability);
-    if (const auto* dictionary = as<OrvCFDictionary>(list))
-        return copyOf(*dictionary, mutability);
+    if (const auto* array = as<OrvCFArray>(list)) {
+        Owned<OrvCFArray> copy(new OrvCFArray(mutability));
+        copy->values.reserve(array->values.size());
+        for (const auto& value : array->values)
+            copy->values.push_back(deepCopy(*value, mutability));
+        return copy;
+    }
+    if (const auto* dictionary = as<OrvCFDictionary>(list)) {
+        Owned<OrvCFDictionary> copy(new OrvCFDictionary(mutability));
+        for (const auto& [key, pair] : dictionary->pairs)
+            copy->add(shared(*key), deepCopy(*pair.value, mutability));
+        return copy;
+    }
     return shared(list);
 }
 
 CFDataRef CFPropertyListCreateData(
     CFAllocatorRef, CFPropertyListRef list, CFPropertyListFormat format, CFOptionFlags, CFErrorRef* error)
 {
-    const CFDataRef data = orRefused([&] { return written(list, format); });
+    const CFDataRef data = orNull([&] { return written(list, format); });
     if (data == nullptr)
-        report(error, kCFPropertyListWriteStreamError);
+        report(error);
     return data;
 }
 
@@ -120,9 +98,9 @@ CFPropertyListRef CFPropertyListCreateWithData(
     CFAllocatorRef, CFDataRef data, CFOptionFlags options, CFPropertyListFormat* format, CFErrorRef* error)
 {
     const OrvCFData& from = checked(data, __func__);
-    const Object* list = orRefused([&] { return read(from.bytes, options); });
+    const Object* list = orNull([&] { return read(from.bytes, options); });
     if (list == nullptr)
-        report(error, kCFPropertyListReadCorruptError);
+        report(error);
     else if (format != nullptr)
         *format = isBinaryList(from.bytes) ? kCFPropertyListBinaryFormat_v1_0 : kCFPropertyListXMLFormat_v1_0;
     return list;
@@ -130,5 +108,5 @@ CFPropertyListRef CFPropertyListCreateWithData(
 
 CFPropertyListRef CFPropertyListCreateDeepCopy(CFAllocatorRef, CFPropertyListRef list, CFOptionFlags options)
 {
-    return orRefused([&] { return deepCopy(requiredList(list, Uids::refused), containersUnder(options)).release(); });
+    return orNull([&] { return deepCopy(requiredList(list, Uids::refused), containersUnder(options)).release(); });
 }

@@ -3,9 +3,10 @@
 #ifndef ORV_CF_UTF_H
 #define ORV_CF_UTF_H
 
-#include <optional>
-#include <string>
-#include <string_view>
+#include <cstddef> // IWYU pragma: export
+#include <optional> // IWYU pragma: export
+#include <string> // IWYU pragma: export
+#include <string_view> // IWYU pragma: export
 
 namespace OrvCF {
 

@@ -224,10 +224,6 @@ extern const CFArrayCallBacks kCFTypeArrayCallBacks;
 
 CFTypeID CFArrayGetTypeID(void);
 
-/// An immutable array of `count` values; `values` may be NULL if `count` is 0.
-CFArrayRef CFArrayCreate(
-    CFAllocatorRef allocator, const void** values, CFIndex count, const CFArrayCallBacks* callBacks);
-
 /// An empty array that can be changed. `capacity` is a hint and sets no limit.
 CFMutableArrayRef CFArrayCreateMutable(CFAllocatorRef allocator, CFIndex capacity, const CFArrayCallBacks* callBacks);
 
@@ -263,7 +259,6 @@ CFMutableDictionaryRef CFDictionaryCreateMutableCopy(
     CFAllocatorRef allocator, CFIndex capacity, CFDictionaryRef dictionary);
 
 CFIndex CFDictionaryGetCount(CFDictionaryRef dictionary);
-Boolean CFDictionaryContainsKey(CFDictionaryRef dictionary, const void* key);
 
 /// The value of `key`, or NULL.
 const void* CFDictionaryGetValue(CFDictionaryRef dictionary, const void* key);
@@ -278,15 +273,6 @@ void CFDictionaryApplyFunction(CFDictionaryRef dictionary, CFDictionaryApplierFu
 /// Replaces the value that an equal key has, keeping the key that is there, or adds the pair.
 void CFDictionarySetValue(CFMutableDictionaryRef dictionary, const void* key, const void* value);
 void CFDictionaryRemoveValue(CFMutableDictionaryRef dictionary, const void* key);
-
-// --- CFError ---------------------------------------------------------------------------------------------------------
-
-enum { kCFPropertyListReadCorruptError = 3840, kCFPropertyListWriteStreamError = 3851 };
-
-CFTypeID CFErrorGetTypeID(void);
-
-/// One of the codes above.
-CFIndex CFErrorGetCode(CFErrorRef error);
 
 // --- CFPropertyList --------------------------------------------------------------------------------------------------
 

@@ -4,10 +4,67 @@
 
 using namespace OrvCF;
 
+struct OrvCFArrayCallBacks { };
 struct OrvCFDictionaryKeyCallBacks { };
 struct OrvCFDictionaryValueCallBacks { };
+const CFArrayCallBacks kCFTypeArrayCallBacks{};
 const CFDictionaryKeyCallBacks kCFTypeDictionaryKeyCallBacks{};
 const CFDictionaryValueCallBacks kCFTypeDictionaryValueCallBacks{};
+
+bool OrvCFArray::equals(const Object& other) const
+{
+    const auto& others = static_cast<const OrvCFArray&>(other).values;
+    return std::equal(values.begin(), values.end(), others.begin(), others.end(),
+        [](const auto& left, const auto& right) { return CFEqual(left.get(), right.get()); });
+}
+
+CFTypeID CFArrayGetTypeID(void)
+{
+    return static_cast<CFTypeID>(Kind::array);
+}
+
+CFMutableArrayRef CFArrayCreateMutable(CFAllocatorRef, CFIndex, const CFArrayCallBacks* callBacks)
+{
+    checkCallBacks(callBacks, kCFTypeArrayCallBacks, __func__);
+    return orNull([] { return new OrvCFArray(Mutability::mutableContainers); });
+}
+
+CFMutableArrayRef CFArrayCreateMutableCopy(CFAllocatorRef, CFIndex, CFArrayRef array)
+{
+    const OrvCFArray& from = checked(array, __func__);
+    return orNull([&] {
+        Owned<OrvCFArray> copy(new OrvCFArray(Mutability::mutableContainers));
+        copy->values.reserve(from.values.size());
+        for (const auto& value : from.values)
+            copy->values.push_back(shared(*value));
+        return copy.release();
+    });
+}
+
+CFIndex CFArrayGetCount(CFArrayRef array)
+{
+    return static_cast<CFIndex>(checked(array, __func__).values.size());
+}
+
+const void* CFArrayGetValueAtIndex(CFArrayRef array, CFIndex index)
+{
+    checkRange(CFRangeMake(index, 1), CFArrayGetCount(array), __func__);
+    return array->values[static_cast<size_t>(index)].get();
+}
+
+void CFArrayAppendValue(CFMutableArrayRef array, const void* value)
+{
+    OrvCFArray& changed = changeable(array, __func__);
+    const Object& added = objectOf(value, __func__);
+    completes([&] { changed.values.push_back(shared(added)); });
+}
+
+void CFArrayRemoveValueAtIndex(CFMutableArrayRef array, CFIndex index)
+{
+    OrvCFArray& changed = changeable(array, __func__);
+    checkRange(CFRangeMake(index, 1), CFArrayGetCount(array), __func__);
+    changed.values.erase(changed.values.begin() + index);
+}
 
 bool OrvCFDictionary::equals(const Object& other) const
 {
@@ -84,11 +141,6 @@ CFIndex CFDictionaryGetCount(CFDictionaryRef dictionary)
     return static_cast<CFIndex>(checked(dictionary, __func__).pairs.size());
 }
 
-Boolean CFDictionaryContainsKey(CFDictionaryRef dictionary, const void* key)
-{
-    return checked(dictionary, __func__).find(objectOf(key, __func__)) != nullptr;
-}
-
 const void* CFDictionaryGetValue(CFDictionaryRef dictionary, const void* key)
 {
     return checked(dictionary, __func__).find(objectOf(key, __func__));
@@ -115,7 +167,7 @@ void CFDictionarySetValue(CFMutableDictionaryRef dictionary, const void* key, co
     OrvCFDictionary& changed = changeable(dictionary, __func__);
     const Object& name = objectOf(key, __func__);
     const Object& content = objectOf(value, __func__);
-    ifMemoryAllows([&] { changed.set(shared(name), shared(content)); });
+    completes([&] { changed.set(shared(name), shared(content)); });
 }
 
 void CFDictionaryRemoveValue(CFMutableDictionaryRef dictionary, const void* key)
