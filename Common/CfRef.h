@@ -6,12 +6,12 @@
 
 namespace orv {
 
-/// Releases the one reference that it is given; null is none.
+/// Releases one reference.
 struct CfReleaser {
     void operator()(CFTypeRef object) const { CFRelease(object); }
 };
 
-/// Owns one reference: what a Create or Copy function returned. (What a Get function returns is not ours to own.)
+/// Owns one reference, from a Create or Copy function. The caller does not own what a Get function returns.
 template <class Ref> using CfRef = std::unique_ptr<std::remove_pointer_t<Ref>, CfReleaser>;
 
 } // namespace orv

@@ -26,8 +26,8 @@ int main(int argc, char**)
     try {
         runPass(argc >= 2); // any argument at all
     } catch (...) {
-        std::signal(SIGPIPE, SIG_IGN); // nobody may be reading; nothing is run from here on
-        std::fputs("Exception while cleaning cron", stdout); // without a line break, as it has always been
+        std::signal(SIGPIPE, SIG_IGN); // the reader may be gone; no command is started after this
+        std::fputs("Exception while cleaning cron", stdout); // no line feed: it never had one
     }
     return 0;
 }

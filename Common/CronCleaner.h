@@ -1,6 +1,5 @@
 #pragma once
 
-/// Keeps the crontabs of the users who own tasks in step with the task database: without an argument takes the task
-/// lines out of them, with any argument appends one for each schedulable task. Returns 0 whatever happens. On any
-/// exception writes "Exception while cleaning cron", without a line break, to standard output.
+/// Edits the crontabs of all users who own tasks: without an argument a clean, with any argument a rebuild. Always
+/// returns 0. On any exception, writes "Exception while cleaning cron" to standard output, without a line feed.
 int main(int argc, char** argv);

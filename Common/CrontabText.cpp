@@ -17,17 +17,16 @@ namespace {
 constexpr std::size_t lineCapacity = 500; // with the terminator
 constexpr std::size_t shortestLineWithEnd = 3;
 constexpr std::size_t maxIdCharacters = 15;
-constexpr std::string_view managerName = "TessaraTaskManager";
+// The text that marks a task line: fixed, and deliberately not built from tmanagerPath.
 constexpr std::string_view managerPath = "/usr/local/Quarno/Kestrelcore/TessaraTaskManager";
+constexpr std::string_view managerName = managerPath.substr(managerPath.rfind('/') + 1);
 
 constexpr std::string_view nullDevice = "/dev/null";
-constexpr std::size_t redirectionEnd = 14; // from the start of "/dev/null" to behind its " 2>&1"
+constexpr std::size_t redirectionEnd = 14; // the length of "/dev/null 2>&1"
 
-// This is 11 less than the length of managerPath, so the id is read from the letters of "TessaraTaskManager" and always
-// comes out as 0. It is kept: crontabs are split at the schedule of row 0, and where there is no row 0, the refresh of
-// a crontab with task lines ends with the store's exception and leaves the crontab alone.
-constexpr std::size_t idOffset = 37;
-constexpr std::size_t maxRefreshIdCharacters = 9;
+// The id of a line has always been read 37 characters after the start of managerPath. Those are letters of the path
+// itself ("TaskManager"), so it is 0 for every line. Kept on purpose: the refresh works with the schedule of task 0.
+constexpr int refreshedTask = 0;
 
 using LineBuffer = char[lineCapacity];
 
@@ -52,19 +51,11 @@ void writeLine(std::ostream& out, std::string_view line)
 int taskIdIn(std::string_view line, std::size_t namePosition)
 {
     const std::size_t begin = namePosition + managerName.size() + 1; // the separator is any one character
-    if (begin >= line.size())
-        return toInt("");
-    const std::string_view rest = line.substr(begin);
-    return toInt(std::string(rest.substr(0, std::min(rest.find(' '), maxIdCharacters))));
+    const std::string_view id = line.substr(std::min(begin, line.size()), maxIdCharacters);
+    return toInt(std::string(id.substr(0, id.find(' '))));
 }
 
-int refreshIdIn(std::string_view segment)
-{
-    const std::string_view id = segment.substr(std::min(segment.find(managerPath) + idOffset, segment.size()));
-    return toInt(std::string(id.substr(0, std::min(id.find(' '), maxRefreshIdCharacters))));
-}
-
-// Takes apart one line that mentions the task manager's path, piece by piece from its start.
+// Splits one line that contains the task manager's path, piece by piece from its start.
 class LineSplitter {
 public:
     LineSplitter(const CronTimeOf& cronTimeOf, std::string_view line, std::ostream& out)
@@ -81,31 +72,28 @@ public:
     }
 
 private:
-    // Writes what stands before the next schedule, or else what stands up to the end of the next redirection. False
-    // when the line is done.
+    // Writes the text before the next task line or, at a task line, up to the end of its redirection. False at the end
+    // of the line.
     bool splitStep()
     {
-        const std::string taskStart
-            = m_cronTimeOf(refreshIdIn(m_line.substr(m_start))) + ' ' + std::string(managerPath);
+        const std::string taskStart = m_cronTimeOf(refreshedTask) + ' ' + std::string(managerPath);
         const std::size_t schedule = m_line.find(taskStart, m_start);
         if (schedule != std::string_view::npos && schedule > m_start) {
-            writeLine(
-                m_out, m_line.substr(m_start, schedule - m_start - 1)); // without the character before the schedule
+            writeLine(m_out, m_line.substr(m_start, schedule - m_start - 1)); // drops the character before it
             m_start = schedule;
             return true;
         }
-        // The anchor can lie before the start: the schedule may have been found behind a later mention of the path. A
-        // redirection that is over before the piece begins does not end it.
+        // Look for the redirection from m_anchor. Before m_start, only one that ends after m_start counts.
         const std::size_t reaching = m_start - std::min(m_start, redirectionEnd);
         const std::size_t redirection = m_line.find(nullDevice, std::max(m_anchor, reaching));
         if (redirection == std::string_view::npos || redirection + redirectionEnd >= m_line.size()) {
             writeLine(m_out, m_line.substr(m_start));
             return false;
         }
-        return splitBehind(redirection + redirectionEnd);
+        return splitAfter(redirection + redirectionEnd);
     }
 
-    bool splitBehind(std::size_t end)
+    bool splitAfter(std::size_t end)
     {
         writeLine(m_out, m_line.substr(m_start, end - m_start));
         m_start = end;
@@ -124,14 +112,15 @@ private:
     const std::string_view m_line;
     std::ostream& m_out;
     std::size_t m_start = 0; ///< of the piece
-    std::size_t m_anchor; ///< the mention of the path behind which the redirection is looked for
+    std::size_t m_anchor; ///< the path after which the redirection is searched; a later path may begin this piece
 };
 
 } // namespace
 
 void writeTaskLine(std::ostream& out, const std::string& cronTime, int id)
 {
-    writeLine(out, cronTime + ' ' + tmanagerPath + "TessaraTaskManager " + std::to_string(id) + errorRedirection);
+    writeLine(
+        out, cronTime + ' ' + tmanagerPath + std::string(managerName) + ' ' + std::to_string(id) + errorRedirection);
 }
 
 void dropTaskLines(std::istream& in, std::ostream& out)
@@ -140,7 +129,7 @@ void dropTaskLines(std::istream& in, std::ostream& out)
     while (!in.fail()) {
         const std::string_view line = readLine(in, buffer);
         if (line.empty())
-            break; // the jobs below a blank line go too: that is how the pass has always cleaned
+            break; // the jobs below an empty line are lost too: a clean has always done that
         if (mentions(line, managerPath))
             continue;
         if (line.size() >= shortestLineWithEnd)
@@ -156,7 +145,7 @@ void dropLinesOfTask(int id, std::istream& in, std::ostream& out)
     while (in.good()) {
         const std::string_view line = readLine(in, buffer);
         if (line.empty())
-            break; // the same rule as in the cleaning pass
+            break; // as in a clean
         const std::size_t name = line.find(managerName);
         if (name == std::string_view::npos || taskIdIn(line, name) != id)
             out << line << '\n';

@@ -6,34 +6,40 @@
 
 namespace orv {
 
-// What happens to the text of a crontab, from a stream to a stream.
+// Edits of a crontab's text, read from one stream and written to another.
 //
-// All of them read a line as at most 499 characters up to a line feed; of a line with a zero byte in it, the text
-// before that. They stop at the first empty line, and after the first 499 characters of a line that is longer: what
-// follows is not written. A stream that cannot be read gives no lines. Lines keep their order.
+// A line is read up to its line feed, or up to its first zero byte. Reading stops at the first empty line, and after
+// the first 499 characters of a longer line; the rest of the crontab is not written. A stream that cannot be read has
+// no lines. Lines keep their order. A task line is a line that starts the task manager for one task.
 
-/// Writes the task line of the task `id`: its schedule `cronTime` as it stands, the task manager's path and the id,
-/// with its output discarded. The line ends in a line feed, and `out` is flushed.
+/// Writes the task line of the task `id` and flushes `out`: `cronTime` unchanged, then the task manager's path and the
+/// id, with the output discarded.
 void writeTaskLine(std::ostream& out, const std::string& cronTime, int id);
 
-/// Copies the lines that do not mention the task manager's path. A line of 1 or 2 characters is written without a line
-/// feed, so that the next one joins it.
+/// Copies the lines that do not contain the task manager's path. A line of 1 or 2 characters is written without its
+/// line feed, so the next kept line joins it.
 void dropTaskLines(std::istream& in, std::ostream& out);
 
-/// Copies the lines that do not run the task manager for the task `id`, each with a line feed. The number that decides
-/// is the text behind the first "TessaraTaskManager" of the line and one more character, up to a blank (at most 15
-/// characters), read as atoi reads it: nothing there is task 0.
+/// Copies the lines that do not start the task manager for the task `id`, each with a line feed.
+///
+/// The id of a line follows the first "TessaraTaskManager" in it and one character, whatever that is. It ends at the
+/// next blank, or after 15 characters, and is read as atoi reads it. With `id` 12, "@daily /x/TessaraTaskManager 12
+/// now" is dropped. With `id` 0, a line that ends in "TessaraTaskManager" is dropped too, because no digits count as 0.
 void dropLinesOfTask(int id, std::istream& in, std::ostream& out);
 
-/// Gives the schedule of a task, or throws.
+/// Returns the schedule of a task, or throws.
 using CronTimeOf = std::function<std::string(int id)>;
 
-/// Copies the lines, each with a line feed; of a line that mentions the task manager's path, each task line in it and
-/// each text before, between and behind them becomes a line of its own. Where a task line begins is found with the
-/// schedule that `cronTimeOf` gives for the id that is read from it (which is 0, see the source), asked anew for each
-/// piece; the character before it is dropped. A task line ends behind its output redirection; what follows the last one
-/// is written without a line feed if it has less than 3 characters. A piece without a redirection is written as it
-/// stands. Throws what cronTimeOf throws.
+/// Copies the lines, each with a line feed. A line that contains the task manager's path is cut into pieces, each on a
+/// line of its own: the task lines in it, and the text before, between and after them.
+///
+/// A task line begins where the schedule of task 0 is followed by a blank and the task manager's path; the one
+/// character before it is dropped. It ends after its output redirection, "/dev/null 2>&1". With the schedule "@daily",
+/// "@hourly job;@daily .../TessaraTaskManager 5 >> /dev/null 2>&1# note" gives three lines: "@hourly job", the task
+/// line and "# note". Text after the last task line is written without a line feed if it has less than 3 characters. A
+/// piece without a redirection is written whole.
+///
+/// Calls cronTimeOf(0) for each piece, and throws what that throws. The id is always 0, whichever task a line starts.
 void splitTaskLines(const CronTimeOf& cronTimeOf, std::istream& in, std::ostream& out);
 
 } // namespace orv

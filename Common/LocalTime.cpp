@@ -5,7 +5,7 @@
 
 namespace {
 
-// What tzset, and mktime with it, sets up belongs to the whole process.
+// tzset and mktime change the process's time zone.
 std::mutex gTimeZoneMutex;
 
 } // namespace

@@ -4,14 +4,12 @@
 
 namespace orv {
 
-// localtime and mktime for several threads at once. As these do, they look at the time zone (TZ, the system's setting)
-// anew each time.
+// localtime and mktime, safe for threads. Like those, they read the time zone (TZ, or the system's) at each call.
 
-/// The local time of `moment` in `local`. False, with `local` as it was, if there is none: a year beyond the range of
-/// int.
+/// Stores the local time of `moment` in `local`. False, with `local` unchanged, if its year does not fit an int.
 bool toLocalTime(time_t moment, tm& local);
 
-/// The moment that `local` denotes, its fields normalised as mktime does; -1 if there is none.
+/// What mktime returns for `local`: -1 on error.
 time_t fromLocalTime(tm local);
 
 } // namespace orv

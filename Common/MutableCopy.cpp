@@ -11,8 +11,7 @@ constexpr CFIndex maxObjects = 1 << 20;
 
 void takeValue(const void* key, const void* value, void* left);
 
-// Takes one off `left` for the list and for everything in it, as often as it is used. A list that has been read is not
-// deep, so that this may call itself.
+// Subtracts one from `left` for the list and for each use of an object in it. The reader limits how deep a list is.
 void take(CFPropertyListRef list, CFIndex& left)
 {
     if (left == 0)

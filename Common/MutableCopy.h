@@ -6,9 +6,8 @@
 
 namespace orv {
 
-/// A copy of a property list in which every container is new and mutable. Null if memory runs out, or if the list
-/// stands for more than a million objects, which no task's settings do. A binary list can use one array in many places,
-/// and the copy makes a new one for each: a few bytes could otherwise keep it busy for hours.
+/// A copy of a property list in which every container is new and mutable. Null if there is no memory, or if the copy
+/// would have 2^20 objects or more: a short binary list can use one array in so many places that copying takes hours.
 CfRef<CFPropertyListRef> mutableCopy(CFPropertyListRef list);
 
 } // namespace orv

@@ -4,9 +4,8 @@
 
 namespace orv {
 
-/// The number that `text` begins with: white space is skipped, then an optional sign and decimal digits up to the first
-/// other character; no digits give 0. Of a number beyond the range of int, the low 32 bits; of one beyond the range of
-/// long, those of the nearest long. SqliteDb cuts integers in the same way, so lists and records agree.
+/// The decimal number at the start of `text`, after white space; 0 if there is none. A number beyond int is cut to its
+/// low 32 bits, after one beyond long has become the nearest long. SqliteDb cuts integers in the same way.
 int toInt(const std::string& text);
 
 } // namespace orv

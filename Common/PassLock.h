@@ -9,25 +9,25 @@
 
 namespace orv {
 
-/// The right to edit crontabs, as long as it lives: OrvCronCleaner holds it for each run, and every program that calls
-/// operations which read or install crontabs should. Two at once would install one user's jobs for another, because
-/// the scratch files have fixed names.
+/// Held while crontabs are edited. OrvCronCleaner holds one for each run; so should every program that reads or
+/// installs crontabs through TaskEditor. The scratch files have fixed names: two programs at once would install one
+/// user's jobs for another.
 ///
-/// It is a lock on the scratch directory itself, so it leaves nothing behind, whatever ends the program. A second lock
-/// waits for the first, without a limit; also on the same thread, which then waits for ever.
+/// It locks the scratch directory itself, so a killed program leaves no lock file. A second PassLock waits for the
+/// first without a limit; on the same thread, that is for ever.
 class [[nodiscard]] PassLock {
 public:
-    /// What the commands that the program starts have of the lock.
+    /// Whether the commands that the program starts inherit the lock.
     enum class Commands {
-        none, ///< The lock ends with the program, even if a crontab command that the program started still runs.
-        hold, ///< Each holds it too, until it has ended itself: for a program that starts nothing else meanwhile.
+        none, ///< The lock ends with the program, even while a crontab command that it started still runs.
+        hold, ///< The lock lasts until those commands have ended too.
     };
 
-    /// Waits until no other program, and no other PassLock of this one, has the lock.
+    /// Waits until no other PassLock exists, in this program or another.
     ///
-    /// With Commands::hold, a program that is killed leaves the lock to the crontab commands that it has started, so no
-    /// other program changes the scratch files under them. But so do all other programs that it starts meanwhile, on
-    /// any thread: a task manager that createTask starts would keep the lock for as long as it runs. With
+    /// Commands::hold is for a program that starts nothing but crontab commands. If it is killed, its last command
+    /// keeps the lock, so no other program changes the scratch files under it. But every program started meanwhile, on
+    /// any thread, keeps the lock: a task manager that createTask starts would do so as long as it runs. With
     /// Commands::none, a killed program's crontab command can install a file that another program has just written.
     [[nodiscard]] explicit PassLock(Commands commands = Commands::none)
         : m_directory(openDirectory(commands == Commands::hold ? 0 : O_CLOEXEC))
@@ -46,8 +46,8 @@ public:
             close(m_directory);
     }
 
-    /// False if the lock failed: there is no scratch directory, or this user may not open it. Without the directory no
-    /// crontab is changed either.
+    /// False if the lock failed: the scratch directory does not exist, or this user may not open it. If it does not
+    /// exist, no crontab is changed either.
     bool held() const { return m_held; }
 
 private:
@@ -56,7 +56,7 @@ private:
         const int directory = open(tempPath.c_str(), O_RDONLY | O_DIRECTORY | closeOnExec);
         if (directory < 0 || directory > STDERR_FILENO)
             return directory;
-        // A standard descriptor was closed. A command would get the lock for that one, and replace it by its own.
+        // A standard descriptor was closed, and the lock got its number: a command would replace it by its own.
         const int moved = fcntl(directory, closeOnExec == 0 ? F_DUPFD : F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
         close(directory);
         return moved;

@@ -31,7 +31,7 @@ thread_local pthread_mutex_t TaskEditor::m_taskEditorMutex = PTHREAD_MUTEX_INITI
 namespace {
 
 constexpr int logError = 3;
-constexpr std::size_t commandCapacity = 1024; // with the terminator
+constexpr std::size_t maxCommandLength = 1023;
 
 struct PipeCloser {
     void operator()(FILE* pipe) const { pclose(pipe); }
@@ -43,19 +43,20 @@ struct FileCloser {
 };
 using File = std::unique_ptr<FILE, FileCloser>;
 
+// How far a command's output got into the scratch file.
 enum class Copy {
-    notStarted, // the command
-    notOpened, // the file
-    incomplete, // in the file
-    whole,
-    notOurs, // an earlier run's file is in the way: it must be neither read nor installed
+    notStarted, // the command did not start
+    notOpened, // the file could not be opened
+    incomplete, // the file holds a part of the output
+    whole, // the file holds all of it
+    notOurs, // an earlier run's file is still there, and must be neither read nor installed
 };
 
-// What is left under the name of a scratch file after an attempt to remove it.
+// What is still there after removing a scratch file.
 enum class Leftover {
-    none, // nothing, or what cannot hold a crontab: a directory, a socket
-    file, // can perhaps be overwritten
-    other, // a link, a pipe, a device: what is written there would go elsewhere
+    none, // nothing, or something that cannot hold a crontab: a directory, a socket
+    file, // a file, which can perhaps be overwritten
+    other, // a link, a pipe or a device: a crontab written there would go elsewhere
 };
 
 Leftover removeLeftover(const std::string& path)
@@ -75,14 +76,14 @@ bool copyToEnd(FILE* from, FILE* to)
     char block[BUFSIZ];
     std::size_t size;
     bool written = true;
-    while ((size = std::fread(block, 1, sizeof block, from)) > 0) // to the end, or the command would be cut short
+    while ((size = std::fread(block, 1, sizeof block, from)) > 0) // to the end, or a signal stops the command
         written = std::fwrite(block, 1, size, to) == size && written;
     return written && !std::ferror(from);
 }
 
 Copy copyOutput(const char* command, const char* path)
 {
-    Pipe pipe(popen(command, "r")); // before the file is opened: a command that does not start truncates nothing
+    Pipe pipe(popen(command, "r")); // first: if the command does not start, the file keeps its contents
     if (pipe == nullptr)
         return Copy::notStarted;
     File file(std::fopen(path, "w"));
@@ -94,7 +95,7 @@ Copy copyOutput(const char* command, const char* path)
     return copied && closed ? Copy::whole : Copy::incomplete;
 }
 
-// Nothing if the file cannot be opened, or not be read to its end.
+// Nothing if the file cannot be opened or read to its end.
 std::optional<std::string> contentsOf(const std::string& path)
 {
     const File file(std::fopen(path.c_str(), "r"));
@@ -110,7 +111,7 @@ std::optional<std::string> contentsOf(const std::string& path)
 bool started(const std::string& command)
 {
     const Pipe pipe(popen(command.c_str(), "r"));
-    return pipe != nullptr; // closing waits for the command; its exit status does not count
+    return pipe != nullptr; // the destructor waits for the command, and ignores its exit status
 }
 
 std::optional<std::string> accountName(int uid)
@@ -133,11 +134,10 @@ std::string filteredCopy()
     return tempPath + "temp2.txt";
 }
 
-// One user's crontab, as the crontab command reaches it. The account is looked up once: were it found for installing
-// only, because the look-up before reading has failed, an empty crontab would be installed.
+// One user's crontab. The account is looked up once: if a first look-up failed before reading, and a second one
+// succeeded before installing, an empty crontab would be installed.
 class Crontab {
 public:
-    // Root's if the effective user is the super-user, else the caller's own.
     static Crontab own() { return Crontab(std::string(command) + (geteuid() == 0 ? "-u root " : "")); }
 
     static Crontab ofUser(int uid)
@@ -148,14 +148,13 @@ public:
 
     bool hasAccount() const { return !m_command.empty(); }
 
-    // Runs nothing without an account, and neither does install().
     Copy read() const
     {
         return hasAccount() ? copyOutput((m_command + "-l").c_str(), crontabCopy().c_str()) : Copy::notStarted;
     }
 
-    // The copy has one name for all users. What an earlier run has left there holds another user's jobs: it is removed,
-    // or else overwritten, or else not used.
+    // The copy has the same name for all users. One from an earlier run holds another user's jobs: remove it, or else
+    // overwrite it, or else do not use it.
     Copy readAnew() const
     {
         const Leftover leftover = removeLeftover(crontabCopy());
@@ -178,11 +177,11 @@ private:
     {
     }
 
-    std::string m_command; // up to what it is to do; empty without an account
+    std::string m_command; // without -l or the file; empty if there is no account
 };
 
-// True if all that was written has reached the file. A file that could not be opened at all does not count: crontab
-// itself rejects a missing file.
+// False if the file was not written whole. A file that could not be opened is no failure: crontab itself rejects a
+// missing file.
 bool closeWritten(std::ofstream& out)
 {
     if (!out.is_open())
@@ -191,13 +190,13 @@ bool closeWritten(std::ofstream& out)
     return !out.fail();
 }
 
-// The text of the crontab that was copied; nothing if that is not known to be whole, or not this user's.
+// The text of the copied crontab. Nothing if it may be incomplete or another user's.
 std::optional<std::string> copiedText(Copy copy)
 {
     switch (copy) {
     case Copy::notStarted:
     case Copy::notOpened:
-        return ""; // a copy that could not be made at all counts as an empty crontab
+        return ""; // the contract: no copy counts as an empty crontab
     case Copy::whole:
         return contentsOf(crontabCopy());
     case Copy::incomplete:
@@ -209,7 +208,7 @@ std::optional<std::string> copiedText(Copy copy)
 
 using TextEdit = std::function<void(std::istream& in, std::ostream& out)>;
 
-// False if the file that is to be installed is not `edit`'s result: another run's, or what a full disk left of it.
+// False if the file does not hold the whole result of `edit`, but an earlier run's or a part.
 bool writeFilteredCopy(const std::string& text, Leftover leftover, const TextEdit& edit)
 {
     std::istringstream in(text);
@@ -221,8 +220,8 @@ bool writeFilteredCopy(const std::string& text, Leftover leftover, const TextEdi
     return closeWritten(out) && ours;
 }
 
-// The shape of every pass that rewrites a crontab: copy it, edit the copy into a second file, install that, remove
-// both. An exception leaves both files where they are.
+// Copies the crontab, edits the copy into a second file, installs that and removes both. An exception leaves both
+// files.
 void rewriteCrontab(const Crontab& crontab, const TextEdit& edit)
 {
     const Leftover leftover = removeLeftover(filteredCopy());
@@ -233,7 +232,7 @@ void rewriteCrontab(const Crontab& crontab, const TextEdit& edit)
     std::remove(filteredCopy().c_str());
 }
 
-// `count` was asked before `list` was read: rows can have come or gone in between.
+// The table may have changed between `count` and `list`.
 std::vector<int> firstOf(const TaskInterface::IdList& list, int count)
 {
     return {list.begin(), list.begin() + std::min(list.count, count)};
@@ -262,18 +261,18 @@ void appendTaskLines(TaskEditor& editor, int uid, const Crontab& crontab)
         out.open(crontabCopy(), std::ios::app);
     const int count = editor.getNumTaskRecordForUser(uid); // what this throws ends the pass
     if (count < 1)
-        return; // nothing to install; the copy stays behind, and the next user's takes its place
+        return; // nothing to install; the copy stays
     std::vector<int> tasks;
     try {
         tasks = firstOf(editor.taskIdsForUser(uid), count);
     } catch (...) {
-        return; // this user goes without new lines, the others do not
+        return; // the other owners still get their lines
     }
     for (const int id : tasks) {
         try {
             appendTaskLine(editor, id, out);
         } catch (...) {
-            continue; // a task that is gone by now, say: its line is missing, the others are not
+            continue; // a task that was deleted meanwhile, say; the others still get their lines
         }
     }
     if (closeWritten(out) && copy != Copy::incomplete && copy != Copy::notOurs)
@@ -283,18 +282,14 @@ void appendTaskLines(TaskEditor& editor, int uid, const Crontab& crontab)
 
 void startTaskManager(int id, const std::string& source)
 {
-    char command[commandCapacity] = "";
-    const int length = source == "LocalTask"
-        ? std::snprintf(command, sizeof command, "%sTessaraTaskManager %d &", tmanagerPath.c_str(), id)
-        : std::snprintf(
-            command, sizeof command, "%sTessaraTaskManager %d %s &", tmanagerPath.c_str(), id, source.c_str());
-    // A cut command would lose its "&", or run something else. A negative length is one beyond what int can say.
-    const bool fits = static_cast<std::size_t>(length) < sizeof command;
-    Pipe pipe(fits ? popen(command, "r") : nullptr);
+    const std::string argument = source == "LocalTask" ? "" : std::string(" ") + source.c_str();
+    const std::string command = tmanagerPath + "TessaraTaskManager " + std::to_string(id) + argument + " &";
+    // A cut command would lose its "&", or run something else.
+    Pipe pipe(command.size() <= maxCommandLength ? popen(command.c_str(), "r") : nullptr);
     if (pipe == nullptr)
-        LogMsg(logError, "popen failed for %s", command);
-    else if (pclose(pipe.release()) != 0) // not read to its end: that would wait for the task manager
-        LogMsg(logError, "command %s didn't run successfully", command);
+        LogMsg(logError, "popen failed for %s", command.substr(0, maxCommandLength).c_str());
+    else if (pclose(pipe.release()) != 0) // do not read from it: that would wait for the task manager
+        LogMsg(logError, "command %s didn't run successfully", command.c_str());
 }
 
 } // namespace
@@ -309,7 +304,7 @@ TaskEditor* TaskEditor::getInstance()
 {
     if (tEditor != nullptr)
         return tEditor;
-    pthread_mutex_lock(&m_taskEditorMutex); // no guard: a constructor that throws leaves it held, and that is kept
+    pthread_mutex_lock(&m_taskEditorMutex); // no guard: it stays locked if the constructor throws
     if (tEditor == nullptr)
         tEditor = new TaskEditor;
     pthread_mutex_unlock(&m_taskEditorMutex);
@@ -352,7 +347,7 @@ bool TaskEditor::writeCron(std::string file, int uid)
 
 bool TaskEditor::cleanCron()
 {
-    for (const int uid : taskOwners(*this)) // with or without an account: one without has no crontab to lose
+    for (const int uid : taskOwners(*this)) // also without an account: there is no crontab to lose
         rewriteCrontab(Crontab::ofUser(uid), orv::dropTaskLines);
     return true;
 }
@@ -403,7 +398,7 @@ bool TaskEditor::deleteTask(int id, bool fromDatabase, bool)
 
 bool TaskEditor::deleteCronEntry(int taskId, int uid)
 {
-    // The real user decides here: a program that a user runs with raised rights still edits that user's own crontab.
+    // The real user chooses here, but own() looks at the effective one: a set-user-id program edits root's crontab.
     rewriteCrontab(getuid() == 0 ? Crontab::ofUser(uid) : Crontab::own(),
         [taskId](std::istream& in, std::ostream& out) { orv::dropLinesOfTask(taskId, in, out); });
     return true;

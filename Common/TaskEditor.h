@@ -6,35 +6,35 @@
 #include <pthread.h>
 #include <string>
 
-/// Held by createTask, modifyTask and deleteTask for their whole run: one such operation at a time in the process.
+/// createTask, modifyTask and deleteTask each hold it throughout: only one of them runs at a time in a process.
 extern std::mutex gMutex;
 
-/// Runs `command` through the shell and writes its standard output to the file `path`, which is made or truncated once
-/// the command has been started. True if the command was started and the file could be opened; the command's exit
-/// status does not count.
+/// Runs `command` through the shell and writes its standard output to the file `path`, which is created or truncated
+/// after the command has started. True if the command started and the file could be opened, whatever the command's
+/// exit status.
 bool executeCommand(const char* command, const char* path);
 
-/// The task store together with the crontabs that put its tasks into effect.
+/// The task store, and the crontabs that start its tasks.
 ///
-/// Each thread has an editor of its own, with a connection of its own. All editors share the scratch files
-/// "crontemp.txt" and "temp2.txt" in tempPath: only one operation that reads or writes crontabs may run at a time on a
-/// machine. The operations that say so hold gMutex; the others take no lock.
+/// Only one operation that reads or installs crontabs may run on a machine at a time, because all editors share the
+/// scratch files "crontemp.txt" and "temp2.txt" in tempPath. No operation takes care of that: hold an orv::PassLock
+/// around it, as OrvCronCleaner does. An editor itself belongs to one thread; getInstance() gives each thread its own.
 ///
-/// Crontabs are read and installed by /usr/bin/crontab, run by the shell; its exit status does not count, so that a
-/// crontab it refuses stays as it was without a word. Editing another user's crontab takes the super-user.
+/// Crontabs are read and installed by /usr/bin/crontab, through the shell. Its exit status is ignored: a crontab that
+/// it rejects stays unchanged, and no error is reported. Only the super-user can edit another user's crontab.
 ///
-/// The three passes go through the users who own tasks, in the store's order. For each they copy the crontab to
-/// "crontemp.txt", change it, install it and remove the scratch files that they use. They return true whenever they
-/// return, and throw SqliteException as the store's operations do; users not reached are then not touched, and the
-/// scratch files of the present one stay.
+/// A pass is cleanCron(), putCronFromDB() or refreshCron(). It edits the crontab of each owner, a user who owns tasks,
+/// in the store's order: it copies the crontab to "crontemp.txt", changes it, installs it and removes the scratch
+/// files. It returns true, or throws SqliteException as the store does; the owners after that one are then not edited,
+/// and the scratch files stay.
 ///
-/// A crontab that cannot be read at all counts as empty: `crontab` cannot be started, or the copy cannot be made. But
-/// a crontab stays as it was if a scratch file was made and cannot be read or written to its end (a full disk), or if
-/// an earlier run's scratch file can be neither removed nor overwritten: that holds another user's jobs.
+/// A crontab counts as empty if `crontab` cannot be started or the copy cannot be created. It stays unchanged if a
+/// scratch file cannot be read or written to its end (a full disk), or if an earlier run's scratch file, which holds
+/// another user's jobs, can be neither removed nor overwritten.
 class TaskEditor : public TaskInterface {
 public:
-    /// This thread's editor, made at the first call; ReleaseInstance() destroys it, the caller does not.
-    /// Throws what TaskInterface() throws. The thread's own lock is then left held: the same thread must not ask again.
+    /// This thread's editor, created by the first call; only ReleaseInstance() destroys it. Throws what TaskInterface()
+    /// throws; this thread must not call it again after that, because it would wait for ever.
     static TaskEditor* getInstance();
 
     /// Destroys this thread's editor, if there is one.
@@ -45,55 +45,61 @@ public:
 
     // Crontab I/O.
 
-    /// Copies a crontab to "crontemp.txt" in tempPath and returns that path: root's if the effective user is the
-    /// super-user, else the caller's own. No error is reported: if the command cannot be started or the file not
-    /// opened, what an earlier read left stays. The file is not removed.
+    /// Copies a crontab to "crontemp.txt" in tempPath and returns that path: root's crontab if the effective user is
+    /// the super-user, else the caller's own. No error is reported: if the command does not start or the file cannot be
+    /// opened, an earlier copy stays. The caller removes the file.
     std::string readCron();
 
-    /// As readCron(), for the crontab of user `uid`. Runs nothing if there is no such account.
+    /// As readCron(), for the crontab of user `uid`. Runs nothing if `uid` has no account.
     std::string readCron(int uid);
 
-    /// Installs the file `file`, a path without blanks, as a crontab: root's if the effective user is the super-user,
-    /// else the caller's own. True if the command could be started.
+    /// Installs `file` as root's crontab if the effective user is the super-user, else as the caller's own. The path
+    /// goes into a shell command unchanged: it must come from the program and hold no blanks. True if the command
+    /// started.
     bool writeCron(std::string file);
 
-    /// As writeCron(file), for the crontab of user `uid`. Runs nothing and returns false if there is no such account.
+    /// As writeCron(file), for the crontab of user `uid`. Runs nothing and returns false if `uid` has no account.
     bool writeCron(std::string file, int uid);
 
     // The passes.
 
-    /// Takes every line that mentions the task manager's path out of the crontab of each user who owns a task; see
-    /// orv::dropTaskLines for what else goes.
+    /// The clean: deletes each line that contains the task manager's path. orv::dropTaskLines says what else is lost.
     bool cleanCron();
 
-    /// Appends a task line to its owner's crontab for each task of status 5 or less and of another type than 3. Lines
-    /// that are there already stay, so that a second run doubles them. A user without an account is left out, and so is
-    /// one whose tasks cannot be listed, or who has none to count; a task that cannot be read gets no line. For a user
-    /// without a task to count, or whose tasks cannot be listed, "crontemp.txt" stays behind.
+    /// The rebuild: appends a task line for each task with a status of 5 or less, unless its type is 3. Existing lines
+    /// stay, so a second rebuild doubles them. A task that cannot be read gets no line. An owner without an account is
+    /// skipped. So is one without such tasks, or whose tasks cannot be listed; for these "crontemp.txt" is not removed.
     bool putCronFromDB();
 
-    /// Gives each task line in the crontab of each user who owns a task a line of its own; see orv::splitTaskLines.
-    /// Throws "Database: taskId not found" at the first task line if there is no task 0, with that crontab as it was.
+    /// The refresh: puts each task line on a line of its own, as orv::splitTaskLines does.
+    /// It needs a task 0. The store never creates one; another program can insert a row with that id. Without it, the
+    /// first task line makes the refresh throw "Database: taskId not found", and that crontab stays unchanged.
     bool refreshCron();
 
-    // Operations on one task. Each holds gMutex while it runs, and lets it go also when it throws.
+    // Operations on one task. createTask, modifyTask and deleteTask hold gMutex throughout, and release it if they
+    // throw.
 
-    /// Stores `task` as writeDbTask does and returns its id. With `runNow`, then starts the task manager for it in the
-    /// background, with `source` behind the id unless it is "LocalTask". That this fails is logged, no more.
-    /// `source` goes into a shell command as it stands: it must come from a trusted caller. A command of more than 1023
-    /// characters is not run. Writes no crontab line.
+    /// Stores `task` as writeDbTask does and returns its id. Writes no crontab line. With `runNow`, it then starts the
+    /// task manager in the background, with the id and, unless `source` is "LocalTask", with `source` as arguments.
+    /// `source` goes into a shell command unchanged: it must come from a trusted caller.
+    /// Three failures are logged and otherwise ignored: a command of more than 1023 characters, which is not run; a
+    /// shell that does not start; and one that returns an error, for a `source` that is not valid shell, say. Because
+    /// of the background, a task manager that is missing or fails is not noticed.
     int createTask(TaskInfo& task, bool runNow, std::string source);
 
-    /// Writes `task` as modifyDbTask does. The flag is not used. The crontab is not touched.
+    /// Writes `task` as modifyDbTask does. The flag is ignored. The crontab is not changed.
     bool modifyTask(TaskInfo& task, bool);
 
-    /// Deletes the task `id`: its row, if `fromDatabase`, then its crontab line, unless its type is 3. The last flag is
-    /// not used. Returns true. Throws what getTaskInfoObject and deleteDbTask throw; the crontab is then not touched.
+    /// Deletes the task `id`: its row, if `fromDatabase`, then its task line as deleteCronEntry does, unless its type
+    /// is
+    /// 3. The last flag is ignored. Returns true. Throws what getTaskInfoObject and deleteDbTask throw; the crontab is
+    /// then not changed.
     bool deleteTask(int id, bool fromDatabase, bool);
 
-    /// Takes every line that runs the task manager for the task `taskId` out of the crontab of user `uid`, or out of
-    /// the caller's own if the real user is not the super-user; see orv::dropLinesOfTask for what else goes. Returns
-    /// true. Scratch files as for the passes. Takes no lock.
+    /// Deletes the task lines of `taskId` from a crontab, and returns true. orv::dropLinesOfTask says what else is
+    /// lost. If the real user is the super-user, it is the crontab of user `uid`. Else `uid` is ignored, and it is the
+    /// one that readCron() reads: the caller's own. Warning: in a set-user-id program of root's, that is root's
+    /// crontab. Scratch files as in a pass. Takes no lock.
     bool deleteCronEntry(int taskId, int uid);
 
 protected:

@@ -11,7 +11,7 @@
 
 namespace {
 
-// The names end in a blank: the time follows them without another separator.
+// Each name ends in a blank, because the time follows.
 const char* nameText(TaskType type)
 {
     switch (type) {
@@ -43,7 +43,7 @@ std::string asctimeText(const tm& local)
     constexpr int asctimeCapacity = 26; // POSIX's size
     char text[asctimeCapacity] = "";
     asctime_r(&local, text);
-    return text; // ends in a line break, and so does the description: it is how descriptions have always been stored
+    return text; // with its line feed: stored descriptions have always ended in one
 }
 
 } // namespace

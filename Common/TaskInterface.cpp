@@ -22,7 +22,7 @@ namespace {
 constexpr int logError = 3;
 constexpr int codeNotFound = 401;
 constexpr int maxTaskRows = 40;
-constexpr auto countsAsUsersTask = "5"; // the highest status of a task that counts as one of its user's
+constexpr auto countsAsUsersTask = "5"; // the highest status of a task that gets a task line
 
 SqliteException dataNotFound()
 {
@@ -33,7 +33,7 @@ std::unique_ptr<SqliteDb> openRead(const std::string& sql, const char* failure)
 {
     auto db = std::make_unique<SqliteDb>(databaseName.c_str(), false);
     if (!db->doReadSql(sql.c_str()))
-        throw SqliteException(db->lastError, failure); // the code is copied out before db closes
+        throw SqliteException(db->lastError, failure); // copies the code before db closes
     return db;
 }
 
@@ -45,12 +45,12 @@ std::unique_ptr<SqliteDb> openFirstRow(const std::string& sql, const char* failu
     return db;
 }
 
-// The number in the only column of the row, asked for by its position or its name.
+// The number in the only column of the row, by its position or its name.
 template <class Column> int takeInt(SqliteDb& db, Column column)
 {
     if (db.columnType(0) == SqliteDb::columnBlob) // its cell would hold an address
         return orv::toInt(db.getColumn(0));
-    const std::unique_ptr<valueCell> cell(static_cast<valueCell*>(db[column])); // typed again, so delete is defined
+    const std::unique_ptr<valueCell> cell(static_cast<valueCell*>(db[column])); // delete needs the type
     return cell->integer;
 }
 
@@ -59,8 +59,7 @@ int readInt(const std::string& sql, const char* failure)
     return takeInt(*openFirstRow(sql, failure), 0);
 }
 
-// The table can change between the count and this list. The array is as long as was counted, and any other number of
-// rows is reported.
+// `count` is from an earlier statement: the table may have changed since.
 template <class Column>
 TaskInterface::IdList readIds(int count, const std::string& sql, const char* failure, Column column)
 {
@@ -99,7 +98,7 @@ orv::CfRef<CFDataRef> dataOf(const void* bytes, std::size_t length)
         CFDataCreate(kCFAllocatorDefault, static_cast<const UInt8*>(bytes), static_cast<CFIndex>(length)));
 }
 
-// A list that was put into the table as text is as good as one put there as a blob. Only a blob's cell holds a pointer.
+// The column may be a blob or a text, but only a blob's cell holds a pointer.
 orv::CfRef<CFDataRef> columnData(SqliteDb& db, int column)
 {
     if (db.columnType(column) == SqliteDb::columnBlob) {
@@ -132,13 +131,13 @@ CFPropertyListRef readParameter(SqliteDb& db, int column)
 CFMutableDictionaryRef readResult(SqliteDb& db, int column)
 {
     const orv::CfRef<CFPropertyListRef> list = readPropertyList(db, column);
-    // the copy takes what it is handed for a dictionary without a look
+    // CFDictionaryCreateMutableCopy does not check the type
     if (list == nullptr || CFGetTypeID(list.get()) != CFDictionaryGetTypeID())
         return nullptr;
     return CFDictionaryCreateMutableCopy(kCFAllocatorDefault, 0, static_cast<CFDictionaryRef>(list.get()));
 }
 
-// XML; no bytes if `list` is null or not a property list, or for want of memory.
+// XML. No bytes if `list` is null or not a property list, or if there is no memory.
 Bytes serialised(CFPropertyListRef list)
 {
     if (list == nullptr)
@@ -278,7 +277,7 @@ bool TaskInterface::getTaskInfoObject(int id, TaskInfo** out)
 {
     const auto db = openRead("select * from TaskTable where id=" + std::to_string(id), "Error in querying table");
     if (!db->nextRow())
-        throw SqliteException(db->lastError, "Database: taskId not found"); // callers tell it from 401
+        throw SqliteException(db->lastError, "Database: taskId not found"); // code 0: callers tell this from 401
 
     const auto number = [&db](int column) { return orv::toInt(db->getColumn(column)); };
     orv::OwnedTask task(new TaskInfo(TaskType(number(2))));
@@ -292,7 +291,7 @@ bool TaskInterface::getTaskInfoObject(int id, TaskInfo** out)
     task->status = TaskStatus(number(8));
     task->count = number(9);
     task->userId = number(10);
-    task->recType = number(11) == 1 ? 1 : 0; // a flag: any other number is no flag
+    task->recType = number(11) == 1 ? 1 : 0; // any other number is 0, too
     *out = task.release();
     return true;
 }
@@ -356,7 +355,7 @@ int TaskInterface::writeDbTask(TaskInfo& task)
     if (!storable)
         db.lastError = SqliteDb::resultMisuse;
     const bool written = storable && db.doWriteSql(sql.c_str(), values);
-    dbMaxRecordCleaner(); // after a failed insert too: the bound holds whatever becomes of the new task
+    dbMaxRecordCleaner(); // after a failed insert, too
     if (!written)
         throw SqliteException(db.lastError, "Database: Write failed");
     return db.lastInsertId;
@@ -385,7 +384,7 @@ bool TaskInterface::modifyDbTask(TaskInfo& task)
 
     SqliteDb db(databaseName.c_str(), false);
     if (!db.doWriteSql(sql.c_str(), values))
-        throw SqliteException(db.lastError, "Database: Write failed"); // nothing was added, so no cleaner
+        throw SqliteException(db.lastError, "Database: Write failed"); // without the cleaner
     dbMaxRecordCleaner();
     return true;
 }
@@ -432,15 +431,14 @@ bool TaskInterface::incrementCount(int id)
 
 bool TaskInterface::setLastRunTime(int id)
 {
-    // Without quotes the commas make this no statement, and it has always been refused: a last-run time that a program
-    // did not pass through modifyDbTask must not appear in the table.
+    // Do not add the missing quotes: only modifyDbTask may store a time of the last run.
     return ranWrite(
         "update TaskTable set lastRun=" + convertTmToString(time(nullptr)) + " where id=" + std::to_string(id));
 }
 
 bool TaskInterface::setResult(int id, CFMutableDictionaryRef result)
 {
-    convertTmToString(time(nullptr)); // only for the log line where the local time cannot be had
+    convertTmToString(time(nullptr)); // only for what it logs if there is no local time
     const Bytes bytes = serialised(result);
     if (bytes.data == nullptr)
         return false;

@@ -9,25 +9,24 @@
 #include <string>
 #include <vector>
 
-/// The time-stamp text of `time` (seconds since 1970): the nine fields of the local time, tm_sec first, tm_isdst last,
-/// in decimal and each followed by a comma, the last one too: "5,30,8,16,10,126,1,319,0,". "" if there is no such local
-/// time, which is logged.
+/// The time-stamp text of `time` (seconds since 1970): the nine fields of the local time from tm_sec to tm_isdst, each
+/// followed by a comma: "5,30,8,16,10,126,1,319,0,". If `time` has no local time, that is logged and the text is "".
 std::string convertTmToString(long time);
 
-/// The moment that a time-stamp text denotes, as mktime gives it: in the local time zone of this process, with tm_isdst
-/// from the text, -1 on error. Nothing is checked. A field without digits is 0; where the text has too few fields,
-/// reading starts again at its beginning; what follows the ninth field is ignored.
+/// The time of a time-stamp text in seconds since 1970, as mktime computes it from the text's nine fields in the local
+/// time zone; -1 on error. Nothing is checked. A field without digits is 0. If there are less than nine fields, reading
+/// starts again at the beginning of the text. Text after the ninth field is ignored.
 time_t convertStringToTm(std::string text);
 
 /// The task store: every query and update of TaskTable.
 ///
-/// It is a connection to the task database, made with the table if there was none, but no operation uses it: each opens
-/// a connection of its own and closes it before it returns or throws. No transaction spans two operations, and nothing
-/// is kept between them. They take no lock but SQLite's on the file, for which they wait 5 seconds.
+/// The object itself is an open connection that no operation uses. Each operation opens a connection of its own and
+/// closes it before it returns or throws. Nothing is kept from one operation to the next, and no transaction spans two.
+/// The only lock is SQLite's on the file, for which an operation waits up to 5 seconds.
 ///
-/// Failures are thrown as SqliteException: 401 "Data not found" if a statement ran and found no row (or not as many as
-/// were counted before), else SQLite's result code with the text that stands with the operation. Any operation can
-/// throw std::bad_alloc. An operation that fails has changed nothing, but for what it says.
+/// Failures are thrown as SqliteException, with code 401 and "Data not found" if a statement ran but found no row (or
+/// not as many rows as were counted before); else with SQLite's result code and the message given for the operation.
+/// Any operation can throw std::bad_alloc. Unless stated otherwise, an operation that fails has changed nothing.
 class TaskInterface : public SqliteDb {
 public:
     /// Ids in SQLite's row order, and how many.
@@ -39,13 +38,13 @@ public:
         const int* end() const { return ids.get() + count; }
     };
 
-    /// Opens the task database and makes TaskTable in it if it has none.
-    /// Throws SqliteException with SQLite's code if the file cannot be opened or the table cannot be made.
+    /// Opens the task database, and creates the file and TaskTable if they do not exist.
+    /// Throws SqliteException with SQLite's code if the file cannot be opened or the table cannot be created.
     TaskInterface();
 
-    // Counts and lists. Each list counts first and throws what its count throws; it throws 401 if there are none, or if
-    // the number of rows has changed since they were counted. The arrays are made with new int[n], n the matching
-    // count, never 0; the caller frees them with delete[].
+    // Counts and lists. Each list counts first, and throws what that count throws. It throws 401 if the count is 0, or
+    // if the number of rows has changed since. An int* is an array made with new int[n], where n is that count; the
+    // caller frees it with delete[].
 
     /// The number of tasks. Throws "TaskTable doesn't exist-1".
     int getNumTaskRecord();
@@ -83,23 +82,21 @@ public:
 
     // Reading one task.
 
-    /// Reads the task `id` into a new TaskInfo and returns true. The caller owns `*out` and its two property lists:
-    /// orv::OwnedTask(*out) takes them over. `parameter` and `result` are mutable copies; they are null where the table
-    /// holds NULL, or nothing that is a property list (for `result`, a dictionary). `recType` is 1 or 0. Throws "Error
-    /// in querying table"; if there is no such task, "Database: taskId not found", whose code is not 401 but what
-    /// lastError holds, 0. `*out` is then as it was.
+    /// Reads the task `id` into a new TaskInfo and returns true. The caller owns `*out` and its two property lists;
+    /// orv::OwnedTask(*out) releases all three. `parameter` and `result` are mutable copies, or null if the column is
+    /// not a property list (for `result`, a dictionary). Throws "Error in querying table". If there is no such task,
+    /// throws "Database: taskId not found", with code 0 and not 401. If it throws, `*out` is unchanged.
     bool getTaskInfoObject(int id, TaskInfo** out);
 
-    /// As getTaskInfoObject(id, out), with an owner that releases the record and its two property lists.
+    /// As getTaskInfoObject, with an owner that releases the task and its two property lists.
     orv::OwnedTask task(int id);
 
-    /// The column `columnName` of the task `id` as text, "" for NULL. The name goes into the statement as it stands: it
-    /// must come from the program, not from outside. Throws "Error in the parameter", also for a column that there is
-    /// not.
+    /// The column `columnName` of the task `id` as text; "" for NULL. The name goes into the statement unchanged: it
+    /// must come from the program, not from a user. Throws "Error in the parameter", also if there is no such column.
     std::string getTaskParameter(int id, const char* columnName);
 
-    /// The id of the first task whose description is `name`. The name goes into the statement as it stands: an
-    /// apostrophe in it ends the text there. Throws "Error in taskName".
+    /// The id of the first task whose description is `name`. The name goes into the statement unchanged, between
+    /// apostrophes: it must hold none, and must come from the program. Throws "Error in taskName".
     int getTaskIdByName(std::string name);
 
     /// The type of the task `id`. Throws "Database error".
@@ -108,32 +105,34 @@ public:
     /// The status of the task `id`. Throws "Error in taskId".
     int getTaskStatus(int id);
 
-    // Writing tasks. After an insert (failed ones included) and after a successful change, dbMaxRecordCleaner runs;
-    // what it throws comes out of the operation although the row has been written.
+    // Writing tasks. dbMaxRecordCleaner runs after each insert, even a failed one, and after each successful update. If
+    // it throws, the caller gets that exception, but what was written stays.
 
-    /// Inserts `task` with a new id and returns the id, which is not written to `task`. status, count and result are
-    /// not stored: the row begins with the table's defaults. cronTime goes into the statement between double quotes as
-    /// it stands, so that it must hold none. Throws "Database: Write failed"; its code is SQLite's for misuse (21) if
-    /// `parameter` is no property list.
+    /// Inserts `task` with a new id and returns the id; `task` itself keeps its own. status, count and result are not
+    /// stored: the new row has the table's defaults, 1, 0 and NULL. cronTime goes into the statement unchanged, between
+    /// double quotes: it must hold none. Throws "Database: Write failed". If `parameter` is not a property list,
+    /// nothing is inserted and the code is 21, SQLite's for misuse.
     int writeDbTask(TaskInfo& task);
 
-    /// Writes `task` over the row with its id and returns true, also if there is none. created and result keep what is
-    /// stored, and so does parameter if that of `task` is null or no property list. Throws "Database: Write failed".
+    /// Updates the row with the id of `task`; true even if there is none. created and result are not changed, nor is
+    /// parameter if that of `task` is null or not a property list. cronTime goes between double quotes as in an insert,
+    /// but here SQLite reads the name of a column as that column: the cronTime "type" stores the row's type, "1" say.
+    /// Throws "Database: Write failed".
     bool modifyDbTask(TaskInfo& task);
 
-    /// Deletes the task `id` and returns true, also if there is none. Throws "Deletion failed".
+    /// Deletes the task `id`; true even if there is none. Throws "Deletion failed".
     bool deleteDbTask(int id);
 
-    /// Deletes all tasks and returns true. Their ids are not given out again. Throws "Deletion failed".
+    /// Deletes all tasks and returns true. Their ids are not used again. Throws "Deletion failed".
     bool clearDatabase();
 
-    /// Deletes tasks of status 3 or 5, in SQLite's row order, until there are no more than 40 tasks or none of these
-    /// are left. Returns true, also if they cannot be read; false if a deletion failed: what was deleted until then
-    /// stays deleted. Throws what getNumTaskRecord() throws.
+    /// If there are more than 40 tasks, deletes those of status 3 or 5, in SQLite's row order, until 40 are left. Tasks
+    /// of other statuses are never deleted, so more than 40 can remain. True even if the tasks cannot be read; false if
+    /// a deletion failed, which keeps the deletions before it. Throws what getNumTaskRecord() throws.
     bool dbMaxRecordCleaner();
 
-    // Bookkeeping of a run. Each changes one column of one row. True if SQLite ran the statement, also if there is no
-    // such task; false otherwise: they do not throw SqliteException.
+    // Recording what a task did. Each changes one column of one row. True if SQLite ran the statement, even if there is
+    // no such task; else false. They do not throw SqliteException.
 
     /// Sets the status of the task `id`, to any number.
     bool setTaskStatus(int id, TaskStatus status);
@@ -141,20 +140,20 @@ public:
     /// Adds 1 to the run count of the task `id`.
     bool incrementCount(int id);
 
-    /// Returns false and changes nothing: the time goes into the statement without quotes, which SQLite refuses. A new
-    /// time of the last run reaches the table through modifyDbTask.
+    /// Always returns false and changes nothing: its statement lacks quotes, so SQLite rejects it. To store the time of
+    /// a run, use modifyDbTask.
     bool setLastRunTime(int id);
 
-    /// Stores `result` as the outcome of the task `id`. It stays the caller's. False, with nothing changed, if it is
-    /// null or not a property list.
+    /// Stores `result`, which the caller still owns, as the outcome of the task `id`. False, with nothing changed, if
+    /// it is null or not a property list.
     bool setResult(int id, CFMutableDictionaryRef result);
 
-    /// Appends to `values` the `length` bytes at `data`, which stay the caller's, as a value for the placeholder
-    /// `index`.
+    /// Appends to `values` the `length` bytes at `data` for the placeholder `index`. The caller still owns the bytes.
     static void PushSqliteDataContainerIntoVector(
         std::vector<SqliteDataContainer>& values, void* data, unsigned long length, SqliteDataType type, int index);
 
 private:
+    // Nothing reads these two. They are part of the layout that programs built earlier rely on.
     std::string m_databasePath;
-    std::string m_secondText; ///< kept for the other programs of the product; empty
+    std::string m_secondText;
 };

@@ -21,16 +21,6 @@ int OrvException::getErrorCode()
     return m_errorCode;
 }
 
-const char* OrvException::getMessage() const
-{
-    return m_message;
-}
-
-int OrvException::getErrorCode() const
-{
-    return m_errorCode;
-}
-
 SqliteException::SqliteException(long code, const char* message)
     : OrvException(code, message)
 {

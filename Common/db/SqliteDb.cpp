@@ -20,12 +20,12 @@ namespace {
 
 constexpr int busyWaitMilliseconds = 5000;
 
-// Pages that SQLite takes from static memory rather than from malloc; what does not fit goes to malloc as usual.
+// Pages in static memory. When they are used up, SQLite takes more from malloc.
 constexpr int staticPages = 16;
-constexpr int staticPageSize = 4096 + 512; // a page of the default size and what SQLite keeps with it
+constexpr int staticPageSize = 4096 + 512; // a page of the default size and SQLite's header
 
-// The statement names its table itself, so that the table is there already shows in SQLite's answer alone. Asking first
-// would cost every start a statement, and leave a gap in which another program can make the table.
+// Only SQLite's message tells that the table exists. Asking first would cost a statement at every start, and another
+// program could create the table in between.
 bool tableExistsAlready(sqlite3* connection, int resultCode)
 {
     return resultCode == SQLITE_ERROR && std::strstr(sqlite3_errmsg(connection), "already exists") != nullptr;
@@ -33,7 +33,7 @@ bool tableExistsAlready(sqlite3* connection, int resultCode)
 
 int bind(sqlite3_stmt* statement, const SqliteDataContainer& value)
 {
-    // SQLite would take a null pointer for NULL, but an empty description is a text.
+    // For SQLite a null pointer means NULL, but an empty description is a text.
     const void* bytes = value.length == 0 ? "" : value.data;
     const sqlite3_uint64 size = static_cast<std::uint32_t>(value.length);
     switch (value.type) {
@@ -70,7 +70,7 @@ void SqliteDb::setUpForOneThread()
 {
     alignas(8) static char pages[staticPages * staticPageSize];
     if (sqlite3_config(SQLITE_CONFIG_SINGLETHREAD) != SQLITE_OK)
-        return; // there has been a connection
+        return; // a connection was opened before
     sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
     sqlite3_config(SQLITE_CONFIG_PAGECACHE, pages, staticPageSize, staticPages);
 }
@@ -79,10 +79,10 @@ SqliteDb::SqliteDb(const char* path, bool)
 {
     sqlite3* connection = nullptr;
     m_openResult = sqlite3_open_v2(path, &connection, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
-    m_connection.reset(connection); // SQLite gives one for most failures too, to be closed
+    m_connection.reset(connection); // most failures return one too, to be closed
     if (m_openResult == SQLITE_OK) {
         sqlite3_busy_timeout(connection, busyWaitMilliseconds);
-        // The store writes texts in double quotes, which a SQLite can be built to refuse.
+        // The store writes texts in double quotes, which some builds of SQLite reject.
         sqlite3_db_config(connection, SQLITE_DBCONFIG_DQS_DML, 1, nullptr);
     } else
         m_connection.reset();
@@ -179,7 +179,7 @@ int SqliteDb::prepare(const char* sql, Statement& statement) const
     sqlite3_stmt* prepared = nullptr;
     const int result = sqlite3_prepare_v2(m_connection.get(), sql, -1, &prepared, nullptr);
     statement.reset(prepared);
-    return result == SQLITE_OK && prepared == nullptr ? SQLITE_MISUSE : result; // no statement in the text at all
+    return result == SQLITE_OK && prepared == nullptr ? SQLITE_MISUSE : result; // no statement in the text
 }
 
 int SqliteDb::readRows(const char* sql)
@@ -189,7 +189,7 @@ int SqliteDb::readRows(const char* sql)
     if (result != SQLITE_OK)
         return result;
     while ((result = sqlite3_step(statement.get())) == SQLITE_ROW) {
-        // not before the first step: when the table has changed since, SQLite prepares the statement anew there
+        // after the first step: there SQLite prepares the statement again if the table has changed
         if (m_rows == 0 && (result = readColumnNames(statement.get())) != SQLITE_OK)
             return result;
         if ((result = readRow(statement.get())) != SQLITE_OK)

@@ -5,18 +5,16 @@
 /// The task database, shared with the product's other programs.
 const std::string databaseName = "/usr/local/Quarno/Kestrelcore/var/OrvMacDatabase.db";
 
-/// Directory of the scratch copies of crontabs; file names are appended directly. Installation makes it, no program
-/// does.
+/// Directory of the scratch copies of crontabs; file names are appended directly. The installation creates it.
 const std::string tempPath = "/usr/local/Quarno/Kestrelcore/var/tmp/";
 
-/// Directory of the task manager's executable; its name is appended directly.
+/// Directory of the task manager; its name, "TessaraTaskManager", is appended directly.
 const std::string tmanagerPath = "/usr/local/Quarno/Kestrelcore/";
 
-/// Appended to a shell command, without a separator, to discard what it prints.
+/// Appended directly to a shell command to discard its output.
 const std::string errorRedirection = " >> /dev/null 2>&1";
 
-/// The statement that makes TaskTable. Tasks are read by column position, so the order of the columns is a contract
-/// too.
+/// The statement that creates TaskTable. Do not reorder the columns: tasks are read by column position.
 const std::string createTableString = "CREATE TABLE TaskTable("
                                       "id INTEGER PRIMARY KEY AUTOINCREMENT,"
                                       "description VARCHAR(255) NOT NULL,"

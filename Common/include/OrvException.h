@@ -3,29 +3,28 @@
 #include <cstdint>
 #include <exception>
 
-/// A failure that carries a text and a number. Thrown by value; it owns no memory on the heap.
+/// A failure with a message and a code. Thrown by value; uses no heap memory.
 ///
-/// what() says "std::exception" for every failure: catch an OrvException before a std::exception, and call
-/// getMessage(). Both operations work on a const reference too:
+/// what() returns "std::exception" for every failure, so catch an OrvException before a std::exception:
 /// catch (const OrvException& failure) { report(failure.getMessage(), failure.getErrorCode()); }
 class OrvException : public std::exception {
 public:
     ~OrvException() override;
 
-    /// The message, NUL-terminated, at most 4095 characters. It lives in the exception object, as long as that does.
+    /// The message, NUL-terminated, at most 4095 characters. It is a part of the exception object.
     virtual char* getMessage();
 
     /// The code, a signed 32-bit number.
     virtual int getErrorCode();
 
-    // For a failure that was caught by const reference. They are not virtual, so that the table of virtual operations
-    // stays as programs built before have it.
+    // For a failure caught by const reference. Not virtual: programs built earlier rely on the table of virtual
+    // functions.
 
     /// As getMessage() above.
-    const char* getMessage() const;
+    const char* getMessage() const { return m_message; }
 
     /// As getErrorCode() above.
-    int getErrorCode() const;
+    int getErrorCode() const { return m_errorCode; }
 
 protected:
     /// Copies `message`, cut to 4095 characters, and keeps the low 32 bits of `code`.
@@ -38,8 +37,10 @@ private:
     std::int32_t m_errorCode;
 };
 
-/// A failure of the task database. The code is 401 where a statement ran and found no row, or not as many as were
-/// counted; else it is the SQLite result code of the statement that failed.
+/// A failure of the task database. The code is SQLite's result code of the statement that failed, except:
+/// 401, with "Data not found", if a statement ran but found no row, or not as many rows as were counted before;
+/// 0, with "Database: taskId not found", if getTaskInfoObject finds no such task;
+/// 21, with "Database: Write failed", if writeDbTask gets a parameter that is not a property list, and so runs nothing.
 class SqliteException : public OrvException {
 public:
     SqliteException(long code, const char* message);

@@ -6,7 +6,7 @@
 #define ORV_PRINTF_LIKE
 #endif
 
-/// Logs one message. `level` is a syslog priority number, 0 (emergency) to 7 (debug); errors are 3.
-/// `format` is printf's, with its arguments behind it: a text from elsewhere goes in as an argument for "%s", never as
-/// the format. Returns nothing and never fails; the message goes to syslog(3) under the program's name.
+/// Logs one message to syslog(3) under the program's name; never fails. `level` is a syslog priority, from 0
+/// (emergency) to 7 (debug); an error is 3. `format` and what follows it are as for printf: pass a text from outside as
+/// an argument for "%s", never as the format.
 extern "C" void LogMsg(int level, const char* format, ...) ORV_PRINTF_LIKE;

@@ -1,20 +1,19 @@
-/// CoreFoundation for systems that lack it: the calls with which programs make, read, change and store the property
-/// lists of a task, under their public names. On macOS this file is not used; the framework is.
+/// CoreFoundation for systems without it: the functions that a program needs to create, read, change and store the
+/// property lists of a task, under their public names. On macOS the framework is used, and not this file.
 ///
-/// Rules that hold for every call:
-/// - What Create and Copy return is the caller's, to be given to CFRelease; what Get returns is not.
-/// - A Create or Copy call for which memory runs out returns NULL; a call that changes a container leaves it as it was.
-///   No call throws.
-/// - A reference handed in must be of the type that its parameter names. NULL or another type there, an index beyond
-///   the end, or a container that is immutable where one is to be changed, ends the process with a message.
-/// - Retaining and releasing are safe from any thread. So is reading one object from several threads; changing a
-///   container while another thread uses it is not.
-/// - `allocator` is accepted and ignored: memory comes from malloc.
-/// - Objects released by a container that is being released are destroyed one after the other, not one inside the
-///   other: depth costs no stack.
+/// Rules for every function:
+/// - The caller owns what Create and Copy return, and releases it with CFRelease. It does not own what Get returns.
+/// - If there is no memory, Create and Copy return NULL, and a function that changes a container leaves it unchanged.
+///   Nothing is thrown.
+/// - These end the process with a message: NULL or an object of another type than the parameter's, an index beyond the
+///   end, and a change of an immutable container.
+/// - Any thread may retain and release any object. Several threads may read one object, but none may use a container
+///   while another changes it.
+/// - `allocator` is ignored: memory comes from malloc.
+/// - Releasing a deeply nested container takes no more stack than a flat one.
 ///
-/// What is not here: everything that is not declared below, and
-/// - mutable strings and mutable data, hence also mutable leaves of property lists;
+/// Not supported: all that is not declared below, and
+/// - mutable strings and mutable data, in property lists too;
 /// - string encodings other than UTF-8 and ASCII;
 /// - containers of anything but objects: callbacks other than the kCFType ones end the process.
 /// Property lists have limits of their own: see CFPropertyList below.
@@ -88,62 +87,61 @@ static inline CFRange CFRangeMake(CFIndex location, CFIndex length)
     return range;
 }
 
-/// NULL, and the only allocator there is.
+/// NULL, the only allocator.
 extern const CFAllocatorRef kCFAllocatorDefault;
 
 // --- Every object ----------------------------------------------------------------------------------------------------
 
-/// `object`, its retain count raised by one.
+/// Adds one to the retain count, and returns `object`.
 CFTypeRef CFRetain(CFTypeRef object);
 
-/// Lowers the retain count by one; the object is gone when that was the last.
+/// Subtracts one from the retain count, and destroys the object when the count is 0.
 void CFRelease(CFTypeRef object);
 
-/// The number of owners; for tests. Constants (CFSTR, kCFBooleanTrue, kCFBooleanFalse) have some large number, always.
+/// The retain count, for tests. For a constant (CFSTR, kCFBooleanTrue, kCFBooleanFalse) it is always a large number.
 CFIndex CFGetRetainCount(CFTypeRef object);
 
 CFTypeID CFGetTypeID(CFTypeRef object);
 
-/// Whether both are of one type and have equal content. Numbers compare by value, whatever their width and kind:
-/// integer 1 equals double 1.0; not-a-number equals itself; minus zero does not equal zero. A number never equals a
-/// boolean. Recurses into containers: one that contains itself must not be compared with another.
+/// Whether both are of the same type and have equal contents. Numbers are equal if their values are, whatever their
+/// types: integer 1 equals double 1.0. Not-a-number equals itself; minus zero does not equal zero. A number never
+/// equals a boolean. Do not compare containers that contain themselves.
 Boolean CFEqual(CFTypeRef left, CFTypeRef right);
 
 /// Equal objects have equal hashes.
 CFHashCode CFHash(CFTypeRef object);
 
 // --- CFString --------------------------------------------------------------------------------------------------------
-// Immutable UTF-16. Any units are possible, U+0000 and unpaired surrogates too.
+// Immutable UTF-16. It may contain any unit, even U+0000 and unpaired surrogates.
 
 typedef UInt32 CFStringEncoding;
 enum { kCFStringEncodingASCII = 0x0600, kCFStringEncodingUTF8 = 0x08000100 };
 
 CFTypeID CFStringGetTypeID(void);
 
-/// A string with the content of the C string `text`; NULL if that is not valid in `encoding`, or if `encoding` is
-/// unknown.
+/// A string from the C string `text`; NULL if that is not valid in `encoding`, or if `encoding` is not supported.
 CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, const char* text, CFStringEncoding encoding);
 
-/// The same of `count` bytes, zero bytes included. Both drop a byte-order mark at the front.
+/// As above, from `count` bytes, zero bytes included. Both drop a byte-order mark at the front.
 CFStringRef CFStringCreateWithBytes(CFAllocatorRef allocator, const UInt8* bytes, CFIndex count,
     CFStringEncoding encoding, Boolean isExternalRepresentation);
 
-/// A string of `count` UTF-16 units, taken as they are.
+/// A string of `count` UTF-16 units, which are not checked.
 CFStringRef CFStringCreateWithCharacters(CFAllocatorRef allocator, const UniChar* units, CFIndex count);
 
 /// The number of UTF-16 units.
 CFIndex CFStringGetLength(CFStringRef string);
 
-/// Copies the units of `range` to `units`, which has room for them.
+/// Copies the units of `range` to `units`, which must have room for them.
 void CFStringGetCharacters(CFStringRef string, CFRange range, UniChar* units);
 
-/// Writes the string and a zero byte to `text`. False if it cannot be had in `encoding` (an unpaired surrogate in
-/// UTF-8, U+0080 and above in ASCII), if `encoding` is unknown, or if `capacity` bytes do not suffice; `text` then
-/// holds the empty string if there is room for that. A U+0000 inside is copied as a zero byte.
+/// Writes the string and a zero byte to `text`. A U+0000 in the string is written as a zero byte. False if `encoding`
+/// is not supported or cannot represent the string (an unpaired surrogate in UTF-8, U+0080 and above in ASCII), or if
+/// `capacity` bytes are too few; `text` is then the empty string if there is room for that.
 Boolean CFStringGetCString(CFStringRef string, char* text, CFIndex capacity, CFStringEncoding encoding);
 
-/// A constant string from a literal: it takes no memory at run time, is never destroyed and may be used from any
-/// thread. Two places with the same literal give two objects, which are equal. Escapes such as \xe9 are UTF-16 units.
+/// A constant string from a literal. It allocates no memory, is never destroyed, and any thread may use it. Each CFSTR
+/// in the source is an object of its own; two with the same literal are equal. An escape such as \xe9 is a UTF-16 unit.
 #ifdef __cplusplus
 #define CFSTR(literal)                                                                                                 \
     ([]() noexcept -> CFStringRef {                                                                                    \
@@ -158,7 +156,7 @@ Boolean CFStringGetCString(CFStringRef string, char* text, CFIndex capacity, CFS
     })
 #endif
 
-/// Not for use by itself: the place of one CFSTR, all zero until it is first reached, and what makes the string there.
+/// For CFSTR only: the memory of one constant string, zero before its first use, and the function that fills it.
 struct OrvCFConstantString {
     CFStringRef made;
     uint64_t object[12];
@@ -174,16 +172,16 @@ ORV_CF_ENUM(CFNumberType){kCFNumberSInt8Type = 1, kCFNumberSInt16Type = 2, kCFNu
 
 CFTypeID CFNumberGetTypeID(void);
 
-/// A number from the value of type `type` at `value`; NULL if `type` is none of the above.
+/// A number from the value of type `type` at `value`; NULL if `type` is not one of the above.
 CFNumberRef CFNumberCreate(CFAllocatorRef allocator, CFNumberType type, const void* value);
 
-/// How the number is stored: one of the six sized types, whichever name it was created under.
+/// The type in which the number is stored: one of the first six, so kCFNumberIntType becomes kCFNumberSInt32Type.
 CFNumberType CFNumberGetType(CFNumberRef number);
 
 Boolean CFNumberIsFloatType(CFNumberRef number);
 
-/// Stores the number as a value of type `type` at `value`. True if that is exact; else a fraction has been cut off, or
-/// a number out of range has given some value. False, with nothing stored, for an unknown type.
+/// Stores the number at `value` as a value of type `type`. True if that is exact. False if a fraction was cut off, or
+/// if the number is out of range and the value stored is arbitrary. False, with nothing stored, for an unknown type.
 Boolean CFNumberGetValue(CFNumberRef number, CFNumberType type, void* value);
 
 extern const CFBooleanRef kCFBooleanTrue;
@@ -205,15 +203,15 @@ CFAbsoluteTime CFDateGetAbsoluteTime(CFDateRef date);
 
 CFTypeID CFDataGetTypeID(void);
 
-/// A copy of `count` bytes. `bytes` may be NULL if `count` is 0, which gives a valid empty object.
+/// A copy of `count` bytes. `bytes` may be NULL if `count` is 0; the object is then empty.
 CFDataRef CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes, CFIndex count);
 
 CFIndex CFDataGetLength(CFDataRef data);
 
-/// The bytes; they live as long as the object. No promise if there are none.
+/// The bytes, valid as long as the object. If the object is empty, do not use the pointer.
 const UInt8* CFDataGetBytePtr(CFDataRef data);
 
-/// Copies the bytes of `range` to `bytes`, which has room for them.
+/// Copies the bytes of `range` to `bytes`, which must have room for them.
 void CFDataGetBytes(CFDataRef data, CFRange range, UInt8* bytes);
 
 // --- CFArray ---------------------------------------------------------------------------------------------------------
@@ -227,7 +225,7 @@ CFTypeID CFArrayGetTypeID(void);
 /// An empty array that can be changed. `capacity` is a hint and sets no limit.
 CFMutableArrayRef CFArrayCreateMutable(CFAllocatorRef allocator, CFIndex capacity, const CFArrayCallBacks* callBacks);
 
-/// A new array with the same values, each retained once more; the original is left as it is.
+/// A new mutable array with the same values, which it retains. The original is not changed.
 CFMutableArrayRef CFArrayCreateMutableCopy(CFAllocatorRef allocator, CFIndex capacity, CFArrayRef array);
 
 CFIndex CFArrayGetCount(CFArrayRef array);
@@ -245,8 +243,8 @@ extern const CFDictionaryValueCallBacks kCFTypeDictionaryValueCallBacks;
 
 CFTypeID CFDictionaryGetTypeID(void);
 
-/// An immutable dictionary of `count` pairs; `keys` and `values` may be NULL if `count` is 0. Of equal keys the first
-/// counts.
+/// An immutable dictionary of `count` pairs; `keys` and `values` may be NULL if `count` is 0. If keys are equal, the
+/// first is kept.
 CFDictionaryRef CFDictionaryCreate(CFAllocatorRef allocator, const void** keys, const void** values, CFIndex count,
     const CFDictionaryKeyCallBacks* keyCallBacks, const CFDictionaryValueCallBacks* valueCallBacks);
 
@@ -254,7 +252,7 @@ CFDictionaryRef CFDictionaryCreate(CFAllocatorRef allocator, const void** keys, 
 CFMutableDictionaryRef CFDictionaryCreateMutable(CFAllocatorRef allocator, CFIndex capacity,
     const CFDictionaryKeyCallBacks* keyCallBacks, const CFDictionaryValueCallBacks* valueCallBacks);
 
-/// A new dictionary with the same keys and values, each retained once more; the original is left as it is.
+/// A new mutable dictionary with the same keys and values, which it retains. The original is not changed.
 CFMutableDictionaryRef CFDictionaryCreateMutableCopy(
     CFAllocatorRef allocator, CFIndex capacity, CFDictionaryRef dictionary);
 
@@ -263,14 +261,14 @@ CFIndex CFDictionaryGetCount(CFDictionaryRef dictionary);
 /// The value of `key`, or NULL.
 const void* CFDictionaryGetValue(CFDictionaryRef dictionary, const void* key);
 
-/// Fills two arrays of CFDictionaryGetCount elements, in no particular but in the same order; each may be NULL.
+/// Fills two arrays of CFDictionaryGetCount elements, both in the same order, which is arbitrary. Either may be NULL.
 void CFDictionaryGetKeysAndValues(CFDictionaryRef dictionary, const void** keys, const void** values);
 
 /// Calls `apply` with each key, its value and `context`.
 typedef void (*CFDictionaryApplierFunction)(const void* key, const void* value, void* context);
 void CFDictionaryApplyFunction(CFDictionaryRef dictionary, CFDictionaryApplierFunction apply, void* context);
 
-/// Replaces the value that an equal key has, keeping the key that is there, or adds the pair.
+/// Adds the pair. If the dictionary has an equal key, keeps that key and replaces its value.
 void CFDictionarySetValue(CFMutableDictionaryRef dictionary, const void* key, const void* value);
 void CFDictionaryRemoveValue(CFMutableDictionaryRef dictionary, const void* key);
 
@@ -285,37 +283,37 @@ enum {
     kCFPropertyListMutableContainersAndLeaves = 1 << 1 ///< leaves are never mutable here: the same as MutableContainers
 };
 
-// A property list is a string, number, boolean, date or data, or an array or dictionary of property lists, the keys
-// strings. XML and binary lists are read, XML is written.
+// A property list is a string, number, boolean, date or data, an array of property lists, or a dictionary of property
+// lists whose keys are strings. XML and binary lists are read; only XML is written.
 //
-// Limits. What goes beyond them is refused: NULL, with an error.
-// - A list is at most 512 containers deep. One that contains itself is thus refused, too.
-// - What is read has at most 2^31 - 1 bytes; what is written has at most about 2^30, in 2^23 objects.
-// - In a binary list an object may be used in several places, and counts once for each. With n the length of the list,
-//   there are at most n + 2^20 objects, with 64 n + 2^24 bytes of strings and data.
+// Limits. For a list beyond one of them, the result is NULL, with an error.
+// - A list is at most 512 containers deep. So a list that contains itself is rejected.
+// - Input has at most 2^31 - 1 bytes; output has at most about 2^30 bytes and 2^23 objects.
+// - An object in a binary list counts once for each place that uses it. A list of n bytes may have at most n + 2^20
+//   objects, with 64 n + 2^24 bytes of strings and data.
 // - Strings with U+0000 or an unpaired surrogate are neither read nor written, nor are dates beyond the years 0 to
 //   9999 in XML.
 //
-// Some lists that the framework reads are refused here on purpose: docs/formats.md lists them.
+// Some lists that the framework reads are rejected here on purpose: docs/formats.md lists them.
 //
-// A dictionary in XML with the only key CF$UID and an integer from 0 to 2^32 - 1 stands for a keyed archiver's UID. It
-// is read as an object of a type of its own, as a UID in a binary list is. That can be written, but not copied.
+// An XML dictionary whose only key is CF$UID, with an integer from 0 to 2^32 - 1, is a keyed archiver's UID. It is read
+// as an object of a special type, and so is a UID in a binary list. Such an object can be written, but not copied.
 
-/// `list` as XML, to the byte as the framework writes it: keys in the order of their UTF-16 units, dates cut to whole
-/// seconds. NULL if `list` is NULL or no property list, and for any other format, the binary one too. `options` has no
-/// meaning. On failure `*error`, unless `error` is NULL, is set to an error for the caller to release, or to NULL if
-/// there was no memory for that; on success it stays as it is.
+/// `list` as XML, with the same bytes as the framework writes: keys in the order of their UTF-16 units, dates cut to
+/// whole seconds. NULL if `list` is NULL or not a property list, or if `format` is not XML. `options` is ignored.
+/// `error` may be NULL. If not, a failure sets `*error` to an error that the caller releases, or to NULL if there is no
+/// memory; success leaves it unchanged.
 CFDataRef CFPropertyListCreateData(CFAllocatorRef allocator, CFPropertyListRef list, CFPropertyListFormat format,
     CFOptionFlags options, CFErrorRef* error);
 
-/// The list in `data`, XML or binary; NULL if there is none. Containers are mutable if `options` asks for that; else
-/// do not change them, even where the framework lets you. Of a key that stands in a dictionary twice, the last value
-/// counts in XML, the first in a binary list. `format`, if not NULL, is set on success; `error` as above.
+/// The list in `data`, XML or binary; NULL if `data` is not a valid list. Containers are mutable if `options` asks for
+/// that; else do not change them, even where the framework lets you. If a dictionary has a key twice, the last value is
+/// kept in XML, the first in a binary list. `format`, if not NULL, is set on success; `error` is as above.
 CFPropertyListRef CFPropertyListCreateWithData(
     CFAllocatorRef allocator, CFDataRef data, CFOptionFlags options, CFPropertyListFormat* format, CFErrorRef* error);
 
-/// A copy in which every array and dictionary is new, empty ones too, and mutable if `options` asks for that; all other
-/// objects are the same, retained. NULL if `list` is NULL or no property list.
+/// A copy in which every array and dictionary is new, and mutable if `options` asks for that. All other objects are
+/// shared and retained. NULL if `list` is NULL or not a property list.
 CFPropertyListRef CFPropertyListCreateDeepCopy(CFAllocatorRef allocator, CFPropertyListRef list, CFOptionFlags options);
 
 #ifdef __cplusplus
