@@ -28,6 +28,7 @@
 #include "Tables.h"
 #include "TaskEditor.h"
 #include "TaskInfo.h"
+#include "TaskLine.h"
 #include "WorldTest.h"
 #include <CoreFoundation/CoreFoundation.h>
 
@@ -333,9 +334,9 @@ const std::string annasEnd = "30 5 * * 1 /bin/report anna # weekly\n";
 const std::string bensJobs = "# ben's\n0 4 * * * /bin/backup /home/ben\n";
 const std::string carlasCrontab = "0 5 * * * /bin/carla\n1 4 * * * " + taskManager + " 1 >> /dev/null 2>&1\n";
 
-std::string taskLine(int id)
+std::string lineOfTask(int id)
 {
-    return std::to_string(id) + " 4 * * * " + taskManager + " " + std::to_string(id) + " >> /dev/null 2>&1\n";
+    return taskLine(id, std::to_string(id) + " 4 * * *");
 }
 
 class CrontabMemory : public Memory {
@@ -360,8 +361,8 @@ protected:
     void putEverything() const
     {
         putDatabase(m_database);
-        setCrontab("anna", annasStart + taskLine(3) + annasEnd);
-        setCrontab("ben", bensJobs + taskLine(6));
+        setCrontab("anna", annasStart + lineOfTask(3) + annasEnd);
+        setCrontab("ben", bensJobs + lineOfTask(6));
         setCrontab("carla", carlasCrontab);
         writeFile(scratchDirectory + "crontemp.txt", "# somebody else's\n");
         writeFile(scratchDirectory + "temp2.txt", "# somebody else's\n");
@@ -450,12 +451,12 @@ private:
 
 TEST_F(CrontabMemory, ForACleanRunsOutAnywhereWithoutALostJob)
 {
-    const std::string annas = annasStart + taskLine(3) + annasEnd;
+    const std::string annas = annasStart + lineOfTask(3) + annasEnd;
     const std::string annasCleaned = annasStart + annasEnd;
     const auto check = [&](const Outcome& outcome, Failing failing) {
         expectOutOfMemory(outcome, {"Error in taskType", "Error in reading values"});
         expectCrontab("anna", outcome, failing, {annas, annasCleaned}, "");
-        expectCrontab("ben", outcome, failing, {bensJobs + taskLine(6), bensJobs}, "");
+        expectCrontab("ben", outcome, failing, {bensJobs + lineOfTask(6), bensJobs}, "");
         const bool annaDone = crontabOf("anna") == annasCleaned;
         const bool benDone = crontabOf("ben") == bensJobs;
         if (wentOn(outcome, failing)) {
@@ -463,7 +464,7 @@ TEST_F(CrontabMemory, ForACleanRunsOutAnywhereWithoutALostJob)
         }
         if (outcome.end == End::outOfMemory) { // whoever comes later is not reached
             EXPECT_TRUE(annaDone || !benDone);
-            EXPECT_TRUE(annaDone || scratchText("crontemp.txt") != bensJobs + taskLine(6));
+            EXPECT_TRUE(annaDone || scratchText("crontemp.txt") != bensJobs + lineOfTask(6));
             countCameOut(annaDone, failing, {"temp2.txt", annas, annasCleaned});
         }
     };
@@ -478,19 +479,19 @@ TEST_F(CrontabMemory, ForACleanRunsOutAnywhereWithoutALostJob)
 
 TEST_F(CrontabMemory, ForARebuildRunsOutAnywhereWithoutALostJob)
 {
-    const std::string annas = annasStart + taskLine(3) + annasEnd;
-    const std::string bens = bensJobs + taskLine(6);
+    const std::string annas = annasStart + lineOfTask(3) + annasEnd;
+    const std::string bens = bensJobs + lineOfTask(6);
     int leftOut = 0;
     int withoutALine = 0;
     const auto check = [&](const Outcome& outcome, Failing failing) {
         expectOutOfMemory(outcome, {"Error in taskType", "Error in reading values", "TaskTable doesn't exist-2"});
         expectCrontab("anna", outcome, failing,
-            {annas, annas + taskLine(3), annas + taskLine(5), annas + taskLine(3) + taskLine(5)},
-            taskLine(3) + taskLine(5));
-        expectCrontab("ben", outcome, failing, {bens, bens + taskLine(6)}, taskLine(6));
+            {annas, annas + lineOfTask(3), annas + lineOfTask(5), annas + lineOfTask(3) + lineOfTask(5)},
+            lineOfTask(3) + lineOfTask(5));
+        expectCrontab("ben", outcome, failing, {bens, bens + lineOfTask(6)}, lineOfTask(6));
         const std::string annasNow = crontabOf("anna");
-        const bool benDone = crontabOf("ben") == bens + taskLine(6);
-        const bool annaWhole = annasNow == annas + taskLine(3) + taskLine(5);
+        const bool benDone = crontabOf("ben") == bens + lineOfTask(6);
+        const bool annaWhole = annasNow == annas + lineOfTask(3) + lineOfTask(5);
         if (wentOn(outcome, failing)) {
             EXPECT_TRUE(annaWhole || benDone); // one of them goes without, no more
             leftOut += annasNow == annas ? 1 : 0;
@@ -499,16 +500,16 @@ TEST_F(CrontabMemory, ForARebuildRunsOutAnywhereWithoutALostJob)
         if (outcome.end == End::outOfMemory) { // not while a task is read or its line written
             EXPECT_TRUE(annaWhole || !benDone);
             if (failing == Failing::once) {
-                EXPECT_NE(annas + taskLine(3), scratchText("crontemp.txt"));
+                EXPECT_NE(annas + lineOfTask(3), scratchText("crontemp.txt"));
             }
-            countCameOut(annasNow != annas, failing, {"crontemp.txt", annas, annas + taskLine(3) + taskLine(5)});
+            countCameOut(annasNow != annas, failing, {"crontemp.txt", annas, annas + lineOfTask(3) + lineOfTask(5)});
         }
     };
     sweepAll(
         {[this] { putEverything(); }, [](TaskEditor& editor) { return std::to_string(editor.putCronFromDB()); }, check},
         stepOfPasses);
-    EXPECT_EQ(annas + taskLine(3) + taskLine(5), crontabOf("anna"));
-    EXPECT_EQ(bens + taskLine(6), crontabOf("ben"));
+    EXPECT_EQ(annas + lineOfTask(3) + lineOfTask(5), crontabOf("anna"));
+    EXPECT_EQ(bens + lineOfTask(6), crontabOf("ben"));
     expectSomeUncopied();
     expectCameOutAtEachStep();
     EXPECT_GT(leftOut, 0);
@@ -520,15 +521,15 @@ TEST_F(CrontabMemory, ForARefreshRunsOutAnywhereWithoutALostJob)
     alsoInDatabase("update TaskTable set id=0 where id=4");
     const auto prepare = [this] {
         putEverything();
-        setCrontab("anna", annasStart + "xy4 4 * * * " + taskLine(4).substr(10) + annasEnd);
+        setCrontab("anna", annasStart + "xy4 4 * * * " + lineOfTask(4).substr(10) + annasEnd);
     };
-    const std::string refreshed = annasStart + "x\n" + taskLine(4) + annasEnd;
+    const std::string refreshed = annasStart + "x\n" + lineOfTask(4) + annasEnd;
     prepare();
     const std::string annas = crontabOf("anna");
     const auto check = [&](const Outcome& outcome, Failing failing) {
         expectOutOfMemory(outcome, {"Error in taskType", "Error in reading values", "Error in querying table"});
         expectCrontab("anna", outcome, failing, {annas, refreshed}, "");
-        expectCrontab("ben", outcome, failing, {bensJobs + taskLine(6)}, "");
+        expectCrontab("ben", outcome, failing, {bensJobs + lineOfTask(6)}, "");
         if (wentOn(outcome, failing)) {
             EXPECT_EQ(refreshed, crontabOf("anna"));
         }
@@ -545,8 +546,8 @@ TEST_F(CrontabMemory, ForTheRemovalOfALineRunsOutAnywhereWithoutALostJob)
 {
     const auto check = [this](const Outcome& outcome, Failing failing) {
         EXPECT_NE(End::sqliteException, outcome.end) << outcome;
-        expectCrontab("anna", outcome, failing, {annasStart + taskLine(3) + annasEnd, annasStart + annasEnd}, "");
-        EXPECT_EQ(bensJobs + taskLine(6), crontabOf("ben"));
+        expectCrontab("anna", outcome, failing, {annasStart + lineOfTask(3) + annasEnd, annasStart + annasEnd}, "");
+        EXPECT_EQ(bensJobs + lineOfTask(6), crontabOf("ben"));
     };
     sweepAll({[this] { putEverything(); },
                  [](TaskEditor& editor) { return std::to_string(editor.deleteCronEntry(3, anna)); }, check},
@@ -562,17 +563,17 @@ TEST_F(CrontabMemory, ForTheDeletionOfATaskRunsOutAnywhereWithoutALostJob)
     const Rows after(before.begin() + 1, before.end());
     const auto check = [&](const Outcome& outcome, Failing failing) {
         expectOutOfMemory(outcome, {"Error in querying table", "Deletion failed"});
-        expectCrontab("anna", outcome, failing, {annasStart + taskLine(3) + annasEnd, annasStart + annasEnd}, "");
-        EXPECT_EQ(bensJobs + taskLine(6), crontabOf("ben"));
+        expectCrontab("anna", outcome, failing, {annasStart + lineOfTask(3) + annasEnd, annasStart + annasEnd}, "");
+        EXPECT_EQ(bensJobs + lineOfTask(6), crontabOf("ben"));
         const Rows rows = rowsNow();
         EXPECT_TRUE(rows == after || (rows == before && outcome.end != End::returned)) << testing::PrintToString(rows);
-        EXPECT_TRUE(rows == after || crontabOf("anna") == annasStart + taskLine(3) + annasEnd); // the row goes first
+        EXPECT_TRUE(rows == after || crontabOf("anna") == annasStart + lineOfTask(3) + annasEnd); // the row goes first
         if (wentOn(outcome, failing)) {
             EXPECT_EQ(annasStart + annasEnd, crontabOf("anna"));
         }
         if (outcome.end == End::outOfMemory && rows == after)
             countCameOut(crontabOf("anna") == annasStart + annasEnd, failing,
-                {"temp2.txt", annasStart + taskLine(3) + annasEnd, annasStart + annasEnd});
+                {"temp2.txt", annasStart + lineOfTask(3) + annasEnd, annasStart + annasEnd});
     };
     sweepAll({[this] { putEverything(); },
                  [](TaskEditor& editor) { return std::to_string(editor.deleteTask(3, true, false)); }, check},

@@ -8,6 +8,7 @@
 
 #include "Process.h"
 #include "QuickCrontab.h"
+#include "TaskLine.h"
 #include "WorldTest.h"
 
 // The built program with the first, second, ... request for memory refused, once and from then on.
@@ -18,9 +19,9 @@ namespace {
 const std::string message = "Exception while cleaning cron";
 const std::string foreign = "# jobs\n0 3 * * * /bin/backup\n";
 
-std::string taskLine(int id)
+std::string lineOfTask(int id)
 {
-    return "0 4 * * * " + taskManager + " " + std::to_string(id) + " >> /dev/null 2>&1\n";
+    return taskLine(id, "0 4 * * *");
 }
 
 enum class Pass { clean, rebuild };
@@ -43,18 +44,18 @@ protected:
 
     void TearDown() override { m_crontab.reset(); }
 
-    static std::string before(int id) { return GetParam() == Pass::clean ? foreign + taskLine(id) : foreign; }
-    static std::string after(int id) { return GetParam() == Pass::clean ? foreign : foreign + taskLine(id); }
+    static std::string before(int id) { return GetParam() == Pass::clean ? foreign + lineOfTask(id) : foreign; }
+    static std::string after(int id) { return GetParam() == Pass::clean ? foreign : foreign + lineOfTask(id); }
 
     /// What is left where the C library could not make a copy: it counts as empty.
-    static std::string withoutCopy(int id) { return GetParam() == Pass::clean ? "" : taskLine(id); }
+    static std::string withoutCopy(int id) { return GetParam() == Pass::clean ? "" : lineOfTask(id); }
 
     /// Runs the program with these requests refused; how many it makes.
     long run(const std::string& refused)
     {
         setCrontab("anna", before(1));
         setCrontab("ben", before(2));
-        setCrontab("carla", foreign + taskLine(3));
+        setCrontab("carla", foreign + lineOfTask(3));
         std::vector<std::string> command = {ORV_CRON_CLEANER};
         if (GetParam() == Pass::rebuild)
             command.emplace_back("rebuild");
@@ -89,7 +90,7 @@ protected:
         m_halves += m_end.output == message && crontabOf("anna") == after(1) && crontabOf("ben") == before(2) ? 1 : 0;
         expectExplained("anna", 1);
         expectExplained("ben", 2);
-        EXPECT_EQ(foreign + taskLine(3), crontabOf("carla"));
+        EXPECT_EQ(foreign + lineOfTask(3), crontabOf("carla"));
     }
 
     int messages() const { return m_messages; }

@@ -52,7 +52,7 @@ TEST_F(CleanLimits, JoinsShortLinesToEachOther)
 
 TEST_F(CleanLimits, EndsWithoutANewlineWhenTheLastKeptLineIsShort)
 {
-    EXPECT_EQ(backup + "ab", cleaned(backup + "ab\n" + taskLine("0 3 * * *", 3)));
+    EXPECT_EQ(backup + "ab", cleaned(backup + "ab\n" + taskLine(3)));
 }
 
 TEST_F(CleanLimits, GivesALastLineWithoutANewlineOne)
@@ -179,7 +179,7 @@ TEST_F(CleanLimits, KeepsThousandsOfLinesInTheirOrder)
     std::string after;
     for (int number = 0; number < 3000; ++number) {
         const std::string line = "0 1 * * * /bin/job " + std::to_string(number) + "\n";
-        before += line + taskLine("0 3 * * *", number);
+        before += line + taskLine(number);
         after += line;
     }
     EXPECT_EQ(after, cleaned(before));

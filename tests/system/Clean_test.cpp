@@ -12,7 +12,7 @@ class CleanRecorded : public RecordedSystemTest { };
 
 const std::string backup = "0 1 * * * /bin/backup\n";
 const std::string report = "30 6 * * 1 /bin/report --all\n";
-const std::string scan = taskLine("0 3 * * *", 3);
+const std::string scan = taskLine(3);
 
 } // namespace
 
@@ -32,7 +32,7 @@ TEST_F(Clean, DeletesTheTaskLineBetweenForeignLines)
 TEST_F(Clean, EmptiesACrontabThatHoldsTaskLinesOnly)
 {
     addTask({3, anna});
-    setCrontab("anna", scan + taskLine("5 4 * * *", 9));
+    setCrontab("anna", scan + taskLine(9, "5 4 * * *"));
     clean();
     EXPECT_TRUE(hasCrontab("anna"));
     EXPECT_EQ("", crontabOf("anna"));
@@ -49,7 +49,7 @@ TEST_F(Clean, KeepsCommentsAndVariables)
 TEST_F(Clean, DeletesTaskLinesWithoutARow)
 {
     addTask({3, anna});
-    setCrontab("anna", taskLine("0 3 * * *", 4711) + backup + taskLine("@daily", -1));
+    setCrontab("anna", taskLine(4711) + backup + taskLine(-1, "@daily"));
     clean();
     EXPECT_EQ(backup, crontabOf("anna"));
 }
@@ -192,8 +192,8 @@ TEST_F(Clean, UndoesARebuild)
     setCrontab("anna", "# mine\n" + backup);
     setCrontab("ben", report);
     rebuild();
-    EXPECT_EQ("# mine\n" + backup + scan + taskLine("*/5 * * * *", 4), crontabOf("anna"));
-    EXPECT_EQ(report + taskLine("@reboot", 5), crontabOf("ben"));
+    EXPECT_EQ("# mine\n" + backup + scan + taskLine(4, "*/5 * * * *"), crontabOf("anna"));
+    EXPECT_EQ(report + taskLine(5, "@reboot"), crontabOf("ben"));
     clean();
     EXPECT_EQ("# mine\n" + backup, crontabOf("anna"));
     EXPECT_EQ(report, crontabOf("ben"));
@@ -206,7 +206,7 @@ TEST_F(Clean, CleansFortyUsers)
         names.push_back("user" + std::to_string(number));
         addAccount(names.back(), 1000 + number);
         addTask({number, 1000 + number});
-        setCrontab(names.back(), "0 1 * * * /bin/job" + std::to_string(number) + "\n" + taskLine("0 3 * * *", number));
+        setCrontab(names.back(), "0 1 * * * /bin/job" + std::to_string(number) + "\n" + taskLine(number));
     }
     clean();
     for (int number = 1; number <= 40; ++number)

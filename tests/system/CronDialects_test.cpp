@@ -15,7 +15,7 @@ namespace {
 const std::string annasSpoolFile = "/var/spool/cron/crontabs/anna";
 const std::string annasTab = "/usr/local/private-world/crontab/tabs/anna";
 const std::string job = "0 3 * * * /bin/backup\n";
-const std::string task12 = taskLine("7 * * * *", 12);
+const std::string task12 = taskLine(12, "7 * * * *");
 
 size_t headersIn(const std::string& text)
 {

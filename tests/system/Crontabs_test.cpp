@@ -15,7 +15,7 @@ using namespace support;
 namespace {
 
 const std::string job = "0 3 * * * /bin/backup\n";
-const std::string task12 = taskLine("7 * * * *", 12);
+const std::string task12 = taskLine(12, "7 * * * *");
 const std::string header = "# DO NOT EDIT\n# (installed)\n# (version)\n";
 
 std::string repeated(const std::string& text, int times)
@@ -253,7 +253,7 @@ TEST_F(BcronCrontab, InstallsALineThatIsNoJob)
     addTask({15, anna, "61 * * * *"});
     setCrontab("anna", job);
     rebuild();
-    EXPECT_EQ(job + task12 + taskLine("61 * * * *", 15), storedCrontab("anna"));
+    EXPECT_EQ(job + task12 + taskLine(15, "61 * * * *"), storedCrontab("anna"));
 }
 
 TEST_F(BcronCrontab, InstallsAJobWithoutALineBreakSoThatTheTaskLineJoinsIt)
@@ -317,7 +317,7 @@ protected:
         setCrontab("anna", job + task12);
     }
 
-    const std::string task15 = taskLine("7 * * * *", 15);
+    const std::string task15 = taskLine(15, "7 * * * *");
 };
 
 TEST_F(BusyboxCrontab, CleansAndRebuildsRootsCrontab)
@@ -362,7 +362,7 @@ TEST_F(BusyboxCrontab, InstallsALineThatIsNoJob)
     addTask({16, 0, "61 * * * *"});
     setCrontab("root", job);
     rebuild();
-    EXPECT_EQ(job + task15 + taskLine("61 * * * *", 16), storedCrontab("root"));
+    EXPECT_EQ(job + task15 + taskLine(16, "61 * * * *"), storedCrontab("root"));
 }
 
 } // namespace

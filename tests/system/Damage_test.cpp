@@ -9,8 +9,8 @@ namespace {
 
 const std::string backup = "0 1 * * * /bin/backup\n";
 const std::string report = "30 6 * * 1 /bin/report --all\n";
-const std::string annasTask = taskLine("0 3 * * *", 3);
-const std::string bensTask = taskLine("0 3 * * *", 4);
+const std::string annasTask = taskLine(3);
+const std::string bensTask = taskLine(4);
 
 // Anna and Ben have a task each, and a crontab with a foreign line and a task line.
 class Damage : public SystemTest {

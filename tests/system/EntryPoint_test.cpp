@@ -20,7 +20,7 @@ protected:
         setCrontab("anna", foreign);
     }
 
-    const std::string rebuilt = foreign + taskLine("0 3 * * *", 3);
+    const std::string rebuilt = foreign + taskLine(3);
 };
 
 class EntryPointRecorded : public RecordedSystemTest {

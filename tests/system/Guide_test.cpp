@@ -140,7 +140,7 @@ TEST_F(Guide, BringsTheCrontabsUpToDate)
     moveTo(createNightlyScan(anna), "45 3 * * *");
     bringCrontabsUpToDate();
     bringCrontabsUpToDate();
-    EXPECT_EQ("0 3 * * * /bin/backup\n" + taskLine("45 3 * * *", 1), crontabOf("anna"));
+    EXPECT_EQ("0 3 * * * /bin/backup\n" + taskLine(1, "45 3 * * *"), crontabOf("anna"));
 }
 
 TEST_F(Guide, TouchesNothingWithoutTheLock)
@@ -186,7 +186,7 @@ TEST_F(Formats, ShowTheTableAsItIs)
 
 TEST_F(Formats, ShowATaskLine)
 {
-    std::string line = taskLine("SCHEDULE", 12);
+    std::string line = taskLine(12, "SCHEDULE");
     line.replace(line.find("12"), 2, "ID");
     EXPECT_EQ(line, shownInFormats("The crontab line", ""));
 }

@@ -37,7 +37,7 @@ protected:
     {
         RecordedSystemTest::SetUp();
         addTask({3, anna});
-        setCrontab("anna", backup + taskLine("0 3 * * *", 3));
+        setCrontab("anna", backup + taskLine(3));
     }
 };
 
@@ -90,7 +90,7 @@ TEST_F(OverlapRecorded, ASecondRunWaitsForTheFirstToEnd)
     EXPECT_EQ(0, first.wait().status);
     EXPECT_EQ(0, second.wait().status);
     EXPECT_EQ((Calls{"-u anna -l", "-u anna " + filteredCopy, "-u anna -l", "-u anna " + crontabCopy}), crontabCalls());
-    EXPECT_EQ(backup + taskLine("0 3 * * *", 3), crontabOf("anna"));
+    EXPECT_EQ(backup + taskLine(3), crontabOf("anna"));
 }
 
 TEST_F(OverlapRecorded, ACleanAndARebuildWaitForWhoeverHoldsTheScratchDirectory)
@@ -178,9 +178,9 @@ TEST_P(KilledWhileInstalling, ItKeepsTheNextRunWaitingUntilTheCommandHasEnded)
     writeFile(go, "");
     EXPECT_EQ(0, second->wait().status);
     EXPECT_TRUE(std::filesystem::exists(gone));
-    const std::string annasTask = taskLine("0 3 * * *", 3);
+    const std::string annasTask = taskLine(3);
     EXPECT_EQ(GetParam().rebuild ? backup + annasTask + annasTask : backup, crontabOf("anna"));
-    EXPECT_EQ(GetParam().rebuild ? report + taskLine("0 3 * * *", 4) : report, crontabOf("ben"));
+    EXPECT_EQ(GetParam().rebuild ? report + taskLine(4) : report, crontabOf("ben"));
     EXPECT_EQ(Files{}, scratchFiles());
 }
 
@@ -209,7 +209,7 @@ protected:
 
     static std::string nameOf(int user) { return "user" + std::to_string(user); }
     static std::string jobOf(int user) { return "0 1 * * * /bin/job-of-" + std::to_string(user) + "\n"; }
-    static std::string taskOf(int user) { return taskLine("0 3 * * *", 10 + user); }
+    static std::string taskOf(int user) { return taskLine(10 + user); }
 
     void start(bool cleaning)
     {

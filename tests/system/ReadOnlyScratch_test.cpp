@@ -89,7 +89,7 @@ std::string jobOf(const Owner& owner)
 
 std::string taskOf(const Owner& owner)
 {
-    return taskLine("0 3 * * *", owner.uid);
+    return taskLine(owner.uid);
 }
 
 class ReadOnlyScratch : public SystemTest, public testing::WithParamInterface<bool> {

@@ -11,7 +11,7 @@ class RebuildRecorded : public RecordedSystemTest { };
 
 const std::string backup = "0 1 * * * /bin/backup\n";
 const std::string report = "30 6 * * 1 /bin/report --all\n";
-const std::string scan = taskLine("0 3 * * *", 3);
+const std::string scan = taskLine(3);
 
 /// Puts a view in the place of TaskTable, in which `column` cannot be read where `condition` holds: SQLite reports an
 /// integer overflow when it gets there.
@@ -57,7 +57,7 @@ TEST_F(Rebuild, WritesNoLineForAOneOffTask)
     addTask({4, anna, "0 4 * * *", 3});
     addTask({5, anna, "0 5 * * *", 4});
     rebuild();
-    EXPECT_EQ(taskLine("0 3 * * *", 3) + taskLine("0 5 * * *", 5), crontabOf("anna"));
+    EXPECT_EQ(taskLine(3) + taskLine(5, "0 5 * * *"), crontabOf("anna"));
 }
 
 TEST_F(Rebuild, InstallsTheCrontabAsItIsForAUserWithOneOffTasksOnly)
@@ -75,7 +75,7 @@ TEST_F(Rebuild, WritesALineForEveryOtherType)
     int id = 0;
     for (const int type : {1, 2, 4, 5, 6, 0, 7, -3, 33}) {
         addTask({++id, anna, "0 3 * * *", type});
-        lines += taskLine("0 3 * * *", id);
+        lines += taskLine(id);
     }
     rebuild();
     EXPECT_EQ(lines, crontabOf("anna"));
@@ -88,7 +88,7 @@ TEST_F(Rebuild, WritesNoLineForATaskOfStatus6OrMore)
     addTask({5, anna, "0 5 * * *", 1, 700});
     addTask({6, anna, "0 6 * * *", 1, -1});
     rebuild();
-    EXPECT_EQ(taskLine("0 3 * * *", 3) + taskLine("0 6 * * *", 6), crontabOf("anna"));
+    EXPECT_EQ(taskLine(3) + taskLine(6, "0 6 * * *"), crontabOf("anna"));
 }
 
 TEST_F(Rebuild, WritesNoLineForATaskWithoutAStatus)
@@ -108,8 +108,8 @@ TEST_F(Rebuild, SkipsAUserIdWithoutAnAccount)
     addTask({5, ben});
     addTask({6, -1});
     EXPECT_EQ("no crontab for anna\nno crontab for ben\n", rebuild());
-    EXPECT_EQ(taskLine("0 3 * * *", 3), crontabOf("anna"));
-    EXPECT_EQ(taskLine("0 3 * * *", 5), crontabOf("ben"));
+    EXPECT_EQ(taskLine(3), crontabOf("anna"));
+    EXPECT_EQ(taskLine(5), crontabOf("ben"));
     EXPECT_EQ(Files{}, scratchFiles());
 }
 
@@ -117,7 +117,7 @@ TEST_F(Rebuild, WritesEveryLineTwiceWhenItRunsTwice)
 {
     addTask({3, anna});
     addTask({9, anna, "15 4 1 * *"});
-    const std::string lines = taskLine("0 3 * * *", 3) + taskLine("15 4 1 * *", 9);
+    const std::string lines = taskLine(3) + taskLine(9, "15 4 1 * *");
     setCrontab("anna", backup);
     rebuild();
     rebuild();
@@ -157,8 +157,8 @@ TEST_F(Rebuild, GivesEachUserTheirOwnTasksOnly)
     addTask({5, anna, "0 5 * * *"});
     setCrontab("carla", report);
     rebuild();
-    EXPECT_EQ(scan + taskLine("0 5 * * *", 5), crontabOf("anna"));
-    EXPECT_EQ(taskLine("0 4 * * *", 4), crontabOf("ben"));
+    EXPECT_EQ(scan + taskLine(5, "0 5 * * *"), crontabOf("anna"));
+    EXPECT_EQ(taskLine(4, "0 4 * * *"), crontabOf("ben"));
     EXPECT_EQ(report, crontabOf("carla"));
 }
 
@@ -170,7 +170,7 @@ TEST_F(Rebuild, LeavesACrontabAsItWasWhenCronRefusesASchedule)
     setCrontab("anna", backup);
     EXPECT_NE(std::string::npos, rebuild().find("errors in crontab file, can't install."));
     EXPECT_EQ(backup, crontabOf("anna"));
-    EXPECT_EQ(taskLine("0 3 * * *", 5), crontabOf("ben"));
+    EXPECT_EQ(taskLine(5), crontabOf("ben"));
     EXPECT_EQ(Files{}, scratchFiles());
 }
 
@@ -182,7 +182,7 @@ TEST_F(Rebuild, LeavesAUserWithoutCountableTasksAlone)
     setCrontab("ben", report);
     rebuild();
     EXPECT_EQ(backup, crontabOf("anna"));
-    EXPECT_EQ(report + taskLine("0 3 * * *", 4), crontabOf("ben"));
+    EXPECT_EQ(report + taskLine(4), crontabOf("ben"));
 }
 
 TEST_F(Rebuild, SkipsOnlyTheTaskWhoseRowIsGoneByTheTimeItIsRead)
@@ -194,7 +194,7 @@ TEST_F(Rebuild, SkipsOnlyTheTaskWhoseRowIsGoneByTheTimeItIsRead)
     ASSERT_EQ((std::vector<std::string>{"3", "4", "5"}),
         queryRows("select id from TaskTable where userId=501 and status<=5"));
     rebuild();
-    EXPECT_EQ(taskLine("0 3 * * *", 3) + taskLine("0 3 * * *", 5), crontabOf("anna"));
+    EXPECT_EQ(taskLine(3) + taskLine(5), crontabOf("anna"));
 }
 
 TEST_F(Rebuild, SkipsOnlyTheTaskWhoseScheduleCannotBeRead)
@@ -203,7 +203,7 @@ TEST_F(Rebuild, SkipsOnlyTheTaskWhoseScheduleCannotBeRead)
         addTask({id, anna});
     makeUnreadable("crontime", "id=4");
     rebuild();
-    EXPECT_EQ(taskLine("0 3 * * *", 3) + taskLine("0 3 * * *", 5), crontabOf("anna"));
+    EXPECT_EQ(taskLine(3) + taskLine(5), crontabOf("anna"));
 }
 
 TEST_F(Rebuild, SkipsOnlyTheTaskWhoseTypeCannotBeRead)
@@ -212,7 +212,7 @@ TEST_F(Rebuild, SkipsOnlyTheTaskWhoseTypeCannotBeRead)
         addTask({id, anna});
     makeUnreadable("type", "id=4");
     rebuild();
-    EXPECT_EQ(taskLine("0 3 * * *", 3) + taskLine("0 3 * * *", 5), crontabOf("anna"));
+    EXPECT_EQ(taskLine(3) + taskLine(5), crontabOf("anna"));
 }
 
 TEST_F(Rebuild, InstallsTheCrontabAsItIsWhenNoTaskCanBeRead)
@@ -240,9 +240,9 @@ TEST_F(Rebuild, SkipsOnlyTheUserWhoseTasksChangeInNumber)
     ASSERT_EQ(std::vector<std::string>{"4"}, queryRows("select id " + bensTasks));
     setCrontab("ben", report);
     rebuild();
-    EXPECT_EQ(taskLine("0 3 * * *", 3), crontabOf("anna"));
+    EXPECT_EQ(taskLine(3), crontabOf("anna"));
     EXPECT_EQ(report, crontabOf("ben"));
-    EXPECT_EQ(taskLine("0 3 * * *", 5), crontabOf("carla"));
+    EXPECT_EQ(taskLine(5), crontabOf("carla"));
 }
 
 TEST_F(RebuildRecorded, ReadsAndInstallsUserByUserInTheOrderOfTheTable)
@@ -265,7 +265,7 @@ TEST_F(RebuildRecorded, WritesTheScheduleAsItIsStored)
         addTask({3, anna, cronTime});
         setCrontab("anna", backup);
         rebuild();
-        EXPECT_EQ(backup + taskLine(cronTime, 3), crontabOf("anna")) << cronTime;
+        EXPECT_EQ(backup + taskLine(3, cronTime), crontabOf("anna")) << cronTime;
     }
 }
 
@@ -274,7 +274,7 @@ TEST_F(RebuildRecorded, WritesAScheduleOf4000Characters)
     const std::string cronTime(4000, '1');
     addTask({3, anna, cronTime});
     rebuild();
-    EXPECT_EQ(taskLine(cronTime, 3), crontabOf("anna"));
+    EXPECT_EQ(taskLine(3, cronTime), crontabOf("anna"));
 }
 
 TEST_F(RebuildRecorded, WritesIdsInDecimal)
@@ -282,7 +282,7 @@ TEST_F(RebuildRecorded, WritesIdsInDecimal)
     std::string lines;
     for (const int id : {-2147483647, -5, 0, 7, 10, 2147483647}) {
         addTask({id, anna});
-        lines += taskLine("0 3 * * *", id);
+        lines += taskLine(id);
     }
     rebuild();
     EXPECT_EQ(lines, crontabOf("anna"));
@@ -294,7 +294,7 @@ TEST_F(RebuildRecorded, WritesTheTasksInTheOrderOfTheTableNotOfTheirMaking)
         addTask({id, anna, std::to_string(id) + " 3 * * *"});
     rebuild();
     EXPECT_EQ(
-        taskLine("1 3 * * *", 1) + taskLine("3 3 * * *", 3) + taskLine("9 3 * * *", 9) + taskLine("12 3 * * *", 12),
+        taskLine(1, "1 3 * * *") + taskLine(3, "3 3 * * *") + taskLine(9, "9 3 * * *") + taskLine(12, "12 3 * * *"),
         crontabOf("anna"));
 }
 
@@ -323,7 +323,7 @@ TEST_F(RebuildRecorded, WritesThousandsOfLines)
     std::string lines;
     std::string rows;
     for (int id = 1; id <= 2000; ++id) {
-        lines += taskLine("0 3 * * *", id);
+        lines += taskLine(id);
         rows += (id > 1 ? "," : "") + std::string("('d','0 3 * * *',501)");
     }
     execSql("insert into TaskTable(description,crontime,userId) values" + rows);
@@ -388,6 +388,6 @@ TEST_F(RebuildRecorded, GoesOnWithTheNextUserWhenAnInstallFails)
     onCrontabCall("[ $operation$user != installanna ] || exit 1");
     rebuild();
     EXPECT_EQ(backup, crontabOf("anna"));
-    EXPECT_EQ(taskLine("0 3 * * *", 4), crontabOf("ben"));
+    EXPECT_EQ(taskLine(4), crontabOf("ben"));
     EXPECT_EQ(Files{}, scratchFiles());
 }

@@ -21,8 +21,8 @@ namespace {
 const std::string strangersJob = "0 0 * * * /bin/somebody-elses\n";
 const std::string backup = "0 1 * * * /bin/backup\n";
 const std::string report = "30 6 * * 1 /bin/report --all\n";
-const std::string annasTask = taskLine("0 3 * * *", 3);
-const std::string bensTask = taskLine("0 3 * * *", 4);
+const std::string annasTask = taskLine(3);
+const std::string bensTask = taskLine(4);
 const std::string elsewhere = testDirectory + "elsewhere";
 
 struct Shape {

@@ -1,4 +1,5 @@
 #include "Process.h"
+#include "TaskLine.h"
 #include "WorldTest.h"
 
 #include <gtest/gtest.h>
@@ -21,11 +22,6 @@ namespace {
 
 const std::string foreign = "# jobs\nMAILTO=root\n0 1 * * * /bin/backup --all\n";
 
-std::string taskLine(int id)
-{
-    return "7 * * * * " + taskManager + " " + std::to_string(id) + " >> /dev/null 2>&1\n";
-}
-
 struct Fault {
     const char* call;
     const char* error;
@@ -46,7 +42,7 @@ std::string before(Pass pass, const std::vector<int>& ids)
     std::string text = foreign;
     if (pass == Pass::clean)
         for (const int id : ids)
-            text += taskLine(id);
+            text += taskLine(id, "7 * * * *");
     return text;
 }
 
@@ -54,7 +50,7 @@ std::string before(Pass pass, const std::vector<int>& ids)
 bool areTaskLines(std::string text, const std::vector<int>& ids)
 {
     for (const int id : ids) {
-        const std::string line = taskLine(id);
+        const std::string line = taskLine(id, "7 * * * *");
         if (text.compare(0, line.size(), line) == 0)
             text.erase(0, line.size());
     }
@@ -163,7 +159,7 @@ std::string taskLines(const std::vector<int>& ids)
 {
     std::string text;
     for (const int id : ids)
-        text += taskLine(id);
+        text += taskLine(id, "7 * * * *");
     return text;
 }
 

@@ -29,12 +29,6 @@ void addTask(const Task& task)
     execSql(sql.str());
 }
 
-std::string taskLine(const std::string& cronTime, int id)
-{
-    return cronTime + " /usr/local/Quarno/Kestrelcore/TessaraTaskManager " + std::to_string(id)
-        + " >> /dev/null 2>&1\n";
-}
-
 static std::string runQuietly(const std::vector<std::string>& arguments, const std::vector<std::string>& environment)
 {
     const auto end = runProgram(arguments, StandardOutput::captured, environment);

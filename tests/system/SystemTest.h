@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "Process.h" // IWYU pragma: export
+#include "TaskLine.h" // IWYU pragma: export
 #include "WorldTest.h" // IWYU pragma: export
 
 /// Tests of the built program, from outside: what it makes of the crontabs and the scratch directory.
@@ -29,8 +30,6 @@ struct Task {
 };
 
 void addTask(const Task& task);
-/// The crontab line that starts the task manager for a task, with its newline.
-std::string taskLine(const std::string& cronTime, int id);
 
 /// Runs the program without an argument, or with one. The run must end with status 0 and print nothing on standard
 /// output; what came on standard error is returned.

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "OrvException.h"
+#include "TaskLine.h"
 #include "WorldTest.h"
 
 using namespace support;
@@ -29,12 +30,6 @@ using Lines = std::vector<std::string>;
 const std::string startLog = testDirectory + "started";
 const std::string gate = testDirectory + "gate";
 const std::string backup = "0 1 * * * /bin/backup\n";
-
-std::string taskLine(int id, const std::string& schedule = "0 3 * * *")
-{
-    return schedule + " /usr/local/Quarno/Kestrelcore/TessaraTaskManager " + std::to_string(id)
-        + " >> /dev/null 2>&1\n";
-}
 
 Lines linesOf(const std::string& text)
 {
@@ -230,9 +225,7 @@ TEST_F(TaskOperationsTest, ARefreshGivesJoinedTaskLinesLinesOfTheirOwn)
 {
     create(false);
     execSql("update TaskTable set id=0");
-    std::string joined = taskLine(7);
-    joined.pop_back();
-    setCrontab("anna", backup + joined + taskLine(8, "30 4 * * *"));
+    setCrontab("anna", backup + openTaskLine(7) + taskLine(8, "30 4 * * *"));
     EXPECT_TRUE(editor->refreshCron());
     EXPECT_EQ(backup + taskLine(7) + taskLine(8, "30 4 * * *"), crontabOf("anna"));
     EXPECT_EQ(Lines(), scratchFiles());

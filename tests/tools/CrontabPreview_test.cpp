@@ -1,4 +1,5 @@
 #include "Process.h"
+#include "TaskLine.h"
 #include "WorldTest.h"
 
 #include <algorithm>
@@ -17,11 +18,6 @@
 using namespace support;
 
 namespace {
-
-std::string taskLine(const std::string& schedule, int id)
-{
-    return schedule + " " + taskManager + " " + std::to_string(id) + " >> /dev/null 2>&1\n";
-}
 
 ProgramEnd preview(const std::vector<std::string>& arguments)
 {
@@ -137,10 +133,10 @@ TEST_F(CrontabPreview, SaysFirstWhoIsHarmedAndOnlyCountsTheOthers)
     addTask(3, carla, "7 * * * *");
     addTask(4, 0, "7 * * * *");
     addTask(5, nobodysUid, "7 * * * *");
-    setCrontab("root", own + taskLine("7 * * * *", 4));
+    setCrontab("root", own + taskLine(4, "7 * * * *"));
     setCrontab("anna", own + "#\n30 7 * * 1 /bin/report\n\n" + own);
-    setCrontab("ben", "\nMAILTO=ben\n# mine\n" + own + taskLine("7 * * * *", 2));
-    setCrontab("carla", own + "\n# mine\n" + taskLine("7 * * * *", 3));
+    setCrontab("ben", "\nMAILTO=ben\n# mine\n" + own + taskLine(2, "7 * * * *"));
+    setCrontab("carla", own + "\n# mine\n" + taskLine(3, "7 * * * *"));
     EXPECT_EQ("anna  loses 1 of 3 jobs; 1 job becomes a comment\n"
               "ben   loses 1 of 1 job, 1 of 1 setting; task lines 1 -> 0; left empty\n"
               "1 owner loses nothing but comments: 1 line\n"
@@ -219,7 +215,7 @@ TEST_F(CrontabPreview, ShowsThatACrontabWouldComeToBe)
 TEST_F(CrontabPreview, ShowsAnUpdateAsACleanAndThenARebuild)
 {
     addTask(1, anna, "7 * * * *");
-    setCrontab("anna", own + taskLine("7 * * * *", 1));
+    setCrontab("anna", own + taskLine(1, "7 * * * *"));
     EXPECT_EQ("1 owner loses nothing; the crontab stays as it is\n"
               "An update would change 0 of 1 crontab; no line is lost; task lines 1 -> 1.\n",
         output({"update"}));
@@ -235,7 +231,7 @@ TEST_F(CrontabPreview, OfAnOrdinaryRebuildForManyOwnersFitsAScreen)
         std::string crontab = own;
         for (int task = 1; task <= 3; ++task) {
             addTask(i * 10 + task, 1000 + i, "7 * * * *");
-            crontab += taskLine("7 * * * *", i * 10 + task);
+            crontab += taskLine(i * 10 + task, "7 * * * *");
         }
         setCrontab(name, crontab);
     }
@@ -275,10 +271,10 @@ protected:
 
 TEST_F(CrontabPreviewDetails, AreNotGivenForACrontabThatLosesNothing)
 {
-    EXPECT_EQ("", details(own + taskLine("9 * * * *", 12) + "# comment\n" + own));
-    EXPECT_EQ("", details(own + "\n" + taskLine("9 * * * *", 12) + "\n\n"));
+    EXPECT_EQ("", details(own + taskLine(12, "9 * * * *") + "# comment\n" + own));
+    EXPECT_EQ("", details(own + "\n" + taskLine(12, "9 * * * *") + "\n\n"));
     EXPECT_EQ("", details(own + "@daily " + taskManager + " 3 >> /dev/null 2>&1\n"));
-    EXPECT_EQ("", details(taskLine("9 * * * *", 2147483647) + taskLine(" 9  * *\t* *", -2147483647 - 1)));
+    EXPECT_EQ("", details(taskLine(2147483647, "9 * * * *") + taskLine(-2147483647 - 1, " 9  * *\t* *")));
     EXPECT_EQ("", details(""));
 }
 
@@ -286,7 +282,7 @@ TEST_F(CrontabPreviewDetails, NameNeighbouringLinesWithOneFateAsOneRange)
 {
     EXPECT_EQ("lines 4 to 6, 1 job and 1 comment, are lost: they are below line 2, which is empty\n"
               "  # mine\n  0 4 * * * /bin/own\n",
-        details(own + "\n" + taskLine("9 * * * *", 12) + "# mine\n\n" + own));
+        details(own + "\n" + taskLine(12, "9 * * * *") + "# mine\n\n" + own));
     std::string crontab = own + "\n";
     for (int number = 0; number < 2498; ++number)
         crontab += own;
@@ -309,7 +305,7 @@ TEST_F(CrontabPreviewDetails, TellOfALongLineAndOfThoseBelow)
 
 TEST_F(CrontabPreviewDetails, TellOfLinesThatMentionTheTaskManager)
 {
-    const std::string commented = "#" + taskLine("9 * * * *", 12);
+    const std::string commented = "#" + taskLine(12, "9 * * * *");
     const std::string longer = "0 4 * * * cd / && " + taskManager + " 3 >> /dev/null 2>&1\n";
     const std::string setting = "A=" + taskManager + "\n";
     EXPECT_EQ("lines 1 to 3, 1 job and 1 setting and 1 comment, are lost: they mention the task manager\n  " + commented
@@ -334,14 +330,14 @@ TEST_F(CrontabPreviewDetails, SayWhatBecomesOfALineThatOthersAreJoinedTo)
     EXPECT_EQ(to2 + "a job, which becomes something else\n  \\x0d0 4 * * * /bin/own\n", details("\r\n" + own));
     EXPECT_EQ("lines 1 to 2 are joined to the front of line 4, a job, which becomes a comment\n"
               "  #a#b0 4 * * * /bin/own\n",
-        details("#a\n#b\n" + taskLine("9 * * * *", 12) + own));
+        details("#a\n#b\n" + taskLine(12, "9 * * * *") + own));
 }
 
 TEST_F(CrontabPreviewDetails, TellOfShortLastLines)
 {
     EXPECT_EQ("line 2 is last and loses its line end\n  #\n", details(own + "#\n"));
     EXPECT_EQ("lines 2 to 4 are last and become one without a line end\n  #a#b\n",
-        details(own + "#a\n" + taskLine("9 * * * *", 12) + "#b\n"));
+        details(own + "#a\n" + taskLine(12, "9 * * * *") + "#b\n"));
     EXPECT_EQ("line 1 is last and loses its line end\n  #a\n"
               "line 3, a job, is lost: it is below line 2, which is empty\n  0 4 * * * /bin/own\n",
         details("#a\n\n" + own));
@@ -358,7 +354,7 @@ TEST_F(CrontabPreviewDetails, TellOfZeroBytes)
 
 TEST_F(CrontabPreviewDetails, TellWhatATaskLineJoins)
 {
-    const std::string line = taskLine("7 * * * *", 1);
+    const std::string line = taskLine(1, "7 * * * *");
     const std::string joins = ", has no line end: the line of task 1 joins it";
     EXPECT_EQ("line 1, a job" + joins + ", and that task does not run\n  0 4 * * * /bin/own" + line,
         details("0 4 * * * /bin/own", "rebuild"));
@@ -372,12 +368,12 @@ TEST_F(CrontabPreviewDetails, TellWhatATaskLineJoins)
 TEST_F(CrontabPreviewDetails, TellOfTheLinesFromWhichCronStartsATaskAlready)
 {
     const std::string nice = "@daily nice " + taskManager + " 1\n";
-    const std::string line = taskLine("9 * * * *", 1);
+    const std::string line = taskLine(1, "9 * * * *");
     EXPECT_EQ("lines 1 to 2 start tasks already, and stay beside the tasks' new lines\n  " + line + "  " + nice
             + "line 4 starts a task already, and stays beside the task's new line\n  " + line,
-        details(line + nice + taskLine("7 * * * *", 12) + line, "rebuild"));
+        details(line + nice + taskLine(12, "7 * * * *") + line, "rebuild"));
     EXPECT_EQ("",
-        details("#" + line + " # " + line + "A=" + line + taskManager + " 1\n" + taskLine("7 * * * *", -1), "rebuild"));
+        details("#" + line + " # " + line + "A=" + line + taskManager + " 1\n" + taskLine(-1, "7 * * * *"), "rebuild"));
 }
 
 TEST_F(CrontabPreviewDetails, TellATabFromABackslashAndAT)
@@ -496,7 +492,7 @@ TEST_F(CrontabPreview, TellsAScriptWhetherLinesWouldBeLost)
     const auto status = [](const std::string& command) { return preview({command, "--exit-code"}).status; };
     EXPECT_EQ(0, status("clean"));
     addTask(1, anna, "7 * * * *");
-    setCrontab("anna", own + taskLine("7 * * * *", 1));
+    setCrontab("anna", own + taskLine(1, "7 * * * *"));
     EXPECT_EQ(3, status("clean"));
     EXPECT_EQ(3, status("rebuild"));
     EXPECT_EQ(0, status("update"));
@@ -597,7 +593,7 @@ TEST_F(CrontabPreview, ChangesNothingAndLeavesNoFile)
     addTask(1, anna, "7 * * * *");
     addTask(2, ben, "7 * * * *");
     addTask(3, nobodysUid, "7 * * * *");
-    setCrontab("anna", "#a\n0 4 * * * /bin/own\n\n" + taskLine("7 * * * *", 1));
+    setCrontab("anna", "#a\n0 4 * * * /bin/own\n\n" + taskLine(1, "7 * * * *"));
     const std::string before = wholeWorld();
     for (const std::string command : {"clean", "rebuild", "update"})
         for (const auto& rest :
@@ -626,9 +622,9 @@ TEST_F(CrontabPreview, DoesWithoutDescriptions)
         "       1  (unreadable)              7 * * * *\n"
         "       2  (unreadable)              none: status 6 is above 5\n"))
         << report;
-    EXPECT_EQ(taskLine("7 * * * *", 1), patched("", output({"rebuild", "--diff"})));
+    EXPECT_EQ(taskLine(1, "7 * * * *"), patched("", output({"rebuild", "--diff"})));
     runPass("rebuild");
-    EXPECT_EQ(taskLine("7 * * * *", 1), crontabOf("anna"));
+    EXPECT_EQ(taskLine(1, "7 * * * *"), crontabOf("anna"));
 }
 
 TEST_F(CrontabPreview, LeavesOutAUserWhoseTasksCannotBeListed)
@@ -656,9 +652,9 @@ TEST_F(CrontabPreview, GoesOnWhereATaskCannotBeRead)
     execSql("update TaskTable set status=1 where id>12");
     const std::string report = output({"rebuild", "anna"});
     EXPECT_TRUE(contains(report, "      12  (unreadable)              none: unreadable: Data not found\n")) << report;
-    EXPECT_EQ(taskLine("7 * * * *", 1), patched("", output({"rebuild", "--diff"})));
+    EXPECT_EQ(taskLine(1, "7 * * * *"), patched("", output({"rebuild", "--diff"})));
     runPass("rebuild");
-    EXPECT_EQ(taskLine("7 * * * *", 1), crontabOf("anna"));
+    EXPECT_EQ(taskLine(1, "7 * * * *"), crontabOf("anna"));
 }
 
 TEST_F(CrontabPreview, SaysWhereTheRebuildEnds)
@@ -666,7 +662,7 @@ TEST_F(CrontabPreview, SaysWhereTheRebuildEnds)
     addTask(1, nobodysUid, "7 * * * *");
     addTask(2, anna, "7 * * * *");
     addTask(3, ben, "7 * * * *");
-    setCrontab("anna", taskLine("9 * * * *", 1));
+    setCrontab("anna", taskLine(1, "9 * * * *"));
     execSql("alter table TaskTable rename column status to state");
     const std::string report = output({"rebuild", "--all"});
     for (const std::string words : {"       1  Scan                      none: uid 777 has no account\n",
@@ -682,11 +678,11 @@ TEST_F(CrontabPreview, KnowsTheTableByAnyCase)
 {
     addTask(1, anna, "7 * * * *");
     execSql("alter table TaskTable rename to Other; alter table Other rename to tasktable");
-    EXPECT_EQ(taskLine("7 * * * *", 1), patched("", output({"rebuild", "--diff"})));
+    EXPECT_EQ(taskLine(1, "7 * * * *"), patched("", output({"rebuild", "--diff"})));
     execSql("alter table tasktable rename to Other; create view TaskTABLE as select * from Other");
-    EXPECT_EQ(taskLine("7 * * * *", 1), patched("", output({"rebuild", "--diff"})));
+    EXPECT_EQ(taskLine(1, "7 * * * *"), patched("", output({"rebuild", "--diff"})));
     runPass("rebuild");
-    EXPECT_EQ(taskLine("7 * * * *", 1), crontabOf("anna"));
+    EXPECT_EQ(taskLine(1, "7 * * * *"), crontabOf("anna"));
 }
 
 TEST_F(CrontabPreview, SaysThatNoRunChangesAnythingWithoutTheScratchDirectory)
@@ -694,7 +690,7 @@ TEST_F(CrontabPreview, SaysThatNoRunChangesAnythingWithoutTheScratchDirectory)
     addTask(1, anna, "7 * * * *");
     addTask(2, anna, "7 * * * *", "3,1");
     addTask(3, nobodysUid, "7 * * * *");
-    setCrontab("anna", "#a\n" + taskLine("7 * * * *", 1));
+    setCrontab("anna", "#a\n" + taskLine(1, "7 * * * *"));
     std::filesystem::remove(scratchDirectory);
     const std::string report = output({"update", "--all"});
     for (const std::string words : {"anna (uid 501): stays as it is: the scratch directory is missing\n",
@@ -909,8 +905,8 @@ protected:
             {"PATH=" + directory(ORV_CRON_CLEANER) + ":" + directory(ORV_CRONTAB_PREVIEW) + ":/usr/bin:/bin"});
     }
 
-    const std::string annas = own + taskLine("7 * * * *", 1);
-    const std::string bens = own + "\n" + own + taskLine("8 * * * *", 2);
+    const std::string annas = own + taskLine(1, "7 * * * *");
+    const std::string bens = own + "\n" + own + taskLine(2, "8 * * * *");
     std::vector<std::string> examples;
 };
 
@@ -946,7 +942,7 @@ TEST_F(CrontabPreviewManual, ShowsHowToPatch)
 {
     const ProgramEnd end = run(examples[4]);
     EXPECT_EQ(0, end.status) << end.output << end.errors;
-    EXPECT_EQ(own + taskLine("8 * * * *", 2), readFile(testDirectory + "ben.next"));
+    EXPECT_EQ(own + taskLine(2, "8 * * * *"), readFile(testDirectory + "ben.next"));
     runPass("update");
     EXPECT_EQ(crontabOf("ben"), readFile(testDirectory + "ben.next"));
 }
@@ -980,11 +976,11 @@ public:
         case 3:
             return "# " + taskManager + " was here\n";
         case 4:
-            return "#a" + taskLine("7 * * * *", below(5));
+            return "#a" + taskLine(below(5), "7 * * * *");
         case 5:
         case 6:
         case 7:
-            return taskLine(std::to_string(below(60)) + " * * * *", below(12));
+            return taskLine(below(12), std::to_string(below(60)) + " * * * *");
         default:
             return std::to_string(below(60)) + " 4 * * * /bin/job-" + std::to_string(below(4)) + "\n";
         }
@@ -1093,14 +1089,14 @@ TEST_F(CrontabPreviewOfGenerated, TakesLittleMemoryForALongCrontab)
 {
     useRecordingCrontab();
     addTask(1, anna, "7 * * * *");
-    std::string crontab = taskLine("7 * * * *", 1);
+    std::string crontab = taskLine(1, "7 * * * *");
     std::string kept;
     for (int number = 2; number < 10000; ++number) {
         const std::string line = std::to_string(number) + " 4 * * * /bin/own\n";
-        crontab += number % 10 == 0 ? taskLine("7 * * * *", number) : line;
+        crontab += number % 10 == 0 ? taskLine(number, "7 * * * *") : line;
         kept += number % 10 == 0 ? "" : line;
     }
-    crontab += taskLine("7 * * * *", 10000);
+    crontab += taskLine(10000, "7 * * * *");
     setCrontab("anna", crontab);
     EXPECT_EQ(kept, patched(crontab, output({"clean", "--diff"})));
     EXPECT_GT(50, peakMegabytes());
@@ -1180,7 +1176,7 @@ TEST_F(CrontabPreviewOfGenerated, ReportsTheLinesThatTheRebuildWrites)
             const std::size_t row = shown.find("\n" + std::string(8 - number.size(), ' ') + number + "  Scan");
             ASSERT_NE(std::string::npos, row) << id;
             const std::string line = shown.substr(row + 1, shown.find('\n', row + 1) - row - 1).substr(36);
-            const bool written = made.find(taskLine("7 * * * *", id)) != std::string::npos;
+            const bool written = made.find(taskLine(id, "7 * * * *")) != std::string::npos;
             EXPECT_EQ(written    ? "7 * * * *"
                     : status > 5 ? "none: status " + std::to_string(status) + " is above 5"
                                  : "none: type 3 runs only once",

@@ -188,11 +188,6 @@ void openScratchDirectory()
     fs::permissions(scratchDirectory, fs::perms::all);
 }
 
-std::string taskLine(int id, const std::string& schedule)
-{
-    return schedule + " /usr/local/Quarno/Kestrelcore/TessaraTaskManager " + std::to_string(id) + " >> /dev/null 2>&1";
-}
-
 std::string reading(const std::string& name)
 {
     return "/usr/bin/crontab -u " + name + " -l";

@@ -8,6 +8,7 @@
 
 #include "StoreTest.h" // IWYU pragma: export
 #include "TaskEditor.h" // IWYU pragma: export
+#include "TaskLine.h" // IWYU pragma: export
 
 /// What the tests of the editor stand on: each command that the program starts goes through this test program, which
 /// writes it down, refuses it, or lets something happen before it; so does each connection that it opens.
@@ -59,9 +60,6 @@ std::string scratchFile(const std::string& name);
 
 /// Lets everybody write to the scratch directory.
 void openScratchDirectory();
-
-/// A task line as a rebuild lays it down, without its line feed.
-std::string taskLine(int id, const std::string& schedule = "0 3 * * *");
 
 /// The command that reads the crontab of an account.
 std::string reading(const std::string& name);

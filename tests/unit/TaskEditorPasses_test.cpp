@@ -20,8 +20,8 @@ const std::string listUsers = "select distinct userId from TaskTable";
 const std::string annasTaskCount = "select count(*) from TaskTable where userId=501 and status<=5";
 const std::string annasTaskList = "select id from TaskTable where userId=501 AND status<=5";
 
-const std::string annasLine = taskLine(100) + "\n";
-const std::string bensLine = taskLine(200) + "\n";
+const std::string annasLine = taskLine(100);
+const std::string bensLine = taskLine(200);
 
 /// The statements among the calls of SQLite.
 Lines statementsOf(const Lines& calls)
@@ -432,7 +432,7 @@ TEST_F(CleanCronTest, LeavesAnEmptyCrontabOfTaskLines)
 
 TEST_F(CleanCronTest, DropsTaskLinesOfTasksThatAreNotInTheTable)
 {
-    EXPECT_EQ(backup, afterCleaning(taskLine(4711) + "\n" + backup));
+    EXPECT_EQ(backup, afterCleaning(taskLine(4711) + backup));
 }
 
 TEST_F(CleanCronTest, DropsACommentThatMentionsTheTaskManager)
@@ -490,7 +490,7 @@ TEST_F(CleanCronTest, DoesNotInstallWhatIsLeftOfACopyThatLacksItsEnd)
 {
     std::string crontab;
     while (crontab.size() < 8192) // of which nothing is left, so that the filtered copy needs no room
-        crontab += "# " + std::string(128 - 3 - taskLine(100).size(), 'x') + taskLine(100) + "\n";
+        crontab += "# " + std::string(128 - 3 - openTaskLine(100).size(), 'x') + taskLine(100);
     ASSERT_EQ(8192U, crontab.size());
     limitScratchDirectory(8192, 0);
     EXPECT_EQ(crontab + backup, afterCleaning(crontab + backup));
@@ -539,8 +539,8 @@ TEST_F(PutCronFromDbTest, WritesEachTaskToItsOwnersCrontab)
     addTask("id=3, userId=502");
     addTask("id=4, userId=501");
     addTask("id=5, userId=502");
-    EXPECT_EQ(taskLine(4) + "\n", afterRebuild());
-    EXPECT_EQ(taskLine(3) + "\n" + taskLine(5) + "\n", crontabOf("ben"));
+    EXPECT_EQ(taskLine(4), afterRebuild());
+    EXPECT_EQ(taskLine(3) + taskLine(5), crontabOf("ben"));
 }
 
 TEST_F(PutCronFromDbTest, WritesTasksOfAnyTypeBut3)
@@ -550,7 +550,7 @@ TEST_F(PutCronFromDbTest, WritesTasksOfAnyTypeBut3)
     addTask("userId=501, id=18, type=-3");
     std::string expected;
     for (const int id : {10, 11, 12, 14, 15, 16, 17, 18})
-        expected += taskLine(id) + "\n";
+        expected += taskLine(id);
     EXPECT_EQ(expected, afterRebuild());
 }
 
@@ -559,7 +559,7 @@ TEST_F(PutCronFromDbTest, ReadsTheScheduleThenTheTypeOfEachTaskEvenIfItGetsNoLin
     addTask("id=3, userId=501, type=3");
     addTask("id=9, userId=501");
     SqliteWatch sqlite;
-    EXPECT_EQ(taskLine(9) + "\n", afterRebuild());
+    EXPECT_EQ(taskLine(9), afterRebuild());
     EXPECT_EQ((Lines{countUsers, countUsers, listUsers, annasTaskCount, annasTaskCount, annasTaskList,
                   "select crontime from TaskTable where id=3", "select type from TaskTable where id=3",
                   "select crontime from TaskTable where id=9", "select type from TaskTable where id=9"}),
@@ -573,7 +573,7 @@ TEST_F(PutCronFromDbTest, WritesTasksOfStatus5OrLessOnly)
     addTask("id=3, userId=501, status=-1");
     addTask("id=4, userId=501, status=NULL");
     addTask("id=5, userId=501, status=3");
-    EXPECT_EQ(taskLine(1) + "\n" + taskLine(3) + "\n" + taskLine(5) + "\n", afterRebuild());
+    EXPECT_EQ(taskLine(1) + taskLine(3) + taskLine(5), afterRebuild());
 }
 
 TEST_F(PutCronFromDbTest, WritesASchedulesTextUnchanged)
@@ -581,7 +581,7 @@ TEST_F(PutCronFromDbTest, WritesASchedulesTextUnchanged)
     addTask("id=1, userId=501, crontime=''");
     addTask("id=2, userId=501, crontime=' never, '");
     addTask("id=3, userId=501, crontime='@daily'");
-    EXPECT_EQ(taskLine(1, "") + "\n" + taskLine(2, " never, ") + "\n" + taskLine(3, "@daily") + "\n", afterRebuild());
+    EXPECT_EQ(taskLine(1, "") + taskLine(2, " never, ") + taskLine(3, "@daily"), afterRebuild());
 }
 
 TEST_F(PutCronFromDbTest, KeepsExistingLinesFirstAndUnchanged)
@@ -589,14 +589,14 @@ TEST_F(PutCronFromDbTest, KeepsExistingLinesFirstAndUnchanged)
     const std::string crontab = "\n#\nab\n" + tidy + "\r\n" + std::string(700, 'x') + "\n\n" + annasLine + backup;
     addTask("id=9, userId=501");
     setCrontab("anna", crontab);
-    EXPECT_EQ(crontab + taskLine(9) + "\n", afterRebuild());
+    EXPECT_EQ(crontab + taskLine(9), afterRebuild());
 }
 
 TEST_F(PutCronFromDbTest, AppendsToALastLineWithoutALineFeed)
 {
     addTask("id=9, userId=501");
     setCrontab("anna", "# no line feed");
-    EXPECT_EQ("# no line feed" + taskLine(9) + "\n", afterRebuild());
+    EXPECT_EQ("# no line feed" + taskLine(9), afterRebuild());
 }
 
 TEST_F(PutCronFromDbTest, DoublesTheTaskLinesWhenItIsRunTwice)
@@ -604,7 +604,7 @@ TEST_F(PutCronFromDbTest, DoublesTheTaskLinesWhenItIsRunTwice)
     addTask("id=3, userId=501");
     addTask("id=9, userId=501");
     setCrontab("anna", backup);
-    const std::string lines = taskLine(3) + "\n" + taskLine(9) + "\n";
+    const std::string lines = taskLine(3) + taskLine(9);
     EXPECT_EQ(backup + lines, afterRebuild());
     EXPECT_EQ(backup + lines + lines, afterRebuild());
 }
@@ -641,7 +641,7 @@ TEST_F(PutCronFromDbTest, GoesOnAfterAUserWithoutATaskThatCounts)
     addTask("id=9, userId=502");
     setCrontab("anna", backup);
     EXPECT_EQ(backup, afterRebuild());
-    EXPECT_EQ(taskLine(9) + "\n", crontabOf("ben"));
+    EXPECT_EQ(taskLine(9), crontabOf("ben"));
     EXPECT_EQ(Lines(), scratchFiles());
 }
 
@@ -676,8 +676,8 @@ TEST_F(PutCronFromDbTest, FindsUsersWithAnAccountBetweenOthersWithoutOne)
     for (const char* task : {"id=1, userId=777", "id=2, userId=501", "id=3, userId=778", "id=4, userId=-1",
              "id=5, userId=502", "id=6, userId=779"})
         addTask(task);
-    EXPECT_EQ(taskLine(2) + "\n", afterRebuild());
-    EXPECT_EQ(taskLine(5) + "\n", crontabOf("ben"));
+    EXPECT_EQ(taskLine(2), afterRebuild());
+    EXPECT_EQ(taskLine(5), crontabOf("ben"));
     EXPECT_EQ(
         (Lines{reading("anna"), installing("anna", "crontemp.txt"), reading("ben"), installing("ben", "crontemp.txt")}),
         commands.takeCommands());
@@ -688,7 +688,7 @@ TEST_F(PutCronFromDbTest, ReplacesACrontabThatCannotBeReadWithTheTaskLinesAlone)
     addTask("id=9, userId=501");
     setCrontab("anna", backup);
     commands.refuse(reading("anna"));
-    EXPECT_EQ(taskLine(9) + "\n", afterRebuild());
+    EXPECT_EQ(taskLine(9), afterRebuild());
     EXPECT_EQ((Lines{reading("anna"), installing("anna", "crontemp.txt")}), commands.takeCommands());
 }
 
@@ -733,7 +733,7 @@ TEST_F(PutCronFromDbTest, KeepsTheCrontabsThatItInstalledBeforeItEnded)
     ConnectionWatch connections;
     connections.before(firstType + 1, dropTable);
     EXPECT_EQ("TaskTable doesn't exist-2 (1)", failureOf([this] { editor->putCronFromDB(); }));
-    EXPECT_EQ(taskLine(9) + "\n", crontabOf("anna"));
+    EXPECT_EQ(taskLine(9), crontabOf("anna"));
     EXPECT_EQ(tidy, crontabOf("ben"));
     EXPECT_EQ(tidy, scratchFile("crontemp.txt"));
 }
@@ -753,7 +753,7 @@ TEST_P(UnlistedTasksTest, LeaveTheirOwnersCrontabAsItIsAndTheOthersAreRebuilt)
     connections.before(GetParam(), [] { execSql("alter table TaskTable rename to Hidden"); });
     connections.before(GetParam() + 1, [] { execSql("alter table Hidden rename to TaskTable"); });
     EXPECT_EQ(backup, afterRebuild());
-    EXPECT_EQ(taskLine(10) + "\n", crontabOf("ben"));
+    EXPECT_EQ(taskLine(10), crontabOf("ben"));
     EXPECT_EQ((Lines{reading("anna"), reading("ben"), installing("ben", "crontemp.txt")}), commands.takeCommands());
 }
 
@@ -795,7 +795,7 @@ TEST_F(PutCronFromDbTest, WritesTheTasksThatAreLeftIfSomeHaveGoneSinceTheCount)
         addTask(task);
     ConnectionWatch connections;
     connections.before(countForList, [] { execSql("delete from TaskTable where id<>9"); });
-    EXPECT_EQ(taskLine(9) + "\n", afterRebuild());
+    EXPECT_EQ(taskLine(9), afterRebuild());
     EXPECT_EQ(firstType, connections.count());
 }
 
@@ -804,7 +804,7 @@ TEST_F(PutCronFromDbTest, WritesAsManyTasksAsWereCountedIfOthersHaveCome)
     addTask("id=3, userId=501");
     ConnectionWatch connections;
     connections.before(countForList, [] { addTask("userId=501"); });
-    EXPECT_EQ(taskLine(3) + "\n", afterRebuild());
+    EXPECT_EQ(taskLine(3), afterRebuild());
 }
 
 TEST_F(PutCronFromDbTest, SkipsATaskThatHasGoneBeforeItsScheduleIsRead)
@@ -813,7 +813,7 @@ TEST_F(PutCronFromDbTest, SkipsATaskThatHasGoneBeforeItsScheduleIsRead)
     addTask("id=9, userId=501");
     ConnectionWatch connections;
     connections.before(firstCronTime, [] { execSql("delete from TaskTable where id=3"); });
-    EXPECT_EQ(taskLine(9) + "\n", afterRebuild());
+    EXPECT_EQ(taskLine(9), afterRebuild());
 }
 
 TEST_F(PutCronFromDbTest, SkipsATaskThatHasGoneBeforeItsTypeIsRead)
@@ -822,7 +822,7 @@ TEST_F(PutCronFromDbTest, SkipsATaskThatHasGoneBeforeItsTypeIsRead)
     addTask("id=9, userId=501");
     ConnectionWatch connections;
     connections.before(firstType, [] { execSql("delete from TaskTable where id=3"); });
-    EXPECT_EQ(taskLine(9) + "\n", afterRebuild());
+    EXPECT_EQ(taskLine(9), afterRebuild());
 }
 
 TEST_F(PutCronFromDbTest, InstallsTheLinesOfTheOtherTasksIfTheLastOneHasGone)
@@ -832,7 +832,7 @@ TEST_F(PutCronFromDbTest, InstallsTheLinesOfTheOtherTasksIfTheLastOneHasGone)
     setCrontab("anna", backup);
     ConnectionWatch connections;
     connections.before(firstType + 1, dropTable);
-    EXPECT_EQ(backup + taskLine(3) + "\n", afterRebuild());
+    EXPECT_EQ(backup + taskLine(3), afterRebuild());
     EXPECT_EQ(Lines(), scratchFiles());
 }
 
@@ -921,13 +921,12 @@ TEST_F(RefreshCronTest, GivesATaskLineAfterTwoCharactersALineOfItsOwn)
 
 TEST_F(RefreshCronTest, SeparatesTwoTaskLinesThatWereJoined)
 {
-    EXPECT_EQ(taskLine(1) + "\n" + taskLine(2, "1 1 * * *") + "\n",
-        afterRefresh(taskLine(1) + taskLine(2, "1 1 * * *") + "\n"));
+    EXPECT_EQ(taskLine(1) + taskLine(2, "1 1 * * *"), afterRefresh(openTaskLine(1) + taskLine(2, "1 1 * * *")));
 }
 
 TEST_F(RefreshCronTest, JoinsATextOfTwoCharactersAfterATaskLineToTheNextLine)
 {
-    EXPECT_EQ(annasLine + "ab" + backup, afterRefresh(taskLine(100) + "ab\n" + backup));
+    EXPECT_EQ(annasLine + "ab" + backup, afterRefresh(openTaskLine(100) + "ab\n" + backup));
 }
 
 TEST_F(RefreshCronTest, KeepsATaskLineWithoutANullDevice)
@@ -938,13 +937,13 @@ TEST_F(RefreshCronTest, KeepsATaskLineWithoutANullDevice)
 
 TEST_F(RefreshCronTest, FindsTheScheduleOfTask0InsideALongerOne)
 {
-    EXPECT_EQ("\n" + annasLine, afterRefresh(taskLine(100, "10 3 * * *") + "\n"));
+    EXPECT_EQ("\n" + annasLine, afterRefresh(taskLine(100, "10 3 * * *")));
 }
 
 TEST_F(RefreshCronTest, SearchesAScheduleOfMoreThan50Characters)
 {
     const std::string schedule = "0,5,10,15,20,25,30,35,40,45,50,55 0,2,4,6,8,10,12,14,16,18,20,22 * * 1-5";
-    EXPECT_EQ("a\n" + taskLine(1, schedule) + "\n", afterRefresh("ab" + taskLine(1, schedule) + "\n", schedule));
+    EXPECT_EQ("a\n" + taskLine(1, schedule), afterRefresh("ab" + taskLine(1, schedule), schedule));
 }
 
 TEST_F(RefreshCronTest, TakesTask0OfAnyUserTypeAndStatus)
@@ -959,7 +958,7 @@ TEST_F(RefreshCronTest, TakesTask0OfAnyUserTypeAndStatus)
 TEST_F(RefreshCronTest, ReadsTask0AgainForEachPiece)
 {
     addTask("id=0, userId=501");
-    setCrontab("anna", "ab" + taskLine(1) + taskLine(2) + "\n");
+    setCrontab("anna", "ab" + openTaskLine(1) + taskLine(2));
     SqliteWatch sqlite;
     EXPECT_TRUE(editor->refreshCron());
     const std::string readTask0 = "select * from TaskTable where id=0";
@@ -970,12 +969,12 @@ TEST_F(RefreshCronTest, ReadsTask0AgainForEachPiece)
 TEST_F(RefreshCronTest, UsesTheNewScheduleOfTask0)
 {
     addTask("id=0, userId=501");
-    const std::string second = taskLine(2, "7 7 * * *");
-    setCrontab("anna", "ab" + taskLine(1) + "cd" + second + "\n");
+    const std::string second = openTaskLine(2, "7 7 * * *");
+    setCrontab("anna", "ab" + openTaskLine(1) + "cd" + second + "\n");
     ConnectionWatch connections;
     connections.before(6, [] { execSql("update TaskTable set crontime='7 7 * * *'"); });
     EXPECT_TRUE(editor->refreshCron());
-    EXPECT_EQ("a\n" + taskLine(1) + "\nc\n" + second + "\n", crontabOf("anna"));
+    EXPECT_EQ("a\n" + taskLine(1) + "c\n" + second + "\n", crontabOf("anna"));
 }
 
 TEST_F(RefreshCronTest, ReleasesTask0WithItsPropertyLists)

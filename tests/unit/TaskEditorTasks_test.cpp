@@ -236,10 +236,10 @@ TEST_F(ModifyTaskTest, RunsNoCommand)
 {
     TaskInfo task = newTask();
     task.id = addTask("userId=501");
-    setCrontab("anna", taskLine(task.id) + "\n");
+    setCrontab("anna", taskLine(task.id));
     EXPECT_TRUE(editor->modifyTask(task, true));
     EXPECT_EQ(Lines(), commands.takeCommands());
-    EXPECT_EQ(taskLine(task.id) + "\n", crontabOf("anna"));
+    EXPECT_EQ(taskLine(task.id), crontabOf("anna"));
 }
 
 TEST_F(ModifyTaskTest, ReleasesTheTaskLockWhenItFails)
@@ -268,13 +268,13 @@ protected:
     void setUpTask(int type)
     {
         addTask("id=12, userId=501, type=" + std::to_string(type));
-        setCrontab("anna", backup + taskLine(12) + "\n" + taskLine(123) + "\n");
+        setCrontab("anna", backup + taskLine(12) + taskLine(123));
     }
 
     Lines ids() { return queryRows("select id from TaskTable"); }
 
-    const std::string withoutLine = backup + taskLine(123) + "\n";
-    const std::string withLine = backup + taskLine(12) + "\n" + taskLine(123) + "\n";
+    const std::string withoutLine = backup + taskLine(123);
+    const std::string withLine = backup + taskLine(12) + taskLine(123);
     const Lines rewriting{reading("anna"), installing("anna")};
 };
 
@@ -355,7 +355,7 @@ TEST_F(DeleteTaskTest, EditsTheCrontabOfTheUserInTheRow)
 {
     setUpTask(1);
     execSql("update TaskTable set userId=502");
-    setCrontab("ben", taskLine(12) + "\n" + tidy);
+    setCrontab("ben", taskLine(12) + tidy);
     EXPECT_TRUE(editor->deleteTask(12, true, false));
     EXPECT_EQ(withLine, crontabOf("anna"));
     EXPECT_EQ(tidy, crontabOf("ben"));
@@ -456,27 +456,27 @@ protected:
 
 TEST_F(DeleteCronEntryTest, AsRootEditsTheCrontabOfTheUserOfTheTask)
 {
-    setCrontab("root", taskLine(12) + "\n");
-    EXPECT_EQ(backup, afterDeleting(12, backup + taskLine(12) + "\n"));
+    setCrontab("root", taskLine(12));
+    EXPECT_EQ(backup, afterDeleting(12, backup + taskLine(12)));
     EXPECT_EQ((Lines{"/usr/bin/crontab -u anna -l",
                   "/usr/bin/crontab -u anna /usr/local/Quarno/Kestrelcore/var/tmp/temp2.txt"}),
         commands.takeCommands());
-    EXPECT_EQ(taskLine(12) + "\n", crontabOf("root"));
+    EXPECT_EQ(taskLine(12), crontabOf("root"));
     EXPECT_EQ(Lines(), scratchFiles());
 }
 
 TEST_F(DeleteCronEntryTest, AsAnotherUserEditsThatUsersOwnCrontabWhateverTheUserOfTheTask)
 {
     openScratchDirectory();
-    setCrontab("anna", backup + taskLine(12) + "\n");
-    setCrontab("ben", taskLine(12) + "\n");
+    setCrontab("anna", backup + taskLine(12));
+    setCrontab("ben", taskLine(12));
     asUser(anna, anna, [this] {
         EXPECT_TRUE(editor->deleteCronEntry(12, ben));
         EXPECT_EQ((Lines{"/usr/bin/crontab -l", "/usr/bin/crontab /usr/local/Quarno/Kestrelcore/var/tmp/temp2.txt"}),
             commands.takeCommands());
     });
     EXPECT_EQ(backup, crontabOf("anna"));
-    EXPECT_EQ(taskLine(12) + "\n", crontabOf("ben"));
+    EXPECT_EQ(taskLine(12), crontabOf("ben"));
     EXPECT_EQ(Lines(), scratchFiles());
 }
 
@@ -495,7 +495,7 @@ TEST_F(DeleteCronEntryTest, ChoosesByTheRealUserAndReadsAndInstallsAsTheEffectiv
 
 TEST_F(DeleteCronEntryTest, KeepsTheLineOfTask123WhenTask12IsDeleted)
 {
-    EXPECT_EQ(taskLine(123) + "\n", afterDeleting(12, taskLine(12) + "\n" + taskLine(123) + "\n"));
+    EXPECT_EQ(taskLine(123), afterDeleting(12, taskLine(12) + taskLine(123)));
 }
 
 TEST_F(DeleteCronEntryTest, DeletesALineWithASourceAfterTheId)
@@ -512,7 +512,7 @@ TEST_F(DeleteCronEntryTest, KeepsALineThatEndsWithTheNameUnlessItIsTask0)
 
 TEST_F(DeleteCronEntryTest, KeepsForeignLinesInTheirOrder)
 {
-    EXPECT_EQ("#\nab\n" + tidy + backup, afterDeleting(12, "#\nab\n" + tidy + taskLine(12) + "\n" + backup));
+    EXPECT_EQ("#\nab\n" + tidy + backup, afterDeleting(12, "#\nab\n" + tidy + taskLine(12) + backup));
 }
 
 TEST_F(DeleteCronEntryTest, DropsEverythingBelowAnEmptyLine)
@@ -549,21 +549,21 @@ TEST_F(DeleteCronEntryTest, EmptiesACrontabThatCannotBeRead)
 TEST_F(DeleteCronEntryTest, IsTrueEvenIfTheCrontabCannotBeInstalled)
 {
     commands.refuse(installing("anna"));
-    EXPECT_EQ(taskLine(12) + "\n", afterDeleting(12, taskLine(12) + "\n"));
+    EXPECT_EQ(taskLine(12), afterDeleting(12, taskLine(12)));
     EXPECT_EQ(Lines(), scratchFiles());
 }
 
 TEST_F(DeleteCronEntryTest, LeavesTheCrontabAsItIsIfTheScratchDirectoryIsMissing)
 {
     fs::remove(scratchDirectory);
-    EXPECT_EQ(taskLine(12) + "\n", afterDeleting(12, taskLine(12) + "\n"));
+    EXPECT_EQ(taskLine(12), afterDeleting(12, taskLine(12)));
     EXPECT_EQ((Lines{reading("anna"), installing("anna")}), commands.takeCommands());
 }
 
 TEST_F(DeleteCronEntryTest, LeavesTheCrontabAsItIsIfTheFilteredCopyCannotBeMade)
 {
     limitScratchDirectory(0, 1);
-    EXPECT_EQ(taskLine(12) + "\n", afterDeleting(12, taskLine(12) + "\n"));
+    EXPECT_EQ(taskLine(12), afterDeleting(12, taskLine(12)));
     EXPECT_EQ((Lines{reading("anna"), installing("anna")}), commands.takeCommands());
 }
 
@@ -581,7 +581,7 @@ TEST_F(DeleteCronEntryTest, DoesNotInstallACopyThatIsCutOffByAFullDisk)
 TEST_F(DeleteCronEntryTest, DoesNotInstallAFilteredCopyThatIsCutOffByAFullDisk)
 {
     limitScratchDirectory(4096, 0); // room for one of the two files
-    EXPECT_EQ(backup + taskLine(12) + "\n", afterDeleting(12, backup + taskLine(12) + "\n"));
+    EXPECT_EQ(backup + taskLine(12), afterDeleting(12, backup + taskLine(12)));
     EXPECT_EQ(Lines{reading("anna")}, commands.takeCommands());
     EXPECT_EQ(Lines(), scratchFiles());
 }
@@ -596,7 +596,7 @@ TEST_F(DeleteCronEntryTest, RunsNothingForAUserWithoutAnAccount)
 TEST_F(DeleteCronEntryTest, TakesNoLock)
 {
     const std::lock_guard<std::mutex> lock(gMutex);
-    EXPECT_EQ("", afterDeleting(12, taskLine(12) + "\n"));
+    EXPECT_EQ("", afterDeleting(12, taskLine(12)));
 }
 
 } // namespace
