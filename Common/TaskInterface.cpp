@@ -280,19 +280,19 @@ bool TaskInterface::getTaskInfoObject(int id, TaskInfo** out)
         throw SqliteException(db->lastError, "Database: taskId not found"); // code 0: callers tell this from 401
 
     const auto number = [&db](int column) { return orv::toInt(db->getColumn(column)); };
-    orv::OwnedTask task(new TaskInfo(TaskType(number(2))));
-    task->id = number(0);
-    task->description = db->getColumn(1);
-    task->cronTime = db->getColumn(3);
-    task->parameter = readParameter(*db, 4);
-    task->result = readResult(*db, 5);
-    task->created = convertStringToTm(db->getColumn(6));
-    task->lastRun = convertStringToTm(db->getColumn(7));
-    task->status = TaskStatus(number(8));
-    task->count = number(9);
-    task->userId = number(10);
-    task->recType = number(11) == 1 ? 1 : 0; // any other number is 0, too
-    *out = task.release();
+    orv::OwnedTask read(new TaskInfo(TaskType(number(2))));
+    read->id = number(0);
+    read->description = db->getColumn(1);
+    read->cronTime = db->getColumn(3);
+    read->parameter = readParameter(*db, 4);
+    read->result = readResult(*db, 5);
+    read->created = convertStringToTm(db->getColumn(6));
+    read->lastRun = convertStringToTm(db->getColumn(7));
+    read->status = TaskStatus(number(8));
+    read->count = number(9);
+    read->userId = number(10);
+    read->recType = number(11) == 1 ? 1 : 0; // any other number is 0, too
+    *out = read.release();
     return true;
 }
 

@@ -280,7 +280,10 @@ void writeSummaries(Writer& out, const std::vector<OwnersRun>& all)
     std::vector<const OwnersRun*> harmful;
     std::vector<const OwnersRun*> others;
     for (const OwnersRun& of : all)
-        (harmsMoreThanComments(of.run) ? harmful : others).push_back(&of);
+        if (harmsMoreThanComments(of.run))
+            harmful.push_back(&of);
+        else
+            others.push_back(&of);
     std::stable_sort(harmful.begin(), harmful.end(),
         [](const OwnersRun* one, const OwnersRun* other) { return harmOf(one->run) > harmOf(other->run); });
     std::size_t columns = 0;

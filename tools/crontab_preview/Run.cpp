@@ -250,9 +250,9 @@ public:
         const std::string result = afterClean(m_run.after);
         if (!install(result, "clean"))
             return;
-        CleanedCrontab cleaned(m_owner.crontab.text);
-        m_run.events = std::move(cleaned.events);
-        m_run.lines = std::move(cleaned.lines);
+        CleanedCrontab crontab(m_owner.crontab.text);
+        m_run.events = std::move(crontab.events);
+        m_run.lines = std::move(crontab.lines);
     }
 
     void rebuild()
@@ -293,7 +293,6 @@ private:
     bool canInstall()
     {
         const Listing& crontab = m_owner.crontab;
-        std::string why;
         if (!m_owner.account)
             leaveAlone("", "there is no account with this id", false);
         else if (crontab.forbidden)
