@@ -282,6 +282,7 @@ void appendTaskLines(TaskEditor& editor, int uid, const Crontab& crontab)
 
 void startTaskManager(int id, const std::string& source)
 {
+    // NOLINTNEXTLINE(readability-redundant-string-cstr): a zero byte ends the source, as it would end the command
     const std::string argument = source == "LocalTask" ? "" : std::string(" ") + source.c_str();
     const std::string command = tmanagerPath + "TessaraTaskManager " + std::to_string(id) + argument + " &";
     // A cut command would lose its "&", or run something else.

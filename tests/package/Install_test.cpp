@@ -237,9 +237,10 @@ TEST_F(Install, SaysWhichPackagesADebianPackageNeeds)
 {
     const std::string tools = testDirectory + "tools"; // without file and dpkg-shlibdeps
     fs::create_directories(tools);
-    const ProgramEnd end = runProgram({fs::path(ORV_CMAKE).replace_filename("cpack"), "-G", "DEB", "--config",
-                                          ORV_BUILD_DIR "/CPackConfig.cmake", "-B", testDirectory + "packages"},
-        StandardOutput::captured, {"PATH=" + tools});
+    const ProgramEnd end
+        = runProgram({fs::path(ORV_CMAKE).replace_filename("cpack"), "-G", "DEB", "--config",
+                         std::string(ORV_BUILD_DIR) + "/CPackConfig.cmake", "-B", testDirectory + "packages"},
+            StandardOutput::captured, {"PATH=" + tools});
     EXPECT_NE(0, end.status);
     EXPECT_NE(std::string::npos, end.errors.find("apt-get install dpkg-dev file")) << end.errors;
 }

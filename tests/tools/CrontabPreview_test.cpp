@@ -782,8 +782,8 @@ TEST_F(CrontabPreview, SaysWhenTheDatabaseCannotBeRead)
 TEST_F(CrontabPreview, SaysWhenDiffFails)
 {
     addTask(1, anna, "7 * * * *");
-    const ProgramEnd end = runProgram({"/usr/bin/unshare", "--mount", "/bin/sh", "-c",
-        "mount --bind /bin/false /usr/bin/diff && exec " ORV_CRONTAB_PREVIEW " rebuild --diff"});
+    const ProgramEnd end = runProgram({"/usr/bin/unshare", "--mount", "--propagation", "unchanged", "/bin/sh", "-c",
+        std::string("mount --bind /bin/false /usr/bin/diff && exec ") + ORV_CRONTAB_PREVIEW + " rebuild --diff"});
     EXPECT_EQ(1, end.status);
     EXPECT_EQ("crontab_preview: diff fails\n", end.errors);
 }

@@ -1003,9 +1003,10 @@ TEST(PropertyListReading, TakesDatesOfFourDigitsOfYears)
 
 TEST(PropertyListReading, ReadsDaysOfFourCenturiesAsTheyWereWritten)
 {
-    for (double day = -73049; day < 73049; day += 9) {
-        const std::string xml = written(newDate(day * 86400 + 43199).get());
-        ASSERT_TRUE(CFEqual(newDate(day * 86400 + 43199).get(), read(xml).get())) << xml;
+    for (int day = -73049; day < 73049; day += 9) {
+        const double noon = day * 86400.0 + 43199;
+        const std::string xml = written(newDate(noon).get());
+        ASSERT_TRUE(CFEqual(newDate(noon).get(), read(xml).get())) << xml;
     }
 }
 

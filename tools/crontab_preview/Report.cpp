@@ -79,12 +79,12 @@ public:
         std::string begun;
         std::string rest = shown;
         while (m_style.folded && columnsOf(begun + rest) > terminalColumns) {
-            const std::string fitting = cut(begun + rest, terminalColumns + 1);
-            const std::size_t blank = fitting.find_last_of(' ');
+            const std::string whole = begun + rest;
+            const std::size_t blank = cut(whole, terminalColumns + 1).find_last_of(' ');
             if (blank == std::string::npos || blank <= begun.size())
                 break;
-            write((begun + rest).substr(0, blank) + "\n", colour);
-            rest = (begun + rest).substr(blank + 1);
+            write(whole.substr(0, blank) + "\n", colour);
+            rest = whole.substr(blank + 1);
             begun = std::string(indent, ' ');
         }
         write(begun + rest + "\n", colour);
@@ -182,9 +182,9 @@ std::string summary(const OwnersRun& of, const std::vector<Kind>& kinds)
     if (run.installs && run.taskLinesBefore + run.taskLinesAfter > 0)
         parts.push_back(taskLines(run.taskLinesBefore, run.taskLinesAfter));
     if (run.installs && !of.owner.crontab.exists)
-        parts.push_back(run.after.empty() ? "gets an empty crontab" : "gets a crontab");
+        parts.emplace_back(run.after.empty() ? "gets an empty crontab" : "gets a crontab");
     else if (run.installs && run.after.empty() && !of.owner.crontab.text.empty())
-        parts.push_back("left empty");
+        parts.emplace_back("left empty");
     return parts.empty() ? "nothing changes" : joined(parts, "; ");
 }
 
