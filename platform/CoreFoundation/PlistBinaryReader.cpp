@@ -152,8 +152,8 @@ private:
         case 0x8:
             return {newUid(objectBytes(offset + 1, low + 1))};
         default: {
-            // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): an Owned in the result has the object
             const uint64_t count = takeCount(offset, low);
+            // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): an Owned in the result has the object
             return makeSized(marker >> 4, count, offset, depth);
         }
         }

@@ -161,12 +161,9 @@ TEST(CFMemory, GivesNullForCopiesThatCannotBeMadeAndLeavesTheOriginalAlone)
 /// A binary list of every kind of object: a dictionary of an array of the others.
 std::string binaryList()
 {
-    const std::vector<std::string> objects{"\xd1\x01\x02", "\x5f\x10\x15" + std::string("a key too long to be."),
+    const std::vector<std::string> objects{"\xd1\x01\x02", "\x5f\x10\025a key too long to be.",
         "\xa7\x03\x04\x05\x06\x07\x08\x09", "\x68" + std::string(16, 'u'), "\x10\x01", "\x22" + std::string(4, '\0'),
-        "\x09", "\x33" + std::string(8, '\0'),
-        "\x43"
-        "abc",
-        "\x80\x05"};
+        "\x09", "\x33" + std::string(8, '\0'), "\103abc", "\x80\x05"};
     std::string list = "bplist00";
     std::string offsets;
     for (const std::string& object : objects) {
