@@ -41,8 +41,8 @@ protected:
     }
 };
 
-/// The kernel says in which system call a process is. Its list of locks would not do: in a process namespace it leaves out
-/// a lock whose first owner was killed, and those who wait for it.
+/// The kernel says in which system call a process is. Its list of locks would not do: in a process namespace it leaves
+/// out a lock whose first owner was killed, and those who wait for it.
 bool waitsForALock(pid_t process)
 {
     const std::string call = std::to_string(SYS_flock) + " ";
