@@ -26,6 +26,7 @@ Message takeMessage()
 
 } // namespace
 
+// The C library chose these names.
 // NOLINTBEGIN(*-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp,readability-inconsistent-declaration-parameter-name)
 
 /// Takes the place of the system's: what syslog would be told stays here.
