@@ -246,7 +246,7 @@ std::vector<int> takeArray(int* array, int count)
     return std::vector<int>(array, array + count);
 }
 
-int addTask(const std::string& assignments)
+int addRow(const std::string& assignments)
 {
     execSql("insert into TaskTable (description, crontime) values ('task', '0 3 * * *')");
     const std::string id = queryRows("select max(id) from TaskTable").at(0);
@@ -255,10 +255,10 @@ int addTask(const std::string& assignments)
     return std::stoi(id);
 }
 
-void addTasks(int count, const std::string& assignments)
+void addRows(int count, const std::string& assignments)
 {
-    for (int task = 0; task < count; ++task)
-        addTask(assignments);
+    for (int row = 0; row < count; ++row)
+        addRow(assignments);
 }
 
 orv::CfRef<CFPropertyListRef> listOf(const std::string& text)

@@ -70,10 +70,10 @@ std::string failureOf(const std::function<void()>& operation);
 /// The elements of an array that the store has made, which is released.
 std::vector<int> takeArray(int* array, int count);
 
-/// Adds a task as another program does, and changes its columns as told: "status=3, userId=501". Returns its id.
-int addTask(const std::string& assignments = "");
-/// Adds `count` such tasks.
-void addTasks(int count, const std::string& assignments);
+/// Adds a row to TaskTable as another program does, with these columns set: "status=3, userId=501". Returns its id.
+int addRow(const std::string& assignments = "");
+/// Adds `count` such rows.
+void addRows(int count, const std::string& assignments);
 
 /// The property list that an XML or binary text denotes; null if it denotes none.
 orv::CfRef<CFPropertyListRef> listOf(const std::string& text);

@@ -78,8 +78,8 @@ protected:
     /// Tasks 100 of anna and 200 of ben. Each has a foreign job.
     void setUpAnnaAndBen()
     {
-        addTask("id=100, userId=501");
-        addTask("id=200, userId=502");
+        addRow("id=100, userId=501");
+        addRow("id=200, userId=502");
         setCrontab("anna", backup);
         setCrontab("ben", tidy);
     }
@@ -108,10 +108,10 @@ TEST_P(PassTest, RunsNothingIfThereIsNoTaskAndDoesNotAskForTheUsers)
 
 TEST_P(PassTest, ReadsAndInstallsTheCrontabsInTheOrderOfTheTable)
 {
-    addTask("userId=502");
-    addTask("userId=501");
-    addTask("userId=502");
-    addTask("userId=0");
+    addRow("userId=502");
+    addRow("userId=501");
+    addRow("userId=502");
+    addRow("userId=0");
     EXPECT_TRUE(runPass());
     EXPECT_EQ((Lines{reading("ben"), installing("ben", installed()), reading("anna"), installing("anna", installed()),
                   reading("root"), installing("root", installed())}),
@@ -202,7 +202,7 @@ TEST_P(PassTest, DoesNotInstallThePreviousUsersCrontabIfACrontabCannotBeRead)
 
 TEST_P(PassTest, RunsNothingForAnIdWithoutAnAccountAndGoesOn)
 {
-    addTask("userId=777");
+    addRow("userId=777");
     setUpAnnaAndBen();
     EXPECT_TRUE(runPass());
     EXPECT_EQ((Lines{reading("anna"), installing("anna", installed()), reading("ben"), installing("ben", installed())}),
@@ -257,7 +257,7 @@ TEST_P(PassTest, EndsIfTheNumberOfUsersChangedSinceTheCount)
 TEST_P(PassTest, EditsTheUsersThatAreLeftIfSomeHaveGoneSinceTheCount)
 {
     setUpAnnaAndBen();
-    addTask("userId=503");
+    addRow("userId=503");
     ConnectionWatch connections;
     connections.before(2, [] { execSql("delete from TaskTable where userId<>502"); });
     EXPECT_TRUE(runPass());
@@ -268,7 +268,7 @@ TEST_P(PassTest, EditsAsManyUsersAsWereCountedIfOthersHaveCome)
 {
     setUpAnnaAndBen();
     ConnectionWatch connections;
-    connections.before(2, [] { addTask("userId=503"); });
+    connections.before(2, [] { addRow("userId=503"); });
     EXPECT_TRUE(runPass());
     EXPECT_EQ((Lines{reading("anna"), installing("anna", installed()), reading("ben"), installing("ben", installed())}),
         commands.takeCommands());
@@ -322,7 +322,7 @@ INSTANTIATE_TEST_SUITE_P(, FilteringPassTest,
 
 TEST_P(FilteringPassTest, InstallsAnEmptyCrontabForAUserWithoutOne)
 {
-    addTask("userId=501");
+    addRow("userId=501");
     EXPECT_TRUE(runPass());
     EXPECT_TRUE(hasCrontab("anna"));
     EXPECT_EQ("", crontabOf("anna"));
@@ -412,7 +412,7 @@ protected:
     /// What is left of the crontab of a user with a task.
     std::string afterCleaning(const std::string& crontab)
     {
-        addTask("userId=501");
+        addRow("userId=501");
         setCrontab("anna", crontab);
         EXPECT_TRUE(editor->cleanCron());
         EXPECT_TRUE(hasCrontab("anna"));
@@ -467,7 +467,7 @@ TEST_F(CleanCronTest, GivesALastLineWithoutALineFeedOne)
 
 TEST_F(CleanCronTest, CleansTheCrontabOfAUserWhoseTasksDoNotCount)
 {
-    addTask("userId=501, status=6");
+    addRow("userId=501, status=6");
     setCrontab("anna", annasLine + backup);
     EXPECT_TRUE(editor->cleanCron());
     EXPECT_EQ(backup, crontabOf("anna"));
@@ -475,8 +475,8 @@ TEST_F(CleanCronTest, CleansTheCrontabOfAUserWhoseTasksDoNotCount)
 
 TEST_F(CleanCronTest, CleansTheCrontabsOfTwoUsers)
 {
-    addTask("userId=502");
-    addTask("userId=501");
+    addRow("userId=502");
+    addRow("userId=501");
     setCrontab("anna", annasLine + backup);
     setCrontab("ben", tidy + bensLine);
     EXPECT_TRUE(editor->cleanCron());
@@ -499,8 +499,8 @@ TEST_F(CleanCronTest, DoesNotInstallWhatIsLeftOfACopyThatLacksItsEnd)
 
 TEST_F(CleanCronTest, AsksTheStoreForTheUsersOnly)
 {
-    addTask("userId=501");
-    addTask("userId=502");
+    addRow("userId=501");
+    addRow("userId=502");
     SqliteWatch sqlite;
     EXPECT_TRUE(editor->cleanCron());
     EXPECT_EQ((Lines{countUsers, countUsers, listUsers}), statementsOf(sqlite.takeCalls()));
@@ -525,8 +525,8 @@ constexpr int firstType = 8;
 
 TEST_F(PutCronFromDbTest, WritesALineForEachTaskInTheOrderOfTheList)
 {
-    addTask("id=3, userId=501, type=1, crontime='0 3 * * *'");
-    addTask("id=9, userId=501, type=2, crontime='30 4 1 * *'");
+    addRow("id=3, userId=501, type=1, crontime='0 3 * * *'");
+    addRow("id=9, userId=501, type=2, crontime='30 4 1 * *'");
     EXPECT_EQ("0 3 * * * /usr/local/Quarno/Kestrelcore/TessaraTaskManager 3 >> /dev/null 2>&1\n"
               "30 4 1 * * /usr/local/Quarno/Kestrelcore/TessaraTaskManager 9 >> /dev/null 2>&1\n",
         afterRebuild());
@@ -536,9 +536,9 @@ TEST_F(PutCronFromDbTest, WritesALineForEachTaskInTheOrderOfTheList)
 
 TEST_F(PutCronFromDbTest, WritesEachTaskToItsOwnersCrontab)
 {
-    addTask("id=3, userId=502");
-    addTask("id=4, userId=501");
-    addTask("id=5, userId=502");
+    addRow("id=3, userId=502");
+    addRow("id=4, userId=501");
+    addRow("id=5, userId=502");
     EXPECT_EQ(taskLine(4), afterRebuild());
     EXPECT_EQ(taskLine(3) + taskLine(5), crontabOf("ben"));
 }
@@ -546,8 +546,8 @@ TEST_F(PutCronFromDbTest, WritesEachTaskToItsOwnersCrontab)
 TEST_F(PutCronFromDbTest, WritesTasksOfAnyTypeBut3)
 {
     for (int type = 0; type <= 7; ++type)
-        addTask("userId=501, id=" + std::to_string(10 + type) + ", type=" + std::to_string(type));
-    addTask("userId=501, id=18, type=-3");
+        addRow("userId=501, id=" + std::to_string(10 + type) + ", type=" + std::to_string(type));
+    addRow("userId=501, id=18, type=-3");
     std::string expected;
     for (const int id : {10, 11, 12, 14, 15, 16, 17, 18})
         expected += taskLine(id);
@@ -556,8 +556,8 @@ TEST_F(PutCronFromDbTest, WritesTasksOfAnyTypeBut3)
 
 TEST_F(PutCronFromDbTest, ReadsTheScheduleThenTheTypeOfEachTaskEvenIfItGetsNoLine)
 {
-    addTask("id=3, userId=501, type=3");
-    addTask("id=9, userId=501");
+    addRow("id=3, userId=501, type=3");
+    addRow("id=9, userId=501");
     SqliteWatch sqlite;
     EXPECT_EQ(taskLine(9), afterRebuild());
     EXPECT_EQ((Lines{countUsers, countUsers, listUsers, annasTaskCount, annasTaskCount, annasTaskList,
@@ -568,41 +568,41 @@ TEST_F(PutCronFromDbTest, ReadsTheScheduleThenTheTypeOfEachTaskEvenIfItGetsNoLin
 
 TEST_F(PutCronFromDbTest, WritesTasksOfStatus5OrLessOnly)
 {
-    addTask("id=1, userId=501, status=5");
-    addTask("id=2, userId=501, status=6");
-    addTask("id=3, userId=501, status=-1");
-    addTask("id=4, userId=501, status=NULL");
-    addTask("id=5, userId=501, status=3");
+    addRow("id=1, userId=501, status=5");
+    addRow("id=2, userId=501, status=6");
+    addRow("id=3, userId=501, status=-1");
+    addRow("id=4, userId=501, status=NULL");
+    addRow("id=5, userId=501, status=3");
     EXPECT_EQ(taskLine(1) + taskLine(3) + taskLine(5), afterRebuild());
 }
 
 TEST_F(PutCronFromDbTest, WritesASchedulesTextUnchanged)
 {
-    addTask("id=1, userId=501, crontime=''");
-    addTask("id=2, userId=501, crontime=' never, '");
-    addTask("id=3, userId=501, crontime='@daily'");
+    addRow("id=1, userId=501, crontime=''");
+    addRow("id=2, userId=501, crontime=' never, '");
+    addRow("id=3, userId=501, crontime='@daily'");
     EXPECT_EQ(taskLine(1, "") + taskLine(2, " never, ") + taskLine(3, "@daily"), afterRebuild());
 }
 
 TEST_F(PutCronFromDbTest, KeepsExistingLinesFirstAndUnchanged)
 {
     const std::string crontab = "\n#\nab\n" + tidy + "\r\n" + std::string(700, 'x') + "\n\n" + annasLine + backup;
-    addTask("id=9, userId=501");
+    addRow("id=9, userId=501");
     setCrontab("anna", crontab);
     EXPECT_EQ(crontab + taskLine(9), afterRebuild());
 }
 
 TEST_F(PutCronFromDbTest, AppendsToALastLineWithoutALineFeed)
 {
-    addTask("id=9, userId=501");
+    addRow("id=9, userId=501");
     setCrontab("anna", "# no line feed");
     EXPECT_EQ("# no line feed" + taskLine(9), afterRebuild());
 }
 
 TEST_F(PutCronFromDbTest, DoublesTheTaskLinesWhenItIsRunTwice)
 {
-    addTask("id=3, userId=501");
-    addTask("id=9, userId=501");
+    addRow("id=3, userId=501");
+    addRow("id=9, userId=501");
     setCrontab("anna", backup);
     const std::string lines = taskLine(3) + taskLine(9);
     EXPECT_EQ(backup + lines, afterRebuild());
@@ -611,7 +611,7 @@ TEST_F(PutCronFromDbTest, DoublesTheTaskLinesWhenItIsRunTwice)
 
 TEST_F(PutCronFromDbTest, InstallsTheCrontabUnchangedIfNoTaskGetsALine)
 {
-    addTask("userId=501, type=3");
+    addRow("userId=501, type=3");
     setCrontab("anna", backup);
     EXPECT_EQ(backup, afterRebuild());
     EXPECT_EQ((Lines{reading("anna"), installing("anna", "crontemp.txt")}), commands.takeCommands());
@@ -619,7 +619,7 @@ TEST_F(PutCronFromDbTest, InstallsTheCrontabUnchangedIfNoTaskGetsALine)
 
 TEST_F(PutCronFromDbTest, InstallsNothingForAUserWithoutATaskThatCountsAndLeavesTheCopy)
 {
-    addTask("userId=501, status=6");
+    addRow("userId=501, status=6");
     setCrontab("anna", backup);
     EXPECT_EQ(backup, afterRebuild());
     EXPECT_EQ(Lines{reading("anna")}, commands.takeCommands());
@@ -629,7 +629,7 @@ TEST_F(PutCronFromDbTest, InstallsNothingForAUserWithoutATaskThatCountsAndLeaves
 
 TEST_F(PutCronFromDbTest, DoesNotListTheTasksOfAUserWithoutATaskThatCounts)
 {
-    addTask("userId=501, status=6");
+    addRow("userId=501, status=6");
     SqliteWatch sqlite;
     EXPECT_TRUE(editor->putCronFromDB());
     EXPECT_EQ((Lines{countUsers, countUsers, listUsers, annasTaskCount}), statementsOf(sqlite.takeCalls()));
@@ -637,8 +637,8 @@ TEST_F(PutCronFromDbTest, DoesNotListTheTasksOfAUserWithoutATaskThatCounts)
 
 TEST_F(PutCronFromDbTest, GoesOnAfterAUserWithoutATaskThatCounts)
 {
-    addTask("id=3, userId=501, status=6");
-    addTask("id=9, userId=502");
+    addRow("id=3, userId=501, status=6");
+    addRow("id=9, userId=502");
     setCrontab("anna", backup);
     EXPECT_EQ(backup, afterRebuild());
     EXPECT_EQ(taskLine(9), crontabOf("ben"));
@@ -647,7 +647,7 @@ TEST_F(PutCronFromDbTest, GoesOnAfterAUserWithoutATaskThatCounts)
 
 TEST_F(PutCronFromDbTest, MakesAnEmptyCopyForAUserWhoseCrontabCannotBeReadAndWhoHasNoTaskThatCounts)
 {
-    addTask("userId=501, status=6");
+    addRow("userId=501, status=6");
     commands.refuse(reading("anna"));
     EXPECT_TRUE(editor->putCronFromDB());
     EXPECT_EQ("", scratchFile("crontemp.txt"));
@@ -655,7 +655,7 @@ TEST_F(PutCronFromDbTest, MakesAnEmptyCopyForAUserWhoseCrontabCannotBeReadAndWho
 
 TEST_F(PutCronFromDbTest, DoesNotTouchTheScratchFileForAUserWithoutAnAccount)
 {
-    addTask("userId=777");
+    addRow("userId=777");
     writeFile(scratchDirectory + "crontemp.txt", backup);
     EXPECT_TRUE(editor->putCronFromDB());
     EXPECT_EQ(Lines(), commands.takeCommands());
@@ -664,7 +664,7 @@ TEST_F(PutCronFromDbTest, DoesNotTouchTheScratchFileForAUserWithoutAnAccount)
 
 TEST_F(PutCronFromDbTest, DoesNotAskForTheTasksOfAUserWithoutAnAccount)
 {
-    addTask("userId=777");
+    addRow("userId=777");
     SqliteWatch sqlite;
     EXPECT_TRUE(editor->putCronFromDB());
     EXPECT_EQ((Lines{countUsers, countUsers, listUsers}), statementsOf(sqlite.takeCalls()));
@@ -675,7 +675,7 @@ TEST_F(PutCronFromDbTest, FindsUsersWithAnAccountBetweenOthersWithoutOne)
 {
     for (const char* task : {"id=1, userId=777", "id=2, userId=501", "id=3, userId=778", "id=4, userId=-1",
              "id=5, userId=502", "id=6, userId=779"})
-        addTask(task);
+        addRow(task);
     EXPECT_EQ(taskLine(2), afterRebuild());
     EXPECT_EQ(taskLine(5), crontabOf("ben"));
     EXPECT_EQ(
@@ -685,7 +685,7 @@ TEST_F(PutCronFromDbTest, FindsUsersWithAnAccountBetweenOthersWithoutOne)
 
 TEST_F(PutCronFromDbTest, ReplacesACrontabThatCannotBeReadWithTheTaskLinesAlone)
 {
-    addTask("id=9, userId=501");
+    addRow("id=9, userId=501");
     setCrontab("anna", backup);
     commands.refuse(reading("anna"));
     EXPECT_EQ(taskLine(9), afterRebuild());
@@ -694,7 +694,7 @@ TEST_F(PutCronFromDbTest, ReplacesACrontabThatCannotBeReadWithTheTaskLinesAlone)
 
 TEST_F(PutCronFromDbTest, LeavesACrontabWhoseCopyCannotBeMade)
 {
-    addTask("id=9, userId=501");
+    addRow("id=9, userId=501");
     setCrontab("anna", backup);
     limitScratchDirectory(0, 1);
     writeFile(scratchDirectory + "in-the-way", "");
@@ -704,7 +704,7 @@ TEST_F(PutCronFromDbTest, LeavesACrontabWhoseCopyCannotBeMade)
 
 TEST_F(PutCronFromDbTest, DoesNotInstallACopyThatHasNoRoomForTheTaskLines)
 {
-    addTask("id=9, userId=501");
+    addRow("id=9, userId=501");
     setCrontab("anna", linesOf(4090));
     limitScratchDirectory(4096, 0);
     EXPECT_EQ(linesOf(4090), afterRebuild());
@@ -714,8 +714,8 @@ TEST_F(PutCronFromDbTest, DoesNotInstallACopyThatHasNoRoomForTheTaskLines)
 
 TEST_F(PutCronFromDbTest, EndsIfTheTasksOfAUserCannotBeCounted)
 {
-    addTask("id=9, userId=501");
-    addTask("id=10, userId=502");
+    addRow("id=9, userId=501");
+    addRow("id=10, userId=502");
     setCrontab("anna", backup);
     ConnectionWatch connections;
     connections.before(countOfTasks, dropTable);
@@ -727,8 +727,8 @@ TEST_F(PutCronFromDbTest, EndsIfTheTasksOfAUserCannotBeCounted)
 
 TEST_F(PutCronFromDbTest, KeepsTheCrontabsThatItInstalledBeforeItEnded)
 {
-    addTask("id=9, userId=501");
-    addTask("id=10, userId=502");
+    addRow("id=9, userId=501");
+    addRow("id=10, userId=502");
     setCrontab("ben", tidy);
     ConnectionWatch connections;
     connections.before(firstType + 1, dropTable);
@@ -746,8 +746,8 @@ INSTANTIATE_TEST_SUITE_P(, UnlistedTasksTest, testing::Values(countForList, list
 
 TEST_P(UnlistedTasksTest, LeaveTheirOwnersCrontabAsItIsAndTheOthersAreRebuilt)
 {
-    addTask("id=9, userId=501");
-    addTask("id=10, userId=502");
+    addRow("id=9, userId=501");
+    addRow("id=10, userId=502");
     setCrontab("anna", backup);
     ConnectionWatch connections;
     connections.before(GetParam(), [] { execSql("alter table TaskTable rename to Hidden"); });
@@ -759,7 +759,7 @@ TEST_P(UnlistedTasksTest, LeaveTheirOwnersCrontabAsItIsAndTheOthersAreRebuilt)
 
 TEST_P(UnlistedTasksTest, LeaveTheCopyOfTheirOwnersCrontab)
 {
-    addTask("userId=501");
+    addRow("userId=501");
     setCrontab("anna", backup);
     ConnectionWatch connections;
     connections.before(GetParam(), dropTable);
@@ -770,7 +770,7 @@ TEST_P(UnlistedTasksTest, LeaveTheCopyOfTheirOwnersCrontab)
 
 TEST_F(PutCronFromDbTest, SkipsAUserWhoseTasksHaveGoneSinceTheCount)
 {
-    addTask("userId=501");
+    addRow("userId=501");
     setCrontab("anna", backup);
     ConnectionWatch connections;
     connections.before(countForList, [] { execSql("delete from TaskTable"); });
@@ -780,8 +780,8 @@ TEST_F(PutCronFromDbTest, SkipsAUserWhoseTasksHaveGoneSinceTheCount)
 
 TEST_F(PutCronFromDbTest, SkipsAUserWhoseNumberOfTasksChangedSinceTheCount)
 {
-    addTask("id=3, userId=501");
-    addTask("id=9, userId=501");
+    addRow("id=3, userId=501");
+    addRow("id=9, userId=501");
     setCrontab("anna", backup);
     ConnectionWatch connections;
     connections.before(listOfTasks, [] { execSql("delete from TaskTable where id=3"); });
@@ -792,7 +792,7 @@ TEST_F(PutCronFromDbTest, SkipsAUserWhoseNumberOfTasksChangedSinceTheCount)
 TEST_F(PutCronFromDbTest, WritesTheTasksThatAreLeftIfSomeHaveGoneSinceTheCount)
 {
     for (const char* task : {"id=3, userId=501", "id=9, userId=501", "id=10, userId=501", "id=11, userId=501"})
-        addTask(task);
+        addRow(task);
     ConnectionWatch connections;
     connections.before(countForList, [] { execSql("delete from TaskTable where id<>9"); });
     EXPECT_EQ(taskLine(9), afterRebuild());
@@ -801,16 +801,16 @@ TEST_F(PutCronFromDbTest, WritesTheTasksThatAreLeftIfSomeHaveGoneSinceTheCount)
 
 TEST_F(PutCronFromDbTest, WritesAsManyTasksAsWereCountedIfOthersHaveCome)
 {
-    addTask("id=3, userId=501");
+    addRow("id=3, userId=501");
     ConnectionWatch connections;
-    connections.before(countForList, [] { addTask("userId=501"); });
+    connections.before(countForList, [] { addRow("userId=501"); });
     EXPECT_EQ(taskLine(3), afterRebuild());
 }
 
 TEST_F(PutCronFromDbTest, SkipsATaskThatHasGoneBeforeItsScheduleIsRead)
 {
-    addTask("id=3, userId=501");
-    addTask("id=9, userId=501");
+    addRow("id=3, userId=501");
+    addRow("id=9, userId=501");
     ConnectionWatch connections;
     connections.before(firstCronTime, [] { execSql("delete from TaskTable where id=3"); });
     EXPECT_EQ(taskLine(9), afterRebuild());
@@ -818,8 +818,8 @@ TEST_F(PutCronFromDbTest, SkipsATaskThatHasGoneBeforeItsScheduleIsRead)
 
 TEST_F(PutCronFromDbTest, SkipsATaskThatHasGoneBeforeItsTypeIsRead)
 {
-    addTask("id=3, userId=501");
-    addTask("id=9, userId=501");
+    addRow("id=3, userId=501");
+    addRow("id=9, userId=501");
     ConnectionWatch connections;
     connections.before(firstType, [] { execSql("delete from TaskTable where id=3"); });
     EXPECT_EQ(taskLine(9), afterRebuild());
@@ -827,8 +827,8 @@ TEST_F(PutCronFromDbTest, SkipsATaskThatHasGoneBeforeItsTypeIsRead)
 
 TEST_F(PutCronFromDbTest, InstallsTheLinesOfTheOtherTasksIfTheLastOneHasGone)
 {
-    addTask("id=3, userId=501");
-    addTask("id=9, userId=501");
+    addRow("id=3, userId=501");
+    addRow("id=9, userId=501");
     setCrontab("anna", backup);
     ConnectionWatch connections;
     connections.before(firstType + 1, dropTable);
@@ -841,7 +841,7 @@ protected:
     /// What becomes of the crontab of a user, where the task 0 has this schedule.
     std::string afterRefresh(const std::string& crontab, const std::string& schedule = "0 3 * * *")
     {
-        addTask("id=0, userId=501, crontime='" + schedule + "'");
+        addRow("id=0, userId=501, crontime='" + schedule + "'");
         setCrontab("anna", crontab);
         EXPECT_TRUE(editor->refreshCron());
         return crontabOf("anna");
@@ -850,7 +850,7 @@ protected:
 
 TEST_F(RefreshCronTest, KeepsTheLinesOfACrontabWithoutATaskLineUpToTheFirstEmptyOne)
 {
-    addTask("userId=501");
+    addRow("userId=501");
     setCrontab("anna", "#\nab\n" + backup + "TessaraTaskManager 12\n" + tidy + "\n" + backup);
     EXPECT_TRUE(editor->refreshCron());
     EXPECT_EQ("#\nab\n" + backup + "TessaraTaskManager 12\n" + tidy, crontabOf("anna"));
@@ -859,7 +859,7 @@ TEST_F(RefreshCronTest, KeepsTheLinesOfACrontabWithoutATaskLineUpToTheFirstEmpty
 
 TEST_F(RefreshCronTest, EndsAtATaskLineIfThereIsNoTask0AndLeavesTheCrontabAsItIs)
 {
-    addTask("id=100, userId=501");
+    addRow("id=100, userId=501");
     setCrontab("anna", backup + annasLine + tidy);
     EXPECT_EQ("Database: taskId not found (0)", failureOf([this] { editor->refreshCron(); }));
     EXPECT_EQ(Lines{reading("anna")}, commands.takeCommands());
@@ -868,7 +868,7 @@ TEST_F(RefreshCronTest, EndsAtATaskLineIfThereIsNoTask0AndLeavesTheCrontabAsItIs
 
 TEST_F(RefreshCronTest, LeavesBothScratchFilesWhenItEndsAtATaskLine)
 {
-    addTask("id=100, userId=501");
+    addRow("id=100, userId=501");
     setCrontab("anna", backup + annasLine + tidy);
     EXPECT_EQ("Database: taskId not found (0)", failureOf([this] { editor->refreshCron(); }));
     EXPECT_EQ((Lines{"crontemp.txt", "temp2.txt"}), scratchFiles());
@@ -878,9 +878,9 @@ TEST_F(RefreshCronTest, LeavesBothScratchFilesWhenItEndsAtATaskLine)
 
 TEST_F(RefreshCronTest, RefreshesTheUsersBeforeTheOneAtWhoseTaskLineItEnds)
 {
-    addTask("userId=502");
-    addTask("userId=501");
-    addTask("userId=503");
+    addRow("userId=502");
+    addRow("userId=501");
+    addRow("userId=503");
     for (const char* name : {"anna", "ben", "carla"})
         setCrontab(name, backup + "\n" + tidy);
     setCrontab("anna", annasLine);
@@ -892,7 +892,7 @@ TEST_F(RefreshCronTest, RefreshesTheUsersBeforeTheOneAtWhoseTaskLineItEnds)
 
 TEST_F(RefreshCronTest, EndsIfTheTaskCannotBeRead)
 {
-    addTask("id=0, userId=501");
+    addRow("id=0, userId=501");
     setCrontab("anna", backup + annasLine);
     ConnectionWatch connections;
     connections.before(4, dropTable);
@@ -903,7 +903,7 @@ TEST_F(RefreshCronTest, EndsIfTheTaskCannotBeRead)
 
 TEST_F(RefreshCronTest, EndsIfTask0HasGoneBeforeTheLastPiece)
 {
-    addTask("id=0, userId=501");
+    addRow("id=0, userId=501");
     setCrontab("anna", "ab" + annasLine);
     ConnectionWatch connections;
     connections.before(5, [] { execSql("delete from TaskTable"); });
@@ -948,8 +948,8 @@ TEST_F(RefreshCronTest, SearchesAScheduleOfMoreThan50Characters)
 
 TEST_F(RefreshCronTest, TakesTask0OfAnyUserTypeAndStatus)
 {
-    addTask("id=0, userId=777, type=3, status=6");
-    addTask("userId=501");
+    addRow("id=0, userId=777, type=3, status=6");
+    addRow("userId=501");
     setCrontab("anna", "ab" + annasLine);
     EXPECT_TRUE(editor->refreshCron());
     EXPECT_EQ("a\n" + annasLine, crontabOf("anna"));
@@ -957,7 +957,7 @@ TEST_F(RefreshCronTest, TakesTask0OfAnyUserTypeAndStatus)
 
 TEST_F(RefreshCronTest, ReadsTask0AgainForEachPiece)
 {
-    addTask("id=0, userId=501");
+    addRow("id=0, userId=501");
     setCrontab("anna", "ab" + openTaskLine(1) + taskLine(2));
     SqliteWatch sqlite;
     EXPECT_TRUE(editor->refreshCron());
@@ -968,7 +968,7 @@ TEST_F(RefreshCronTest, ReadsTask0AgainForEachPiece)
 
 TEST_F(RefreshCronTest, UsesTheNewScheduleOfTask0)
 {
-    addTask("id=0, userId=501");
+    addRow("id=0, userId=501");
     const std::string second = openTaskLine(2, "7 7 * * *");
     setCrontab("anna", "ab" + openTaskLine(1) + "cd" + second + "\n");
     ConnectionWatch connections;
@@ -980,7 +980,7 @@ TEST_F(RefreshCronTest, UsesTheNewScheduleOfTask0)
 TEST_F(RefreshCronTest, ReleasesTask0WithItsPropertyLists)
 {
     const std::string list = blobLiteral(xmlDocument("<dict>\n\t<key>a</key>\n\t<string>b</string>\n</dict>"));
-    addTask("id=0, userId=501, parameter=" + list + ", result=" + list);
+    addRow("id=0, userId=501, parameter=" + list + ", result=" + list);
     setCrontab("anna", "ab" + annasLine + annasLine);
     EXPECT_TRUE(editor->refreshCron()); // a leak checker looks at what is left
     EXPECT_EQ("a\n" + annasLine + annasLine, crontabOf("anna"));

@@ -215,7 +215,7 @@ class ModifyTaskTest : public EditorTest { };
 TEST_F(ModifyTaskTest, WritesTheTaskOverItsRowWhateverTheFlag)
 {
     TaskInfo task = newTask();
-    task.id = addTask();
+    task.id = addRow();
     for (const bool flag : {false, true}) {
         task.cronTime = flag ? "1 1 * * *" : "2 2 * * *";
         EXPECT_TRUE(editor->modifyTask(task, flag));
@@ -235,7 +235,7 @@ TEST_F(ModifyTaskTest, IsTrueForAMissingTask)
 TEST_F(ModifyTaskTest, RunsNoCommand)
 {
     TaskInfo task = newTask();
-    task.id = addTask("userId=501");
+    task.id = addRow("userId=501");
     setCrontab("anna", taskLine(task.id));
     EXPECT_TRUE(editor->modifyTask(task, true));
     EXPECT_EQ(Lines(), commands.takeCommands());
@@ -253,7 +253,7 @@ TEST_F(ModifyTaskTest, ReleasesTheTaskLockWhenItFails)
 TEST_F(ModifyTaskTest, HoldsTheTaskLock)
 {
     TaskInfo task = newTask();
-    task.id = addTask();
+    task.id = addRow();
     std::vector<bool> held;
     ConnectionWatch connections;
     connections.beforeEach([&held] { held.push_back(taskLockHeld()); });
@@ -267,7 +267,7 @@ protected:
     /// Adds the task 12 of anna, of this type; her crontab has a line for it, another task's and a foreign one.
     void setUpTask(int type)
     {
-        addTask("id=12, userId=501, type=" + std::to_string(type));
+        addRow("id=12, userId=501, type=" + std::to_string(type));
         setCrontab("anna", backup + taskLine(12) + taskLine(123));
     }
 
@@ -363,7 +363,7 @@ TEST_F(DeleteTaskTest, EditsTheCrontabOfTheUserInTheRow)
 
 TEST_F(DeleteTaskTest, DeletesTheRowEvenOfAUserWithoutAnAccount)
 {
-    addTask("id=12, userId=777");
+    addRow("id=12, userId=777");
     EXPECT_TRUE(editor->deleteTask(12, true, false));
     EXPECT_EQ(Lines(), ids());
     EXPECT_EQ(Lines(), commands.takeCommands());
@@ -437,7 +437,7 @@ TEST_F(DeleteTaskTest, HoldsTheTaskLockFromItsFirstCallOfTheStoreToTheInstallati
 TEST_F(DeleteTaskTest, ReleasesTheTaskWithItsPropertyLists)
 {
     const std::string list = blobLiteral(xmlDocument("<dict>\n\t<key>a</key>\n\t<string>b</string>\n</dict>"));
-    addTask("id=12, userId=501, type=3, parameter=" + list + ", result=" + list);
+    addRow("id=12, userId=501, type=3, parameter=" + list + ", result=" + list);
     EXPECT_TRUE(editor->deleteTask(12, false, false)); // a leak checker looks at what is left
     forbidDeletion();
     EXPECT_EQ("Deletion failed (19)", failureOf([this] { editor->deleteTask(12, true, false); }));

@@ -30,14 +30,14 @@ class TaskBookkeeping : public StoreTest { };
 
 TEST_F(TaskBookkeeping, SetsTheStatusOfOneTask)
 {
-    addTasks(2, "status=1");
+    addRows(2, "status=1");
     EXPECT_TRUE(store->setTaskStatus(2, TaskStatus(4)));
     EXPECT_EQ((Lines{"1|1", "2|4"}), queryRows("select id, status from TaskTable"));
 }
 
 TEST_F(TaskBookkeeping, ATaskOfStatus7NoLongerCountsForItsUser)
 {
-    const int id = addTask("userId=501");
+    const int id = addRow("userId=501");
     EXPECT_EQ(1, store->getNumTaskRecordForUser(anna));
     EXPECT_TRUE(store->setTaskStatus(id, TaskStatus(7)));
     EXPECT_EQ(7, store->getTaskStatus(id));
@@ -46,7 +46,7 @@ TEST_F(TaskBookkeeping, ATaskOfStatus7NoLongerCountsForItsUser)
 
 TEST_F(TaskBookkeeping, AnyNumberCanBeAStatus)
 {
-    const int id = addTask();
+    const int id = addRow();
     for (const int status : {0, -1, 255, INT_MAX, INT_MIN}) {
         EXPECT_TRUE(store->setTaskStatus(id, TaskStatus(status)));
         EXPECT_EQ(status, store->getTaskStatus(id));
@@ -55,14 +55,14 @@ TEST_F(TaskBookkeeping, AnyNumberCanBeAStatus)
 
 TEST_F(TaskBookkeeping, AddsOneToTheCountOfOneTask)
 {
-    addTasks(2, "count=4");
+    addRows(2, "count=4");
     EXPECT_TRUE(store->incrementCount(2));
     EXPECT_EQ((Lines{"1|4", "2|5"}), queryRows("select id, count from TaskTable"));
 }
 
 TEST_F(TaskBookkeeping, AMissingTaskIsNoFailure)
 {
-    addTask("count=4");
+    addRow("count=4");
     EXPECT_TRUE(store->setTaskStatus(7, TaskStatus(2)));
     EXPECT_TRUE(store->incrementCount(7));
     EXPECT_TRUE(store->setResult(7, emptyDictionary().get()));
@@ -71,7 +71,7 @@ TEST_F(TaskBookkeeping, AMissingTaskIsNoFailure)
 
 TEST_F(TaskBookkeeping, TheTimeOfTheLastRunIsNeverSet)
 {
-    const int id = addTask("lastRun='then'");
+    const int id = addRow("lastRun='then'");
     for (const time_t moment : {time_t(0), time_t(1794817805), time_t(LONG_MAX)}) {
         const Clock clock(moment);
         EXPECT_FALSE(store->setLastRunTime(id));
@@ -82,7 +82,7 @@ TEST_F(TaskBookkeeping, TheTimeOfTheLastRunIsNeverSet)
 
 TEST_F(TaskBookkeeping, ATimeThatIsNotLocalIsLoggedOnce)
 {
-    const int id = addTask();
+    const int id = addRow();
     const Clock clock(LONG_MAX);
     EXPECT_FALSE(store->setLastRunTime(id));
     EXPECT_EQ(Lines{localTimeFailure}, takeLog());
@@ -103,7 +103,7 @@ TEST_F(TaskBookkeeping, NothingElseIsLogged)
 
 TEST_F(TaskBookkeeping, StoresAResultAsItsXml)
 {
-    addTasks(2, "");
+    addRows(2, "");
     const auto result = emptyDictionary();
     CFDictionarySetValue(result.get(), CFSTR("Threats"), kCFBooleanFalse);
     EXPECT_TRUE(store->setResult(2, result.get()));
@@ -115,7 +115,7 @@ TEST_F(TaskBookkeeping, StoresAResultAsItsXml)
 
 TEST_F(TaskBookkeeping, AnEmptyResultIsNotNull)
 {
-    const int id = addTask();
+    const int id = addRow();
     EXPECT_TRUE(store->setResult(id, emptyDictionary().get()));
     EXPECT_EQ(Lines{xmlDocument("<dict/>")}, queryRows("select result from TaskTable"));
     const orv::OwnedTask task = readTask(id);
@@ -126,14 +126,14 @@ TEST_F(TaskBookkeeping, AnEmptyResultIsNotNull)
 
 TEST_F(TaskBookkeeping, AResultThatIsNullChangesNothing)
 {
-    const int id = addTask("result=x'6b657074'");
+    const int id = addRow("result=x'6b657074'");
     EXPECT_FALSE(store->setResult(id, nullptr));
     EXPECT_EQ(Lines{"kept"}, queryRows("select result from TaskTable"));
 }
 
 TEST_F(TaskBookkeeping, AResultThatIsNotAPropertyListChangesNothing)
 {
-    const int id = addTask("result=x'6b657074'");
+    const int id = addRow("result=x'6b657074'");
     const auto result = emptyDictionary();
     CFDictionarySetValue(result.get(), kCFBooleanTrue, CFSTR("value"));
     EXPECT_FALSE(store->setResult(id, result.get()));
@@ -162,7 +162,7 @@ TEST_F(TaskBookkeeping, AFileThatCannotBeOpenedReturnsFalseAndThrowsNothing)
 
 TEST_F(TaskBookkeeping, DoesNotBoundTheTable)
 {
-    addTasks(45, "status=3");
+    addRows(45, "status=3");
     store->setTaskStatus(1, TaskStatus(5));
     store->incrementCount(1);
     store->setLastRunTime(1);
@@ -172,7 +172,7 @@ TEST_F(TaskBookkeeping, DoesNotBoundTheTable)
 
 TEST_F(TaskBookkeeping, NegativeIdsAreLikeAnyOther)
 {
-    addTask("id=-5, count=4");
+    addRow("id=-5, count=4");
     EXPECT_TRUE(store->incrementCount(-5));
     EXPECT_TRUE(store->setTaskStatus(-5, TaskStatus(2)));
     EXPECT_TRUE(store->setResult(-5, emptyDictionary().get()));
@@ -181,7 +181,7 @@ TEST_F(TaskBookkeeping, NegativeIdsAreLikeAnyOther)
 
 TEST_F(TaskBookkeeping, NoIncrementOfManyThreadsIsLost)
 {
-    const int id = addTask();
+    const int id = addRow();
     std::vector<std::thread> threads;
     for (int thread = 0; thread < 8; ++thread)
         threads.emplace_back([this, id] {
@@ -195,7 +195,7 @@ TEST_F(TaskBookkeeping, NoIncrementOfManyThreadsIsLost)
 
 TEST_F(TaskBookkeeping, NoIncrementOfManyProcessesIsLost)
 {
-    const int id = addTask();
+    const int id = addRow();
     store.reset(); // a connection must not be carried into another process
     std::vector<pid_t> processes;
     for (int process = 0; process < 4; ++process) {

@@ -38,19 +38,19 @@ TEST_F(TaskCounts, AnEmptyListIsAnError)
 
 TEST_F(TaskCounts, ListsAllTasks)
 {
-    addTask("type=1, status=1");
-    addTask("type=3, status=9, userId=501");
-    addTask("type=7, status=NULL, userId=-2");
+    addRow("type=1, status=1");
+    addRow("type=3, status=9, userId=501");
+    addRow("type=7, status=NULL, userId=-2");
     EXPECT_EQ(3, store->getNumTaskRecord());
     EXPECT_EQ((Ids{1, 2, 3}), allIds());
 }
 
 TEST_F(TaskCounts, ListsTheTasksOfOneType)
 {
-    addTask("type=2");
-    addTask("type=1");
-    addTask("type=2, status=9");
-    addTask("type=-4");
+    addRow("type=2");
+    addRow("type=1");
+    addRow("type=2, status=9");
+    addRow("type=-4");
     EXPECT_EQ(2, store->getNumTaskRecord(2));
     EXPECT_EQ((Ids{1, 3}), idsOfType(2));
     EXPECT_EQ((Ids{4}), idsOfType(-4));
@@ -58,16 +58,16 @@ TEST_F(TaskCounts, ListsTheTasksOfOneType)
 
 TEST_F(TaskCounts, ATypeWithoutTasksHasNoList)
 {
-    addTask("type=1");
+    addRow("type=1");
     EXPECT_EQ(0, store->getNumTaskRecord(7));
     EXPECT_EQ("Data not found (401)", failureOf([this] { store->getTaskIdArray(7); }));
 }
 
 TEST_F(TaskCounts, ATaskOfAUserCountsUpToStatus5)
 {
-    addTask("userId=501, status=1");
-    addTask("userId=501, status=2");
-    addTask("userId=501, status=6");
+    addRow("userId=501, status=1");
+    addRow("userId=501, status=2");
+    addRow("userId=501, status=6");
     EXPECT_EQ(2, store->getNumTaskRecordForUser(anna));
     EXPECT_EQ((Ids{1, 2}), idsOfUser(anna));
 }
@@ -75,16 +75,16 @@ TEST_F(TaskCounts, ATaskOfAUserCountsUpToStatus5)
 TEST_F(TaskCounts, ATaskOfAUserCountsWithAnyStatusThatIsNotAbove5)
 {
     for (const char* status : {"-2147483648", "-1", "0", "3", "4", "5", "6", "2147483647", "NULL"})
-        addTask(std::string("userId=501, status=") + status);
+        addRow(std::string("userId=501, status=") + status);
     EXPECT_EQ(6, store->getNumTaskRecordForUser(anna));
     EXPECT_EQ((Ids{1, 2, 3, 4, 5, 6}), idsOfUser(anna));
 }
 
 TEST_F(TaskCounts, ATaskCountsForItsOwnerOnly)
 {
-    addTask("userId=501");
-    addTask("userId=502");
-    addTask("userId=-2");
+    addRow("userId=501");
+    addRow("userId=502");
+    addRow("userId=-2");
     EXPECT_EQ((Ids{1}), idsOfUser(anna));
     EXPECT_EQ((Ids{2}), idsOfUser(ben));
     EXPECT_EQ((Ids{3}), idsOfUser(-2));
@@ -93,18 +93,18 @@ TEST_F(TaskCounts, ATaskCountsForItsOwnerOnly)
 
 TEST_F(TaskCounts, ListsEachOwnerOnce)
 {
-    addTask("userId=0");
-    addTask("userId=501");
-    addTask("userId=501");
+    addRow("userId=0");
+    addRow("userId=501");
+    addRow("userId=501");
     EXPECT_EQ(2, store->getNumUser());
     EXPECT_EQ((Ids{0, anna}), users());
 }
 
 TEST_F(TaskCounts, ListsInTheOrderInWhichSqliteReturnsTheRows)
 {
-    addTask("id=30, userId=503");
-    addTask("id=10, userId=501");
-    addTask("id=20, userId=502");
+    addRow("id=30, userId=503");
+    addRow("id=10, userId=501");
+    addRow("id=20, userId=502");
     EXPECT_EQ((Ids{10, 20, 30}), allIds());
     EXPECT_EQ((Ids{501, 502, 503}), users());
 
@@ -114,7 +114,7 @@ TEST_F(TaskCounts, ListsInTheOrderInWhichSqliteReturnsTheRows)
 
 TEST_F(TaskCounts, AnOwnerWithNothingButHighStatusesIsListedAndHasNoTasks)
 {
-    addTask("userId=501, status=6");
+    addRow("userId=501, status=6");
     EXPECT_EQ((Ids{anna}), users());
     EXPECT_EQ(0, store->getNumTaskRecordForUser(anna));
     EXPECT_EQ("Data not found (401)", failureOf([this] { store->getTaskIdArrayForUser(anna); }));
@@ -122,7 +122,7 @@ TEST_F(TaskCounts, AnOwnerWithNothingButHighStatusesIsListedAndHasNoTasks)
 
 TEST_F(TaskCounts, IdsAndOwnersAreCutTo32Bits)
 {
-    addTask("id=4294967308, userId=4294967797");
+    addRow("id=4294967308, userId=4294967797");
     EXPECT_EQ((Ids{12}), allIds());
     EXPECT_EQ((Ids{anna}), users());
     EXPECT_EQ(0, store->getNumTaskRecordForUser(anna));
@@ -130,8 +130,8 @@ TEST_F(TaskCounts, IdsAndOwnersAreCutTo32Bits)
 
 TEST_F(TaskCounts, TakesTheSmallestAndTheLargestNumbers)
 {
-    addTask("type=-2147483648, userId=-2147483648");
-    addTask("type=2147483647, userId=2147483647");
+    addRow("type=-2147483648, userId=-2147483648");
+    addRow("type=2147483647, userId=2147483647");
     EXPECT_EQ((Ids{1}), idsOfType(INT_MIN));
     EXPECT_EQ((Ids{2}), idsOfType(INT_MAX));
     EXPECT_EQ((Ids{1}), idsOfUser(INT_MIN));
@@ -150,10 +150,10 @@ TEST_F(TaskCounts, ListsManyTasks)
 
 TEST_F(TaskCounts, AListThatKnowsItsLengthHoldsTheSame)
 {
-    addTask("userId=501");
-    addTask("userId=502");
-    addTask("userId=501, status=7");
-    addTask("userId=501");
+    addRow("userId=501");
+    addRow("userId=502");
+    addRow("userId=501, status=7");
+    addRow("userId=501");
     const auto tasks = store->taskIdsForUser(anna);
     EXPECT_EQ(2, tasks.count);
     EXPECT_EQ((Ids{1, 4}), Ids(tasks.begin(), tasks.end()));
@@ -195,8 +195,8 @@ protected:
     void SetUp() override
     {
         StoreTest::SetUp();
-        addTask("type=2, userId=501");
-        addTask("type=2, userId=501");
+        addRow("type=2, userId=501");
+        addRow("type=2, userId=501");
         if (GetParam().name == std::string("Users"))
             execSql("update TaskTable set userId=502 where id=2");
     }

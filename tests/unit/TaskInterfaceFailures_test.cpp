@@ -146,7 +146,7 @@ class StoreLookup : public StoreOperation { };
 
 TEST_P(StoreLookup, ReportsThatThereIsNoSuchTask)
 {
-    addTask("id=2");
+    addRow("id=2");
     EXPECT_EQ(GetParam().noRow, failure());
 }
 
@@ -164,7 +164,7 @@ TEST_F(StoreOpening, MakesTheTable)
 TEST_F(StoreOpening, KeepsAnExistingTable)
 {
     execSql(createTaskTable);
-    addTask("description='kept'");
+    addRow("description='kept'");
     TaskInterface store;
     EXPECT_EQ(1, store.getTaskIdByName("kept"));
 }

@@ -81,7 +81,7 @@ protected:
         std::vector<std::string> ends;
         for (long successes = 0; ends.empty() || !ends.back().empty(); ++successes) {
             execSql("delete from TaskTable");
-            addTasks(41, "status=" + std::to_string(status));
+            addRows(41, "status=" + std::to_string(status));
             const long before = gObjects;
             const std::string end = boundWithAllocations(*store, successes);
             EXPECT_EQ(before, gObjects) << successes;
@@ -113,8 +113,8 @@ protected:
         EditorTest::SetUp();
         setCrontab("anna", backup);
         setCrontab("ben", tidy);
-        addTask("userId=501");
-        addTask("userId=502");
+        addRow("userId=501");
+        addRow("userId=502");
     }
 
     void rebuildWithoutMemoryAt(int connection)

@@ -15,15 +15,15 @@ class TaskReading : public StoreTest {
 protected:
     int addTaskWith(const std::string& column, const std::string& xmlElement)
     {
-        return addTask(column + "=" + blobLiteral(xmlDocument(xmlElement)));
+        return addRow(column + "=" + blobLiteral(xmlDocument(xmlElement)));
     }
 };
 
 TEST_F(TaskReading, ReadsAWholeTask)
 {
-    const int id = addTask("description='Nightly scan' || char(10), type=4, crontime='0 3 * * 1-5',"
-                           "created='5,30,8,16,10,126,1,319,0,', lastRun='6,30,8,16,10,126,1,319,0,', status=2,"
-                           "count=17, userId=501, recType=1");
+    const int id = addRow("description='Nightly scan' || char(10), type=4, crontime='0 3 * * 1-5',"
+                          "created='5,30,8,16,10,126,1,319,0,', lastRun='6,30,8,16,10,126,1,319,0,', status=2,"
+                          "count=17, userId=501, recType=1");
     const orv::OwnedTask task = readTask(id);
     EXPECT_EQ(id, task->id);
     EXPECT_EQ("Nightly scan\n", task->description);
@@ -41,7 +41,7 @@ TEST_F(TaskReading, ReadsAWholeTask)
 
 TEST_F(TaskReading, ReadsAWholeTaskForAnOwner)
 {
-    const int id = addTask("description='Nightly scan', userId=501");
+    const int id = addRow("description='Nightly scan', userId=501");
     const orv::OwnedTask task = store->task(id);
     EXPECT_EQ(id, task->id);
     EXPECT_EQ("Nightly scan", task->description);
@@ -60,7 +60,7 @@ TEST_F(TaskReading, ReadingAnUnknownTaskForAnOwnerThrowsWhatReadingItThrows)
 
 TEST_F(TaskReading, ReadingAWholeTaskReturnsTrue)
 {
-    const int id = addTask();
+    const int id = addRow();
     TaskInfo* task = nullptr;
     EXPECT_TRUE(store->getTaskInfoObject(id, &task));
     const orv::OwnedTask owner(task);
@@ -69,15 +69,15 @@ TEST_F(TaskReading, ReadingAWholeTaskReturnsTrue)
 
 TEST_F(TaskReading, ReadsTheTaskThatIsAskedFor)
 {
-    addTask("description='first', userId=501");
-    addTask("description='second', userId=502");
+    addRow("description='first', userId=501");
+    addRow("description='second', userId=502");
     EXPECT_EQ("first", readTask(1)->description);
     EXPECT_EQ("second", readTask(2)->description);
 }
 
 TEST_F(TaskReading, NoDefaultOfANewTaskRemainsInOneThatIsRead)
 {
-    const int id = addTask("description='', crontime='', status=NULL, created='', lastRun=''");
+    const int id = addRow("description='', crontime='', status=NULL, created='', lastRun=''");
     const orv::OwnedTask task = readTask(id);
     EXPECT_EQ("", task->description);
     EXPECT_EQ("", task->cronTime);
@@ -105,7 +105,7 @@ TEST_F(TaskReading, AFailedReadLeavesThePointerUnchanged)
 TEST_F(TaskReading, ATypeWithoutANameIsKept)
 {
     for (const int type : {0, 7, -3, INT_MAX, INT_MIN}) {
-        const int id = addTask("type=" + std::to_string(type));
+        const int id = addRow("type=" + std::to_string(type));
         EXPECT_EQ(type, readTask(id)->type);
         EXPECT_EQ(type, store->getTaskType(id));
     }
@@ -116,12 +116,12 @@ TEST_F(TaskReading, TheRecordFlagIsSetByTheNumberOneOnly)
     const std::pair<const char*, int> flags[]
         = {{"1", 1}, {"0", 0}, {"2", 0}, {"-1", 0}, {"257", 0}, {"4294967297", 1}, {"'x'", 0}};
     for (const auto& [stored, read] : flags)
-        EXPECT_EQ(read, readTask(addTask(std::string("recType=") + stored))->recType) << stored;
+        EXPECT_EQ(read, readTask(addRow(std::string("recType=") + stored))->recType) << stored;
 }
 
 TEST_F(TaskReading, NumbersAreReadFromTheTextOfTheirColumn)
 {
-    const int id = addTask("type='4x', status=' 12 and more', count=3.9, userId='none'");
+    const int id = addRow("type='4x', status=' 12 and more', count=3.9, userId='none'");
     const orv::OwnedTask task = readTask(id);
     EXPECT_EQ(4, task->type);
     EXPECT_EQ(12, task->status);
@@ -131,7 +131,7 @@ TEST_F(TaskReading, NumbersAreReadFromTheTextOfTheirColumn)
 
 TEST_F(TaskReading, NumbersBeyondTheRangeOfIntKeepTheirLow32Bits)
 {
-    const int id = addTask("type=4294967298, status=-4294967298, count=2147483648, userId=-2147483648");
+    const int id = addRow("type=4294967298, status=-4294967298, count=2147483648, userId=-2147483648");
     const orv::OwnedTask task = readTask(id);
     EXPECT_EQ(2, task->type);
     EXPECT_EQ(-2, task->status);
@@ -141,7 +141,7 @@ TEST_F(TaskReading, NumbersBeyondTheRangeOfIntKeepTheirLow32Bits)
 
 TEST_F(TaskReading, ATaskHasTheUserThatTheListOfUsersNames)
 {
-    const int id = addTask("userId=4294967294");
+    const int id = addRow("userId=4294967294");
     const TaskInterface::IdList users = store->userIds();
     ASSERT_EQ(1, users.count);
     EXPECT_EQ(-2, users.ids[0]);
@@ -150,7 +150,7 @@ TEST_F(TaskReading, ATaskHasTheUserThatTheListOfUsersNames)
 
 TEST_F(TaskReading, TextsAreReadWholeWhateverTheirBytes)
 {
-    const int id = addTask("description=cast(x'610062' as text), crontime='0 3 * * *' || char(10) || '\u00e4'");
+    const int id = addRow("description=cast(x'610062' as text), crontime='0 3 * * *' || char(10) || '\u00e4'");
     const orv::OwnedTask task = readTask(id);
     EXPECT_EQ(std::string("a\0b", 3), task->description);
     EXPECT_EQ("0 3 * * *\n\u00e4", task->cronTime);
@@ -160,15 +160,14 @@ TEST_F(TaskReading, TextsAreReadWholeWhateverTheirBytes)
 
 TEST_F(TaskReading, MissingTimeStampsAreTheLastDayOf1899)
 {
-    const orv::OwnedTask task = readTask(addTask());
+    const orv::OwnedTask task = readTask(addRow());
     EXPECT_EQ(-2209075200, task->created);
     EXPECT_EQ(-2209075200, task->lastRun);
 }
 
 TEST_F(TaskReading, UnreadableTimeStampsAreNoError)
 {
-    const orv::OwnedTask task
-        = readTask(addTask("created='yesterday', lastRun='0,0,0,1,2147483647,2147483647,0,0,0,'"));
+    const orv::OwnedTask task = readTask(addRow("created='yesterday', lastRun='0,0,0,1,2147483647,2147483647,0,0,0,'"));
     EXPECT_EQ(-2209075200, task->created);
     EXPECT_EQ(-1, task->lastRun);
 }
@@ -243,7 +242,7 @@ TEST_F(TaskReading, AResultThatIsNotADictionaryIsNull)
 
 TEST_F(TaskReading, NullPropertyListsAreReadAsNull)
 {
-    const orv::OwnedTask task = readTask(addTask("parameter=NULL, result=NULL"));
+    const orv::OwnedTask task = readTask(addRow("parameter=NULL, result=NULL"));
     EXPECT_EQ(nullptr, task->parameter);
     EXPECT_EQ(nullptr, task->result);
 }
@@ -251,7 +250,7 @@ TEST_F(TaskReading, NullPropertyListsAreReadAsNull)
 TEST_F(TaskReading, EmptyBlobsAndTextsAreNotPropertyLists)
 {
     for (const char* empty : {"x''", "''"}) {
-        const orv::OwnedTask task = readTask(addTask(std::string("parameter=") + empty + ", result=" + empty));
+        const orv::OwnedTask task = readTask(addRow(std::string("parameter=") + empty + ", result=" + empty));
         EXPECT_EQ(nullptr, task->parameter) << empty;
         EXPECT_EQ(nullptr, task->result) << empty;
     }
@@ -261,7 +260,7 @@ TEST_F(TaskReading, ABlobCutAtAnyLengthIsNoErrorAndTheRestOfTheTaskIsRead)
 {
     const std::string whole = xmlDocument("<dict>\n\t<key>Key</key>\n\t<string>value</string>\n</dict>");
     const std::size_t end = whole.find("</dict>");
-    const int id = addTask("userId=501, recType=1");
+    const int id = addRow("userId=501, recType=1");
     for (std::size_t length = 0; length < end; ++length) {
         const std::string blob = blobLiteral(whole.substr(0, length));
         execSql("update TaskTable set parameter=" + blob + ", result=" + blob);
@@ -276,18 +275,18 @@ TEST_F(TaskReading, ABlobCutAtAnyLengthIsNoErrorAndTheRestOfTheTaskIsRead)
 TEST_F(TaskReading, ValuesOfOtherKindsAreNotPropertyLists)
 {
     for (const char* value : {"''", "'{'", "'two words'", "x'00ff'"}) {
-        const orv::OwnedTask task = readTask(addTask(std::string("parameter=") + value + ", result=" + value));
+        const orv::OwnedTask task = readTask(addRow(std::string("parameter=") + value + ", result=" + value));
         EXPECT_EQ(nullptr, task->parameter) << value;
         EXPECT_EQ(nullptr, task->result) << value;
     }
     for (const char* value : {"5", "-1.5", "'text'"}) // strings, where lists of an older format are read, too
-        EXPECT_EQ(nullptr, readTask(addTask(std::string("result=") + value))->result) << value;
+        EXPECT_EQ(nullptr, readTask(addRow(std::string("result=") + value))->result) << value;
 }
 
 TEST_F(TaskReading, APropertyListThatWasStoredAsTextIsReadToo)
 {
     const std::string text = "'" + xmlDocument("<dict/>") + "'";
-    const orv::OwnedTask task = readTask(addTask("parameter=" + text + ", result=" + text));
+    const orv::OwnedTask task = readTask(addRow("parameter=" + text + ", result=" + text));
     EXPECT_EQ(xmlDocument("<dict/>"), xmlOf(task->parameter));
     EXPECT_EQ(xmlDocument("<dict/>"), xmlOf(task->result));
 }
@@ -298,7 +297,7 @@ TEST_F(TaskReading, ReadsBinaryPropertyLists)
                              "\0\0\0\0\0\0\x01\x01\0\0\0\0\0\0\0\x03\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\x11",
         52);
     const orv::OwnedTask task
-        = readTask(addTask("parameter=" + blobLiteral(binary) + ", result=" + blobLiteral(binary)));
+        = readTask(addRow("parameter=" + blobLiteral(binary) + ", result=" + blobLiteral(binary)));
     const std::string expected = xmlDocument("<dict>\n\t<key>one</key>\n\t<integer>1</integer>\n</dict>");
     EXPECT_EQ(expected, xmlOf(task->parameter));
     EXPECT_EQ(expected, xmlOf(task->result));
@@ -308,7 +307,7 @@ TEST_F(TaskReading, ReadsBinaryPropertyLists)
 
 TEST_F(TaskReading, ReadsAnyColumnAsText)
 {
-    const int id = addTask("crontime='0 3 * * *', userId=501, parameter=x'610062'");
+    const int id = addRow("crontime='0 3 * * *', userId=501, parameter=x'610062'");
     EXPECT_EQ("0 3 * * *", store->getTaskParameter(id, "crontime"));
     EXPECT_EQ("0 3 * * *", store->getTaskParameter(id, "cronTime"));
     EXPECT_EQ("501", store->getTaskParameter(id, "userId"));
@@ -319,16 +318,16 @@ TEST_F(TaskReading, ReadsAnyColumnAsText)
 
 TEST_F(TaskReading, AMissingColumnIsReportedWithSqlitesCode)
 {
-    const int id = addTask();
+    const int id = addRow();
     EXPECT_EQ("Error in the parameter (1)", failureOf([&] { store->getTaskParameter(id, "cron time"); }));
     EXPECT_EQ("Error in the parameter (1)", failureOf([&] { store->getTaskParameter(id, "'open"); }));
 }
 
 TEST_F(TaskReading, FindsATaskByItsWholeName)
 {
-    addTask("description='Nightly'");
-    addTask("description='Nightly scan'");
-    addTask("description='nightly scan'");
+    addRow("description='Nightly'");
+    addRow("description='Nightly scan'");
+    addRow("description='nightly scan'");
     EXPECT_EQ(2, store->getTaskIdByName("Nightly scan"));
     EXPECT_EQ(3, store->getTaskIdByName("nightly scan"));
     EXPECT_EQ("Data not found (401)", failureOf([this] { store->getTaskIdByName("Nightly "); }));
@@ -337,40 +336,40 @@ TEST_F(TaskReading, FindsATaskByItsWholeName)
 
 TEST_F(TaskReading, OfTasksWithOneNameTheFirstIsFound)
 {
-    addTask("id=9, description='twice'");
-    addTask("id=5, description='twice'");
+    addRow("id=9, description='twice'");
+    addRow("id=5, description='twice'");
     EXPECT_EQ(5, store->getTaskIdByName("twice"));
 }
 
 TEST_F(TaskReading, AnApostropheInANameBreaksTheStatement)
 {
-    addTask("description='it''s'");
+    addRow("description='it''s'");
     EXPECT_EQ("Error in taskName (1)", failureOf([this] { store->getTaskIdByName("it's"); }));
 }
 
 TEST_F(TaskReading, AnyOtherCharacterInANameIsTakenLiterally)
 {
     const std::string name = "a\n\"b\"; -- %d \\ \u00e4";
-    const int id = addTask("description='" + name + "'");
+    const int id = addRow("description='" + name + "'");
     EXPECT_EQ(id, store->getTaskIdByName(name));
 }
 
 TEST_F(TaskReading, ReadsTypeAndStatus)
 {
-    const int id = addTask("type=6, status=-3");
-    addTask("type=2, status=9");
+    const int id = addRow("type=6, status=-3");
+    addRow("type=2, status=9");
     EXPECT_EQ(6, store->getTaskType(id));
     EXPECT_EQ(-3, store->getTaskStatus(id));
 }
 
 TEST_F(TaskReading, AStatusThatIsNullIsZero)
 {
-    EXPECT_EQ(0, store->getTaskStatus(addTask("status=NULL")));
+    EXPECT_EQ(0, store->getTaskStatus(addRow("status=NULL")));
 }
 
 TEST_F(TaskReading, NumbersThatWereStoredAsBlobsAreReadFromTheirText)
 {
-    const int id = addTask("type=x'36', status=x'2d33', userId=x'353031'");
+    const int id = addRow("type=x'36', status=x'2d33', userId=x'353031'");
     EXPECT_EQ(6, store->getTaskType(id));
     EXPECT_EQ(-3, store->getTaskStatus(id));
     EXPECT_EQ(std::vector<int>{501}, takeArray(store->getNumUserArray(), 1));
@@ -379,21 +378,21 @@ TEST_F(TaskReading, NumbersThatWereStoredAsBlobsAreReadFromTheirText)
 
 TEST_F(TaskReading, TypeStatusAndIdAreCutTo32Bits)
 {
-    const int id = addTask("type=4294967298, status=-4294967297");
+    const int id = addRow("type=4294967298, status=-4294967297");
     EXPECT_EQ(2, store->getTaskType(id));
     EXPECT_EQ(-1, store->getTaskStatus(id));
-    addTask("id=4294967308, description='beyond'");
+    addRow("id=4294967308, description='beyond'");
     EXPECT_EQ(12, store->getTaskIdByName("beyond"));
 }
 
 TEST_F(TaskReading, ANegativeIdMatchesOnlyItself)
 {
-    addTask();
+    addRow();
     EXPECT_EQ("Data not found (401)", failureOf([this] { store->getTaskType(-1); }));
     EXPECT_EQ("Data not found (401)", failureOf([this] { store->getTaskStatus(INT_MIN); }));
     EXPECT_EQ("Data not found (401)", failureOf([this] { store->getTaskParameter(-1, "id"); }));
     EXPECT_EQ("Database: taskId not found (0)", failureOf([this] { readTask(-1); }));
-    addTask("id=-1, type=5");
+    addRow("id=-1, type=5");
     EXPECT_EQ(5, store->getTaskType(-1));
     EXPECT_EQ(-1, readTask(-1)->id);
 }

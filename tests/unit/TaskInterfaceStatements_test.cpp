@@ -144,7 +144,7 @@ class StoreStatements : public StoreTest, public testing::WithParamInterface<Sta
 
 TEST_P(StoreStatements, RunOnConnectionsOfTheirOwn)
 {
-    addTasks(3, "userId=501");
+    addRows(3, "userId=501");
     const Clock clock(1794817805);
     SqliteWatch watch;
     GetParam().run(*store);
@@ -176,7 +176,7 @@ TEST_F(StoreConnections, AnEmptyListOpensNoSecondConnection)
 
 TEST_F(StoreConnections, TheBoundDeletesEachTaskOnAConnectionOfItsOwn)
 {
-    addTasks(42, "status=3");
+    addRows(42, "status=3");
     SqliteWatch watch;
     EXPECT_TRUE(store->dbMaxRecordCleaner());
     EXPECT_EQ(
@@ -194,15 +194,15 @@ TEST_F(StoreConnections, AResultThatCannotBeStoredTakesNoConnection)
 
 TEST_F(StoreConnections, OnlyTheStoresOwnIsOpenBetweenOperations)
 {
-    const int id = addTask("userId=501");
+    const int id = addRow("userId=501");
     const int before = openDatabaseDescriptors();
     EXPECT_EQ(1, before);
     for (const auto& operation : statements) {
         operation.run(*store);
-        addTask("userId=501");
+        addRow("userId=501");
         EXPECT_EQ(before, openDatabaseDescriptors()) << operation.name;
         execSql("delete from TaskTable; update sqlite_sequence set seq=0");
-        addTasks(3, "userId=501");
+        addRows(3, "userId=501");
     }
     for (int failure = 0; failure < 3; ++failure)
         failureOf([&] { store->getTaskType(-id); });
@@ -211,10 +211,10 @@ TEST_F(StoreConnections, OnlyTheStoresOwnIsOpenBetweenOperations)
 
 TEST_F(StoreConnections, AreOpenedForTheDatabaseAsItIsAtThatMoment)
 {
-    addTask("description='old'");
+    addRow("description='old'");
     ASSERT_EQ(0, std::rename(databasePath.c_str(), (databasePath + ".kept").c_str()));
     execSql(createTaskTable);
-    addTask("id=8, description='new'");
+    addRow("id=8, description='new'");
     EXPECT_EQ(8, store->getTaskIdByName("new"));
     store->deleteDbTask(8);
     EXPECT_EQ(0, store->getNumTaskRecord());
@@ -222,7 +222,7 @@ TEST_F(StoreConnections, AreOpenedForTheDatabaseAsItIsAtThatMoment)
 
 TEST_F(StoreConnections, ReadBesideAWriterThatHasNotCommitted)
 {
-    addTask("status=2");
+    addRow("status=2");
     SqliteDb writer(databasePath.c_str(), false);
     ASSERT_TRUE(writer.doWriteSql("begin immediate"));
     ASSERT_TRUE(writer.doWriteSql("update TaskTable set status=4"));

@@ -80,7 +80,7 @@ TEST_F(TaskWriting, AnInsertStoresTheTaskWithANewIdAndTheTablesDefaults)
 
 TEST_F(TaskWriting, AnInsertReturnsTheIdOfTheNewRow)
 {
-    addTask("id=41");
+    addRow("id=41");
     TaskInfo task = nightlyScan();
     EXPECT_EQ(42, store->writeDbTask(task));
     EXPECT_EQ(43, store->writeDbTask(task));
@@ -257,7 +257,7 @@ TEST_F(TaskWriting, AParameterThatIsNotAPropertyListCannotBeInserted)
 
 TEST_F(TaskWriting, TheTableIsBoundedAfterAParameterThatCannotBeInserted)
 {
-    addTasks(45, "status=3");
+    addRows(45, "status=3");
     const auto parameter = unstorableList();
     TaskInfo task = nightlyScan();
     task.parameter = parameter.get();
@@ -278,7 +278,7 @@ TEST_F(TaskWriting, AFailedInsertIsReportedWithThePrimaryCode)
 TEST_F(TaskWriting, AnUpdateStoresAllButCreationAndResult)
 {
     const std::string list = blobLiteral(xmlDocument("<dict/>"));
-    const int id = addTask("created='then', result=" + list + ", parameter=" + list);
+    const int id = addRow("created='then', result=" + list + ", parameter=" + list);
     TaskInfo task = nightlyScan();
     task.id = id;
     EXPECT_TRUE(store->modifyDbTask(task));
@@ -289,8 +289,8 @@ TEST_F(TaskWriting, AnUpdateStoresAllButCreationAndResult)
 
 TEST_F(TaskWriting, AnUpdateTouchesOnlyItsOwnRow)
 {
-    addTask("description='first'");
-    addTask("description='second'");
+    addRow("description='first'");
+    addRow("description='second'");
     TaskInfo task = nightlyScan();
     task.id = 2;
     store->modifyDbTask(task);
@@ -299,7 +299,7 @@ TEST_F(TaskWriting, AnUpdateTouchesOnlyItsOwnRow)
 
 TEST_F(TaskWriting, AnUpdateOfAMissingTaskSucceeds)
 {
-    addTask("description='first'");
+    addRow("description='first'");
     TaskInfo task = nightlyScan();
     EXPECT_TRUE(store->modifyDbTask(task));
     EXPECT_EQ(Lines{"1|first"}, queryRows("select id, description from TaskTable"));
@@ -309,7 +309,7 @@ TEST_F(TaskWriting, AnUpdateChangesNothingOfTheTask)
 {
     const orv::CfRef<CFPropertyListRef> parameter = listOf(xmlDocument("<dict/>"));
     TaskInfo task = nightlyScan();
-    task.id = addTask();
+    task.id = addRow();
     task.parameter = parameter.get();
     store->modifyDbTask(task);
     EXPECT_EQ("Nightly scan", task.description);
@@ -323,7 +323,7 @@ TEST_F(TaskWriting, AnUpdateReplacesTheParameter)
     const std::string xml = xmlDocument("<array>\n\t<string>new</string>\n</array>");
     const orv::CfRef<CFPropertyListRef> parameter = listOf(xml);
     TaskInfo task = nightlyScan();
-    task.id = addTask("parameter=x'00'");
+    task.id = addRow("parameter=x'00'");
     task.parameter = parameter.get();
     store->modifyDbTask(task);
     EXPECT_EQ(Lines{"blob|" + xml}, queryRows("select typeof(parameter), parameter from TaskTable"));
@@ -333,7 +333,7 @@ TEST_F(TaskWriting, AnUpdateLeavesOutAParameterThatIsNotAPropertyList)
 {
     const auto parameter = unstorableList();
     TaskInfo task = nightlyScan();
-    task.id = addTask("parameter=x'6b657074'");
+    task.id = addRow("parameter=x'6b657074'");
     task.parameter = parameter.get();
     EXPECT_TRUE(store->modifyDbTask(task));
     EXPECT_EQ(Lines{"kept|Nightly scan"}, queryRows("select parameter, description from TaskTable"));
@@ -343,7 +343,7 @@ TEST_F(TaskWriting, AnUpdateLeavesOutAParameterThatIsNotAPropertyList)
 TEST_F(TaskWriting, ADoubleQuoteInTheScheduleMakesTheUpdateFail)
 {
     TaskInfo task = nightlyScan();
-    task.id = addTask("description='kept'");
+    task.id = addRow("description='kept'");
     task.cronTime = "\"";
     EXPECT_EQ("Database: Write failed (1)", updateFailure(task));
     EXPECT_EQ(Lines{"kept"}, queryRows("select description from TaskTable"));
@@ -353,7 +353,7 @@ TEST_F(TaskWriting, ADoubleQuoteInTheScheduleMakesTheUpdateFail)
 
 TEST_F(TaskWriting, ADeletionDeletesOnlyItsOwnRow)
 {
-    addTasks(12, "");
+    addRows(12, "");
     EXPECT_TRUE(store->deleteDbTask(1));
     EXPECT_EQ("11", rows());
     EXPECT_EQ(Lines{"0"}, queryRows("select count(*) from TaskTable where id=1"));
@@ -361,7 +361,7 @@ TEST_F(TaskWriting, ADeletionDeletesOnlyItsOwnRow)
 
 TEST_F(TaskWriting, DeletingAMissingTaskSucceeds)
 {
-    addTask();
+    addRow();
     EXPECT_TRUE(store->deleteDbTask(7));
     EXPECT_TRUE(store->deleteDbTask(-1));
     EXPECT_EQ("1", rows());
@@ -369,7 +369,7 @@ TEST_F(TaskWriting, DeletingAMissingTaskSucceeds)
 
 TEST_F(TaskWriting, ADeletionThatFailsIsReported)
 {
-    const int id = addTask();
+    const int id = addRow();
     protectTask(id);
     EXPECT_EQ("Deletion failed (19)", failureOf([&] { store->deleteDbTask(id); }));
     EXPECT_EQ("Deletion failed (19)", failureOf([&] { store->clearDatabase(); }));
@@ -378,7 +378,7 @@ TEST_F(TaskWriting, ADeletionThatFailsIsReported)
 
 TEST_F(TaskWriting, ClearingDeletesEveryRowAndKeepsTheTable)
 {
-    addTasks(3, "");
+    addRows(3, "");
     EXPECT_TRUE(store->clearDatabase());
     EXPECT_EQ("0", rows());
     EXPECT_TRUE(store->clearDatabase());
@@ -386,7 +386,7 @@ TEST_F(TaskWriting, ClearingDeletesEveryRowAndKeepsTheTable)
 
 TEST_F(TaskWriting, ADeletionDoesNotBoundTheTable)
 {
-    addTasks(45, "status=3");
+    addRows(45, "status=3");
     store->deleteDbTask(1);
     EXPECT_EQ("44", rows());
 }
@@ -395,15 +395,15 @@ TEST_F(TaskWriting, ADeletionDoesNotBoundTheTable)
 
 TEST_F(TaskWriting, FortyTasksAreNotTooMany)
 {
-    addTasks(40, "status=3");
+    addRows(40, "status=3");
     EXPECT_TRUE(store->dbMaxRecordCleaner());
     EXPECT_EQ("40", rows());
 }
 
 TEST_F(TaskWriting, OfFortyOneTasksTheFirstFinishedOneGoes)
 {
-    addTask("status=1");
-    addTasks(40, "status=5");
+    addRow("status=1");
+    addRows(40, "status=5");
     EXPECT_TRUE(store->dbMaxRecordCleaner());
     EXPECT_EQ("40", rows());
     EXPECT_EQ(Lines{"1"}, queryRows("select count(*) from TaskTable where id=1"));
@@ -412,9 +412,9 @@ TEST_F(TaskWriting, OfFortyOneTasksTheFirstFinishedOneGoes)
 
 TEST_F(TaskWriting, TooManyTasksStayWhenTooFewAreFinished)
 {
-    addTasks(42, "status=1");
-    addTasks(2, "status=3");
-    addTask("status=5");
+    addRows(42, "status=1");
+    addRows(2, "status=3");
+    addRow("status=5");
     EXPECT_TRUE(store->dbMaxRecordCleaner());
     EXPECT_EQ("42", rows());
     EXPECT_EQ(Lines{"1"}, queryRows("select distinct status from TaskTable"));
@@ -422,8 +422,8 @@ TEST_F(TaskWriting, TooManyTasksStayWhenTooFewAreFinished)
 
 TEST_F(TaskWriting, NoMoreFinishedTasksGoThanNecessary)
 {
-    addTasks(30, "status=3");
-    addTasks(15, "status=5");
+    addRows(30, "status=3");
+    addRows(15, "status=5");
     EXPECT_TRUE(store->dbMaxRecordCleaner());
     EXPECT_EQ((Lines{"3|25", "5|15"}), queryRows("select status, count(*) from TaskTable group by status"));
     EXPECT_EQ(Lines{"6"}, queryRows("select min(id) from TaskTable"));
@@ -432,17 +432,17 @@ TEST_F(TaskWriting, NoMoreFinishedTasksGoThanNecessary)
 TEST_F(TaskWriting, TasksOfOtherStatesAreNeverRemovedByTheBound)
 {
     for (const char* status : {"-3", "0", "1", "2", "4", "6", "7", "35", "NULL"})
-        addTasks(5, std::string("status=") + status);
+        addRows(5, std::string("status=") + status);
     EXPECT_TRUE(store->dbMaxRecordCleaner());
     EXPECT_EQ("45", rows());
 }
 
 TEST_F(TaskWriting, TheBoundGoesByTheOrderInWhichSqliteReturnsTheRows)
 {
-    addTasks(40, "status=1");
-    addTask("id=500, status=3");
-    addTask("id=300, status=5");
-    addTask("id=400, status=3");
+    addRows(40, "status=1");
+    addRow("id=500, status=3");
+    addRow("id=300, status=5");
+    addRow("id=400, status=3");
     execSql("delete from TaskTable where id<=1");
     EXPECT_TRUE(store->dbMaxRecordCleaner());
     EXPECT_EQ(Lines{"500"}, queryRows("select id from TaskTable where status<>1"));
@@ -450,7 +450,7 @@ TEST_F(TaskWriting, TheBoundGoesByTheOrderInWhichSqliteReturnsTheRows)
 
 TEST_F(TaskWriting, TheBoundHoldsAfterAnInsert)
 {
-    addTasks(40, "status=3");
+    addRows(40, "status=3");
     TaskInfo task = nightlyScan();
     EXPECT_EQ(41, store->writeDbTask(task));
     EXPECT_EQ("40", rows());
@@ -459,16 +459,16 @@ TEST_F(TaskWriting, TheBoundHoldsAfterAnInsert)
 
 TEST_F(TaskWriting, TheBoundHoldsAfterAnUpdate)
 {
-    addTasks(44, "status=3");
+    addRows(44, "status=3");
     TaskInfo task = nightlyScan();
-    task.id = addTask();
+    task.id = addRow();
     EXPECT_TRUE(store->modifyDbTask(task));
     EXPECT_EQ("40", rows());
 }
 
 TEST_F(TaskWriting, TheBoundHoldsAfterAFailedInsert)
 {
-    addTasks(45, "status=3");
+    addRows(45, "status=3");
     TaskInfo task = nightlyScan();
     task.cronTime = "\"";
     EXPECT_EQ("Database: Write failed (1)", insertFailure(task));
@@ -477,7 +477,7 @@ TEST_F(TaskWriting, TheBoundHoldsAfterAFailedInsert)
 
 TEST_F(TaskWriting, AFailedUpdateDoesNotBoundTheTable)
 {
-    addTasks(45, "status=3");
+    addRows(45, "status=3");
     TaskInfo task = nightlyScan();
     task.cronTime = "\"";
     EXPECT_EQ("Database: Write failed (1)", updateFailure(task));
@@ -486,7 +486,7 @@ TEST_F(TaskWriting, AFailedUpdateDoesNotBoundTheTable)
 
 TEST_F(TaskWriting, TheBoundMayDeleteTheTaskThatHasJustFinished)
 {
-    addTasks(41, "status=1");
+    addRows(41, "status=1");
     TaskInfo task = nightlyScan();
     task.id = 20;
     task.status = TaskStatus(5);
@@ -497,7 +497,7 @@ TEST_F(TaskWriting, TheBoundMayDeleteTheTaskThatHasJustFinished)
 
 TEST_F(TaskWriting, ADeletionThatFailsEndsTheBoundAndKeepsWhatWasDone)
 {
-    addTasks(45, "status=3");
+    addRows(45, "status=3");
     protectTask(3);
     EXPECT_FALSE(store->dbMaxRecordCleaner());
     EXPECT_EQ("43", rows());
@@ -506,7 +506,7 @@ TEST_F(TaskWriting, ADeletionThatFailsEndsTheBoundAndKeepsWhatWasDone)
 
 TEST_F(TaskWriting, ADeletionThatFailsInTheBoundDoesNotFailTheInsertOrTheUpdate)
 {
-    addTasks(45, "status=3");
+    addRows(45, "status=3");
     protectTask(1);
     TaskInfo task = nightlyScan();
     EXPECT_EQ(46, store->writeDbTask(task));
@@ -517,7 +517,7 @@ TEST_F(TaskWriting, ADeletionThatFailsInTheBoundDoesNotFailTheInsertOrTheUpdate)
 
 TEST_F(TaskWriting, ADeletionThatFailsInTheBoundDoesNotHideAFailedInsert)
 {
-    addTasks(45, "status=3");
+    addRows(45, "status=3");
     protectTask(1);
     TaskInfo task = nightlyScan();
     task.cronTime = "\"";
@@ -526,7 +526,7 @@ TEST_F(TaskWriting, ADeletionThatFailsInTheBoundDoesNotHideAFailedInsert)
 
 TEST_F(TaskWriting, FinishedTasksThatCannotBeListedAreLeft)
 {
-    addTasks(45, "status=3");
+    addRows(45, "status=3");
     execSql("alter table TaskTable rename column status to state");
     EXPECT_TRUE(store->dbMaxRecordCleaner());
     EXPECT_EQ("45", rows());
@@ -534,8 +534,8 @@ TEST_F(TaskWriting, FinishedTasksThatCannotBeListedAreLeft)
 
 TEST_F(TaskWriting, TheBoundReadsAnIdBeyond32BitsAsItsLowBits)
 {
-    addTasks(40, "status=1");
-    addTask("id=4294967308, status=3"); // its low 32 bits are 12
+    addRows(40, "status=1");
+    addRow("id=4294967308, status=3"); // its low 32 bits are 12
     EXPECT_TRUE(store->dbMaxRecordCleaner());
     EXPECT_EQ("40", rows());
     EXPECT_EQ(Lines{"0"}, queryRows("select count(*) from TaskTable where id=12"));
@@ -543,7 +543,7 @@ TEST_F(TaskWriting, TheBoundReadsAnIdBeyond32BitsAsItsLowBits)
 
 TEST_F(TaskWriting, TheTableIsCountedOnceForTheBound)
 {
-    addTasks(43, "status=3");
+    addRows(43, "status=3");
     SqliteWatch watch;
     watch.beforePreparing("delete from TaskTable where id=1", [] { execSql("delete from TaskTable where id>20"); });
     EXPECT_TRUE(store->dbMaxRecordCleaner());
@@ -585,7 +585,7 @@ TEST_F(TaskWriting, BuffersAreReleasedWhenTheBoundThrows)
 
 TEST_F(TaskWriting, ANegativeIdIsUpdatedAndDeletedLikeAnyOther)
 {
-    addTask("id=-5");
+    addRow("id=-5");
     TaskInfo task = nightlyScan();
     task.id = -5;
     store->modifyDbTask(task);
