@@ -196,8 +196,9 @@ TEST_F(CrontabPreview, SaysWhyCrontabsStayAlone)
     const std::string report = output({"rebuild", "--all"});
     EXPECT_TRUE(contains(report, "uid 777: stays as it is: there is no account with this id\n")) << report;
     EXPECT_TRUE(contains(report, "       1  Scan                      none: uid 777 has no account\n")) << report;
-    EXPECT_TRUE(contains(report, "ben (uid 502): stays as it is: none of these tasks counts\n")) << report;
-    EXPECT_TRUE(contains(output({"update", "ben"}), "the rebuild leaves it alone: none of these tasks counts\n"));
+    EXPECT_TRUE(contains(report, "ben (uid 502): stays as it is: no task has a status of 5 or less\n")) << report;
+    EXPECT_TRUE(
+        contains(output({"update", "ben"}), "the rebuild leaves it alone: no task has a status of 5 or less\n"));
 }
 
 TEST_F(CrontabPreview, ShowsThatACrontabWouldComeToBe)
@@ -369,8 +370,8 @@ TEST_F(CrontabPreviewDetails, TellOfTheLinesFromWhichCronStartsATaskAlready)
 {
     const std::string nice = "@daily nice " + taskManager + " 1\n";
     const std::string line = taskLine(1, "9 * * * *");
-    EXPECT_EQ("lines 1 to 2 start tasks already, and stay beside the tasks' new lines\n  " + line + "  " + nice
-            + "line 4 starts a task already, and stays beside the task's new line\n  " + line,
+    EXPECT_EQ("lines 1 to 2 already start tasks, and stay beside the tasks' new lines\n  " + line + "  " + nice
+            + "line 4 already starts a task, and stays beside the task's new line\n  " + line,
         details(line + nice + taskLine(12, "7 * * * *") + line, "rebuild"));
     EXPECT_EQ("",
         details("#" + line + " # " + line + "A=" + line + taskManager + " 1\n" + taskLine(-1, "7 * * * *"), "rebuild"));
@@ -391,7 +392,8 @@ TEST_F(CrontabPreviewDetails, TellOfControlCharactersThatCrontabListsAsOthers)
     EXPECT_EQ("# mine\\r\n0 4 * * * /bin/own\\r\n" + own, crontabOf("anna"));
     for (const char* const command : {"clean", "rebuild", "update"}) {
         const std::string report = output({command, "anna"});
-        EXPECT_TRUE(contains(report, "have control characters that crontab -l prints as others")) << report;
+        EXPECT_TRUE(contains(report, "have control characters, which the run replaces with what crontab -l prints"))
+            << report;
         EXPECT_TRUE(contains(report, "1 job changes; 1 comment changes")) << report;
         EXPECT_TRUE(contains(report, "    # mine\\x0d\n    # mine\\r\n")) << report;
         EXPECT_EQ(4, preview({command, "--exit-code"}).status);
@@ -433,7 +435,8 @@ const std::string usageFile = "/usr/local/private-world/crontab/usage";
 TEST_F(CrontabPreviewDetails, SayOnceWhereCrontabCannotBeAsked)
 {
     addTask(2, ben, "7 * * * *");
-    const std::string words = "Whether crontab accepts it shows only in a run: this one cannot be asked.\n";
+    const std::string words
+        = "Only a run will show whether crontab accepts the result: this crontab cannot check a file.\n";
     writeFile(usageFile, "usage:\n -n <host>  set host in cluster\n -T <name>  translate\n");
     const std::string report = output({"update", "--all"});
     ASSERT_TRUE(contains(report, words)) << report;
@@ -454,7 +457,7 @@ TEST_F(CrontabPreviewDetails, SayWhichTaskACrontabRefusesThatHasAnOptionToTestFi
     EXPECT_EQ(0U,
         report.find("anna  stays as it is: crontab refuses what the rebuild makes of it: line 3 (task 2): bad hour\n"))
         << report;
-    EXPECT_FALSE(contains(report, "cannot be asked"));
+    EXPECT_FALSE(contains(report, "cannot check a file"));
     EXPECT_EQ(own, crontabOf("anna"));
 }
 
@@ -516,8 +519,7 @@ TEST_F(CrontabPreview, KeepsACopyOfEachCrontab)
     const std::string crontab = own + "\n0 5 * * * /bin/dos\r\n";
     setCrontab("anna", crontab);
     const std::string directory = testDirectory + "saved";
-    EXPECT_TRUE(
-        contains(output({"clean", "--save", directory}), "Saved as they are now, in " + directory + ": 1 crontab.\n"));
+    EXPECT_TRUE(contains(output({"clean", "--save", directory}), "Saved 1 crontab in " + directory + ".\n"));
     struct stat state { };
     ASSERT_EQ(0, stat((directory + "/anna").c_str(), &state));
     EXPECT_EQ(0600U, state.st_mode & 07777U);
@@ -632,12 +634,12 @@ TEST_F(CrontabPreview, LeavesOutAUserWhoseTasksCannotBeListed)
     addTask(1, anna, "7 * * * *");
     setCrontab("anna", own);
     execSql("alter table TaskTable rename column id to number");
-    EXPECT_EQ("anna (uid 501): stays as it is: its tasks cannot be listed\n"
-              "          there may be more, which cannot be listed: TaskTable not found\n"
+    EXPECT_EQ("anna (uid 501): stays as it is: its owner's tasks cannot be listed\n"
+              "          there may be more that cannot be listed: TaskTable not found\n"
               "\n"
               "A rebuild would change 0 of 1 crontab; no line is lost; task lines 0 -> 0.\n",
         output({"rebuild", "anna"}));
-    EXPECT_TRUE(contains(output({"rebuild"}), "anna  stays as it is: its tasks cannot be listed\n"));
+    EXPECT_TRUE(contains(output({"rebuild"}), "anna  stays as it is: its owner's tasks cannot be listed\n"));
     EXPECT_TRUE(changesNothing("rebuild"));
 }
 
@@ -667,8 +669,8 @@ TEST_F(CrontabPreview, SaysWhereTheRebuildEnds)
     const std::string report = output({"rebuild", "--all"});
     for (const std::string words : {"       1  Scan                      none: uid 777 has no account\n",
              "       2  Scan                      none: the rebuild ends before it\n",
-             "anna (uid 501): stays as it is: it ends here: TaskTable doesn't exist-2\n",
-             "ben (uid 502): stays as it is: it has ended before, at anna's\n"})
+             "anna (uid 501): stays as it is: an error ends the rebuild here: TaskTable doesn't exist-2\n",
+             "ben (uid 502): stays as it is: an error has ended the rebuild at anna\n"})
         EXPECT_TRUE(contains(report, words)) << words << report;
     EXPECT_TRUE(changesNothing("rebuild"));
     EXPECT_FALSE(changesNothing("clean"));
@@ -753,7 +755,7 @@ TEST_F(CrontabPreview, ListsNoMoreTasksThanThereAreWhenSomeGo)
         addTask(id, anna, "7 * * * *", "1,6");
     const ProgramEnd listed = previewWithChange(list, "delete from TaskTable where id>1");
     EXPECT_EQ(0, listed.status) << listed.errors;
-    EXPECT_TRUE(contains(listed.output, "\n          there may be more, which cannot be listed: Data not found\n"))
+    EXPECT_TRUE(contains(listed.output, "\n          there may be more that cannot be listed: Data not found\n"))
         << listed.output;
 }
 

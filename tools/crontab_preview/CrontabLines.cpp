@@ -6,30 +6,39 @@
 #include <algorithm>
 #include <charconv>
 #include <cstddef>
+#include <iterator>
 #include <optional>
 #include <sstream>
 #include <string>
 #include <system_error>
 #include <vector>
 
-const std::string managerPath = tmanagerPath + "TessaraTaskManager";
-
 namespace {
 
+const std::string managerPath = tmanagerPath + "TessaraTaskManager";
 constexpr auto blanks = " \t";
+
+std::vector<std::string> fieldsOf(const std::string& text)
+{
+    std::istringstream in(text);
+    return {std::istream_iterator<std::string>(in), std::istream_iterator<std::string>()};
+}
 
 // "@daily" or five fields, and nothing else.
 bool isSchedule(const std::string& text)
 {
-    std::istringstream in(text);
-    int fields = 0;
-    std::string first;
-    for (std::string field; in >> field; ++fields)
-        first = fields == 0 ? field : first;
-    return fields == 5 || (fields == 1 && first[0] == '@');
+    const std::vector<std::string> fields = fieldsOf(text);
+    return fields.size() == 5 || (fields.size() == 1 && fields[0][0] == '@');
 }
 
-// Where the "=" of a setting is; npos in every other line.
+bool isJob(const std::string& line)
+{
+    const std::vector<std::string> fields = fieldsOf(line);
+    const char first = fields.empty() ? '\0' : fields[0][0];
+    return first == '@' ? fields.size() >= 2 : fields.size() >= 6 && (first == '*' || (first >= '0' && first <= '9'));
+}
+
+// The position of the "=" in a setting; npos in any other line.
 std::size_t equalsIn(const std::string& line)
 {
     const std::size_t equals = line.find('=');
@@ -41,18 +50,7 @@ std::size_t equalsIn(const std::string& line)
                                                                                                  : std::string::npos;
 }
 
-bool isJob(const std::string& line)
-{
-    std::istringstream in(line);
-    std::string first;
-    in >> first;
-    int fields = 1;
-    for (std::string field; fields < 6 && in >> field;)
-        ++fields;
-    return first[0] == '@' ? fields >= 2 : fields == 6 && (first[0] == '*' || (first[0] >= '0' && first[0] <= '9'));
-}
-
-std::optional<int> idBehindManager(const std::string& line)
+std::optional<int> idAfterManager(const std::string& line)
 {
     const std::size_t path = line.find(managerPath);
     if (path == std::string::npos)
@@ -67,7 +65,7 @@ std::optional<int> idBehindManager(const std::string& line)
 
 bool isTaskLine(const std::string& line)
 {
-    const std::optional<int> id = idBehindManager(line);
+    const std::optional<int> id = idAfterManager(line);
     if (!id)
         return false;
     const std::string schedule = line.substr(0, line.find(" " + managerPath));
@@ -117,7 +115,7 @@ std::string settingIn(const std::string& line)
 std::optional<int> startedTask(const std::string& line)
 {
     const Kind kind = kindOf(line);
-    return kind == Kind::job || kind == Kind::taskLine ? idBehindManager(line) : std::nullopt;
+    return kind == Kind::job || kind == Kind::taskLine ? idAfterManager(line) : std::nullopt;
 }
 
 std::string taskLine(const std::string& schedule, int id)

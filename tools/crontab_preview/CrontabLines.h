@@ -5,29 +5,25 @@
 #include <string>
 #include <vector>
 
-/// The path of the task manager, by which the clean knows its lines.
-extern const std::string managerPath;
-
-/// What cron takes a line of a crontab for. A task line is a job that a rebuild may have written; a line that is
-/// nothing that cron knows is `other`.
+/// How cron reads a line of a crontab. A task line is a job exactly as a rebuild would write it for some task; `other`
+/// is a line that cron does not understand.
 enum class Kind { blank, comment, setting, job, taskLine, other };
 
-/// The lines of `text`, each with its line feed; the last one without, if it has none.
+/// The lines of `text`, each with its line feed. The last one may have none.
 std::vector<std::string> linesOf(const std::string& text);
 
 std::string withoutLineEnd(const std::string& line);
 
-/// `line` has no line feed.
+/// The kind of `line`, which is given without its line feed.
 Kind kindOf(const std::string& line);
 
-/// The name of the setting in a line of that kind.
+/// The name that a setting sets.
 std::string settingIn(const std::string& line);
 
-/// The task that cron would start from `line`, which has no line feed; none for a comment or a setting.
+/// The task that cron starts from `line`, which is given without its line feed. A comment or a setting starts none.
 std::optional<int> startedTask(const std::string& line);
 
 /// The line that a rebuild appends for a task, with its line feed.
 std::string taskLine(const std::string& schedule, int id);
 
-/// How many lines of `text` are task lines.
 std::size_t countTaskLines(const std::string& text);

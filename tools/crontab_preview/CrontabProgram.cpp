@@ -19,8 +19,7 @@ namespace {
 
 struct Ended {
     std::string output;
-    bool exited; ///< false if a signal ended it
-    int status;
+    int status; ///< exit status; -1 if a signal ended it
 };
 
 Ended runShell(const std::string& command)
@@ -33,8 +32,7 @@ Ended runShell(const std::string& command)
     for (std::size_t size; (size = std::fread(block, 1, sizeof block, pipe)) > 0;)
         ended.output.append(block, size);
     const int status = pclose(pipe);
-    ended.exited = status != -1 && WIFEXITED(status);
-    ended.status = ended.exited ? WEXITSTATUS(status) : -1;
+    ended.status = status != -1 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     return ended;
 }
 
@@ -42,7 +40,7 @@ struct FileCloser {
     void operator()(FILE* file) const { std::fclose(file); }
 };
 
-// A file without a name that holds a text; other programs open it by its path while it exists.
+// A file without a name. While this object lives, other programs can open the file by its path.
 class NamelessFile {
 public:
     explicit NamelessFile(const std::string& text)
@@ -75,10 +73,10 @@ bool isControl(char byte)
     return (byte >= 0 && byte < ' ' && byte != '\t' && byte != '\n') || byte == '\177';
 }
 
-// The crontab as its file holds it, if `crontab -l` prints control characters in it as something else.
+// The crontab as it is in its file, if it has control characters, which `crontab -l` may print as something else.
 std::string storedText(const std::string& account, const std::string& listed)
 {
-    constexpr std::size_t mostHeaderLines = 3; // which crontab writes at the top and does not list
+    constexpr std::size_t mostHeaderLines = 3; // crontab puts them at the top of the file and does not list them
     std::ifstream file("/var/spool/cron/crontabs/" + account, std::ios::binary);
     const std::string bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
     if (std::none_of(bytes.begin(), bytes.end(), isControl))
@@ -92,7 +90,7 @@ std::string storedText(const std::string& account, const std::string& listed)
     for (std::size_t i = 0; i < shown.size(); ++i) {
         const std::string& line = stored[header + i];
         if (line != shown[i] && std::none_of(line.begin(), line.end(), isControl))
-            return listed; // it was edited just now
+            return listed; // edited since it was listed
         text += line;
     }
     return text;
@@ -103,7 +101,7 @@ std::string storedText(const std::string& account, const std::string& listed)
 Listing listCrontab(const std::string& account)
 {
     const Ended list = runShell(crontabOf(account) + " -l 2>/dev/null");
-    const bool succeeded = list.exited && list.status == 0;
+    const bool succeeded = list.status == 0;
     Listing listing;
     listing.text = list.output;
     listing.exists = succeeded || !list.output.empty();
@@ -120,8 +118,8 @@ Listing listCrontab(const std::string& account)
 CrontabCheck::CrontabCheck()
     : m_option(nullptr)
 {
-    // -n means something else to some crontabs, and others would take it for a file to install: only one that explains
-    // the option has it. No crontab installs anything here, as there is neither a file nor any input.
+    // Some crontabs use -n for something else, and others would install a file of that name. So the usage text has to
+    // explain the option. Asking for that text installs nothing: there is no file and no input.
     const std::string usage = runShell("cd / && /usr/bin/crontab --help 2>&1 </dev/null").output;
     if (std::regex_search(usage, std::regex("-n[ \t]+\\(dry run")))
         m_option = "-n";
@@ -133,7 +131,7 @@ std::string CrontabCheck::complaint(const std::string& account, const std::strin
 {
     const NamelessFile file(text);
     const Ended check = runShell(crontabOf(account) + " " + m_option + " " + file.path() + " 2>&1 </dev/null");
-    if (check.exited && check.status == 0)
+    if (check.status == 0)
         return "";
     const std::vector<std::string> said = linesOf(check.output);
     return said.empty() ? "it gives no reason" : withoutLineEnd(said.front());
@@ -146,7 +144,8 @@ std::optional<Refusal> CrontabCheck::refusal(const std::string& account, const s
     const std::string said = complaint(account, text);
     if (said.empty())
         return std::nullopt;
-    // The number that crontab gives is one too low in some; a crontab up to the line is refused, one before it is not.
+    // The line number in the message of some crontabs is one too low. So look for the line that makes the difference:
+    // crontab accepts the text before it, and refuses the text that includes it.
     const std::vector<std::string> lines = linesOf(text);
     std::size_t taken = 0;
     std::size_t refused = lines.size();

@@ -18,7 +18,7 @@
 
 namespace {
 
-// What the exception that is being handled says.
+// The message of the exception that is being handled.
 std::string reason()
 {
     try {
@@ -30,7 +30,7 @@ std::string reason()
     }
 }
 
-// The store's own constructor would make the table, unless something stands under that name: a view does as well.
+// The editor would create a missing table, so look before there is one. A view of that name counts as the table.
 bool tableExists()
 {
     if (access(databaseName.c_str(), F_OK) != 0)
@@ -47,7 +47,7 @@ std::optional<std::string> accountName(int uid)
     return account == nullptr ? std::nullopt : std::optional<std::string>(account->pw_name);
 }
 
-// Goes through the owners with the steps of the rebuild, but for the installing.
+// Takes the steps of a rebuild for each owner, but installs nothing.
 class RebuildPreview {
 public:
     explicit RebuildPreview(TaskEditor& editor)
@@ -67,11 +67,12 @@ public:
 
 private:
     static constexpr auto notReached = "the rebuild ends before it";
+    static constexpr auto cannotList = "its owner's tasks cannot be listed";
 
     void leaveNotReached(Owner& owner)
     {
         owner.rebuildFails = true;
-        leaveOut(owner, "it has ended before, at " + m_endedAt + "'s", notReached);
+        leaveOut(owner, "an error has ended the rebuild at " + m_endedAt, notReached);
     }
 
     void lookAtTasks(Owner& owner)
@@ -82,7 +83,7 @@ private:
         } catch (...) {
             m_endedAt = *owner.account;
             owner.rebuildFails = true;
-            return leaveOut(owner, "it ends here: " + reason(), notReached);
+            return leaveOut(owner, "an error ends the rebuild here: " + reason(), notReached);
         }
         try {
             if (count > 0) // the list would throw
@@ -90,10 +91,10 @@ private:
                     owner.tasks.push_back(listedTask(id));
         } catch (...) {
             owner.rebuildFails = true;
-            return leaveOut(owner, "its tasks cannot be listed", "its owner's tasks cannot be listed");
+            return leaveOut(owner, cannotList, cannotList);
         }
         if (owner.tasks.empty())
-            leaveOut(owner, "none of these tasks counts");
+            leaveOut(owner, "no task has a status of 5 or less");
         else
             edit(owner);
     }
@@ -109,7 +110,7 @@ private:
         leaveOut(owner, problem);
     }
 
-    // Without `whyNoLine`, tasks that were not listed have reasons of their own.
+    // The reason for the tasks that the rebuild does not list is `whyNoLine` or, if that is "", each task's own.
     void leaveOut(Owner& owner, const std::string& why, const std::string& whyNoLine = "")
     {
         owner.whyNoRebuild = why;
@@ -131,7 +132,7 @@ private:
         return task;
     }
 
-    // Those that the rebuild does not even look at.
+    // Adds the tasks that the rebuild does not list.
     void addOtherTasks(Owner& owner, const std::string& whyNoLine = "")
     {
         try {
@@ -154,11 +155,11 @@ private:
         try {
             return m_editor.getTaskParameter(id, "userId") == std::to_string(uid);
         } catch (...) {
-            return false; // it is gone by now, say
+            return false; // it may have been deleted meanwhile
         }
     }
 
-    // No pass reads it.
+    // No pass reads descriptions, so one that cannot be read is no problem.
     std::string descriptionOf(int id)
     {
         try {
@@ -181,7 +182,7 @@ private:
     static std::string unreadable() { return "unreadable: " + reason(); }
 
     TaskEditor& m_editor;
-    std::string m_endedAt; ///< the account at which an exception ends the pass; "" if none does
+    std::string m_endedAt; ///< the account at which an error ends the rebuild; "" if none does
 };
 
 } // namespace
@@ -191,7 +192,7 @@ std::string scratchProblem()
     if (access(tempPath.c_str(), W_OK | X_OK) == 0)
         return "";
     return "the scratch directory is "
-        + (errno == ENOENT ? "missing" : std::string("of no use: ") + std::strerror(errno));
+        + (errno == ENOENT ? "missing" : std::string("not usable: ") + std::strerror(errno));
 }
 
 std::vector<Owner> readOwners()

@@ -10,8 +10,8 @@
 struct TaskPreview {
     int id;
     std::string description;
-    std::string schedule; ///< what the line begins with
-    std::string line; ///< with its line feed; "" for none
+    std::string schedule; ///< the beginning of the line
+    std::string line; ///< with its line feed; "" if there is none
     std::string whyNone; ///< why there is none
 };
 
@@ -21,15 +21,15 @@ struct Owner {
     std::optional<std::string> account; ///< none if the user id has no account
     Listing crontab;
     std::vector<TaskPreview> tasks;
-    std::string whyNotAll; ///< why some of the tasks may be missing; "" if none is
+    std::string whyNotAll; ///< why `tasks` may be incomplete; "" if it is complete
     std::string whyNoRebuild; ///< why a rebuild leaves the crontab alone; "" if it does not
-    bool rebuildFails = false; ///< that reason is a fault
+    bool rebuildFails = false; ///< whether that reason is a failure
 };
 
-/// All owners of tasks, in the order in which the passes go through them. None if there is no task database, or no
-/// table in it; neither is made. Throws SqliteException where both passes would end with one before they have edited a
-/// crontab, and std::runtime_error if a process cannot be started.
+/// All owners of tasks, in the order of the passes. Empty if there is no task database, or no task table in it; neither
+/// is created. Throws SqliteException where every run fails before it edits a crontab, and std::runtime_error if a
+/// crontab cannot be listed because no process can be started.
 std::vector<Owner> readOwners();
 
-/// Why no run can edit a crontab; "" if one can.
+/// What is wrong with the scratch directory, so that no run can edit a crontab; "" if nothing is.
 std::string scratchProblem();

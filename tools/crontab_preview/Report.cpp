@@ -18,8 +18,6 @@ namespace {
 
 const std::vector<Kind> allKinds = {Kind::job, Kind::setting, Kind::comment, Kind::other};
 
-using Lines = std::map<Kind, std::map<Fate, std::size_t>>;
-
 constexpr std::size_t descriptionColumns = 24;
 constexpr std::size_t scheduleIndent = 36;
 constexpr std::size_t widestName = 32;
@@ -65,15 +63,14 @@ public:
     {
     }
 
-    // What is written is text that visible() gave. What does not fit goes on in the next line, from the column `indent`
-    // on.
+    // `shown` comes from visible(). What does not fit continues on the next line, in column `indent`.
     void line(const std::string& shown = "", const char* colour = nullptr, std::size_t indent = textIndent)
     {
         for (const std::string& part : linesOf(m_style.folded ? wrapped(shown, indent) : shown + "\n"))
             write(part, colour);
     }
 
-    // A sentence: it is folded between words.
+    // The same for a sentence, which is folded between words.
     void prose(const std::string& shown, const char* colour = nullptr, std::size_t indent = textIndent)
     {
         std::string begun;
@@ -109,30 +106,27 @@ std::string nameOf(const Owner& owner)
     return owner.account ? *owner.account : "uid " + std::to_string(owner.uid);
 }
 
-std::size_t linesOf(const Lines& lines, Kind kind, Fate fate)
+std::size_t linesOf(const Fates& lines, Kind kind, Fate fate)
 {
-    const auto fates = lines.find(kind);
-    if (fates == lines.end())
-        return 0;
-    const auto found = fates->second.find(fate);
-    return found == fates->second.end() ? 0 : found->second;
+    const auto found = lines.find({kind, fate});
+    return found == lines.end() ? 0 : found->second;
 }
 
-std::size_t allOf(const Lines& lines, Kind kind)
+std::size_t allOf(const Fates& lines, Kind kind)
 {
     std::size_t sum = 0;
-    for (const Fate fate : {Fate::kept, Fate::lost, Fate::cut, Fate::commented, Fate::changed})
-        sum += linesOf(lines, kind, fate);
+    for (const auto& [kindAndFate, number] : lines)
+        sum += kindAndFate.first == kind ? number : 0;
     return sum;
 }
 
-std::size_t harmed(const Lines& lines, Kind kind)
+std::size_t harmed(const Fates& lines, Kind kind)
 {
     return allOf(lines, kind) - linesOf(lines, kind, Fate::kept);
 }
 
 // "loses 1 of 2 jobs, 1 of 1 setting; 1 job becomes a comment"; "" if all lines are kept.
-std::string fatesOf(const Lines& lines, const std::vector<Kind>& kinds, const std::string& lose)
+std::string fatesOf(const Fates& lines, const std::vector<Kind>& kinds, const std::string& lose)
 {
     std::vector<std::string> lost;
     std::vector<std::string> parts;
@@ -154,20 +148,11 @@ std::string taskLines(std::size_t before, std::size_t after)
     return "task lines " + grouped(before) + " -> " + grouped(after);
 }
 
-bool harmsMoreThanComments(const Run& run)
-{
-    return harmed(run.lines, Kind::job) + harmed(run.lines, Kind::setting) + harmed(run.lines, Kind::other)
-            + run.startedTwice + run.warnings.size()
-        > 0
-        || run.failed;
-}
-
 std::string twice(std::size_t tasks)
 {
     return count(tasks, "task") + (tasks == 1 ? " starts" : " start") + " twice";
 }
 
-// Everything about one owner in a line.
 std::string summary(const OwnersRun& of, const std::vector<Kind>& kinds)
 {
     const Run& run = of.run;
@@ -215,7 +200,7 @@ void writeEvent(Writer& out, const Event& event)
         out.line(std::string(textIndent, ' ') + "... and " + count(event.notShown, "more line"));
 }
 
-// Of a task's line only the schedule: the rest is the same for all.
+// Shows only the schedule of a task line: the rest is the same for all tasks.
 void writeTasks(Writer& out, const Owner& owner)
 {
     if (!owner.tasks.empty())
@@ -230,7 +215,7 @@ void writeTasks(Writer& out, const Owner& owner)
             nullptr, scheduleIndent);
     }
     if (!owner.whyNotAll.empty())
-        out.line("          there may be more, which cannot be listed: " + visible(owner.whyNotAll), yellow);
+        out.line("          there may be more that cannot be listed: " + visible(owner.whyNotAll), yellow);
 }
 
 void writeDetails(Writer& out, const OwnersRun& of, Command command)
@@ -245,7 +230,10 @@ void writeDetails(Writer& out, const OwnersRun& of, Command command)
     out.line();
 }
 
-std::tuple<std::size_t, std::size_t, std::size_t, bool> harmOf(const Run& run)
+using Harm = std::tuple<std::size_t, std::size_t, std::size_t, bool>;
+
+// The greater, the worse. Lost comments do not count.
+Harm harmOf(const Run& run)
 {
     return {harmed(run.lines, Kind::job), harmed(run.lines, Kind::setting) + harmed(run.lines, Kind::other),
         run.startedTwice + run.warnings.size(), run.failed};
@@ -280,7 +268,7 @@ void writeSummaries(Writer& out, const std::vector<OwnersRun>& all)
     std::vector<const OwnersRun*> harmful;
     std::vector<const OwnersRun*> others;
     for (const OwnersRun& of : all)
-        if (harmsMoreThanComments(of.run))
+        if (harmOf(of.run) > Harm())
             harmful.push_back(&of);
         else
             others.push_back(&of);
@@ -298,7 +286,7 @@ void writeSummaries(Writer& out, const std::vector<OwnersRun>& all)
 
 void writeSums(Writer& out, const std::vector<OwnersRun>& all, Command command)
 {
-    Lines lines;
+    Fates lines;
     std::size_t changed = 0;
     std::size_t before = 0;
     std::size_t after = 0;
@@ -308,9 +296,8 @@ void writeSums(Writer& out, const std::vector<OwnersRun>& all, Command command)
         before += of.run.taskLinesBefore;
         after += of.run.taskLinesAfter;
         startedTwice += of.run.startedTwice;
-        for (const auto& [kind, fates] : of.run.lines)
-            for (const auto& [fate, number] : fates)
-                lines[kind][fate] += number;
+        for (const auto& [kindAndFate, number] : of.run.lines)
+            lines[kindAndFate] += number;
     }
     const std::string fates = fatesOf(lines, allKinds, "lost: ");
     out.prose(std::string(command == Command::update ? "An " : "A ") + nameOf(command) + " would change "
@@ -335,14 +322,12 @@ bool changes(const OwnersRun& of)
 
 bool losesLines(const Run& run)
 {
-    return harmed(run.lines, Kind::job) + harmed(run.lines, Kind::setting) + harmed(run.lines, Kind::other)
-        + harmed(run.lines, Kind::comment)
-        > 0;
+    return std::any_of(allKinds.begin(), allKinds.end(), [&](Kind kind) { return harmed(run.lines, kind) > 0; });
 }
 
 std::string diffOf(const OwnersRun& of, Command command)
 {
-    const std::string name = nameOf(of.owner) + "\t"; // patch(1) takes what is behind it for a time
+    const std::string name = nameOf(of.owner) + "\t"; // patch(1) reads a time stamp after the tab
     return unifiedDiff(of.owner.crontab.text, name + "now", of.run.after,
         name + "after " + (command == Command::update ? "an " : "a ") + nameOf(command));
 }
@@ -360,6 +345,6 @@ std::string report(const std::vector<OwnersRun>& all, Command command, const Sty
     if (!all.empty())
         writeSums(out, all, command);
     if (!all.empty() && !crontabWasAsked)
-        out.prose("Whether crontab accepts it shows only in a run: this one cannot be asked.");
+        out.prose("Only a run will show whether crontab accepts the result: this crontab cannot check a file.");
     return out.take();
 }

@@ -6,30 +6,29 @@
 #include <string>
 #include <vector>
 
-/// An owner, and what a run does to the crontab.
+/// An owner, and what a run does to the owner's crontab.
 struct OwnersRun {
     Owner owner;
     Run run;
 };
 
-/// Whether the crontab is another one afterwards.
+/// Whether the run changes the crontab.
 bool changes(const OwnersRun& of);
 
-/// Whether a line that is not the product's is lost, cut or made something else.
+/// Whether a line that is not the product's is lost, cut, turned into a comment or changed.
 bool losesLines(const Run& run);
 
-/// How the listed crontab changes, whole and byte for byte, for patch(1); "" if it does not.
+/// The change to the listed crontab, as a diff for patch(1); "" if there is none.
 std::string diffOf(const OwnersRun& of, Command command);
 
-/// How a report is written.
 struct Style {
-    bool details; ///< each owner with lines and tasks; or else those alone who are harmed, in a line each
-    bool folded; ///< in 80 columns: what is longer goes on in the next line, behind a "~"
+    bool details; ///< show the lines and tasks of every owner; otherwise one line for each owner who is harmed
+    bool folded; ///< fold lines of more than 80 columns
     bool coloured;
 };
 
-/// What a run does, for a reader. What is no text is made visible.
+/// What the runs do. `crontabWasAsked` tells whether crontab has checked their results.
 std::string report(const std::vector<OwnersRun>& all, Command command, const Style& style, bool crontabWasAsked);
 
-/// What a reader calls the command.
+/// The command as it is written in the program's arguments.
 std::string nameOf(Command command);

@@ -38,10 +38,10 @@ std::string afterClean(const std::string& crontab)
     return out.str();
 }
 
-// What the clean makes of one line, found by cleaning a crontab of that line and one more.
+// What a clean makes of one line. To find out, clean a crontab of that line and one more.
 struct CleanedLine {
     std::string kept; // what is left of it, with a line feed if it gets one
-    bool goesOn; // whether what follows it is looked at
+    bool goesOn; // whether the clean reads the next line
 };
 
 CleanedLine cleaned(const std::string& line)
@@ -52,6 +52,7 @@ CleanedLine cleaned(const std::string& line)
     return {goesOn ? both.substr(0, both.size() - next.size()) : both, goesOn};
 }
 
+// Whether such a line is its user's own, not the product's.
 bool isOwn(Kind kind)
 {
     return kind != Kind::blank && kind != Kind::taskLine;
@@ -71,7 +72,7 @@ const char* nameOf(Kind kind)
     case Kind::taskLine:
         return "a task line";
     default:
-        return "which is nothing that cron knows";
+        return "which cron does not understand";
     }
 }
 
@@ -80,7 +81,7 @@ std::string numbered(std::size_t line)
     return "line " + std::to_string(line);
 }
 
-// What becomes of a line of this kind when others are put before or behind it.
+// The fate of a line that became part of the line `joined`.
 Fate fateWhenJoined(Kind kind, const std::string& line, const std::string& joined)
 {
     if (kind == Kind::blank || withoutBlanks(joined) == withoutBlanks(line))
@@ -101,7 +102,19 @@ std::string whatBecomesOf(Kind kind, Fate fate, const std::string& joined)
     return ", which becomes something else";
 }
 
-// Goes through the lines of a crontab as a clean does, and notes what becomes of those that are not the product's.
+// Makes `event`, which comes next, part of `range`.
+void extend(Event& range, const Event& event)
+{
+    range.last = event.last;
+    for (const auto& [kind, number] : event.kinds)
+        range.kinds[kind] += number;
+    if (range.shown.size() < shownLines)
+        range.shown.push_back(event.shown.front());
+    else
+        ++range.notShown;
+}
+
+// Goes through a crontab line by line, as a clean does, and records what happens to the user's own lines.
 class CleanedCrontab {
 public:
     explicit CleanedCrontab(const std::string& crontab)
@@ -115,7 +128,7 @@ public:
     }
 
     std::vector<Event> events;
-    std::map<Kind, std::map<Fate, std::size_t>> lines;
+    Fates lines;
 
 private:
     struct Piece {
@@ -125,7 +138,7 @@ private:
         bool counted;
     };
 
-    // Why a line is lost, of one and of several.
+    // Why a line is lost, and why several are.
     struct Reason {
         std::string one;
         std::string many;
@@ -156,7 +169,7 @@ private:
     {
         if (!isOwn(kind))
             return;
-        ++lines[kind][Fate::lost];
+        ++lines[{kind, Fate::lost}];
         add({m_number, m_number, Fate::lost, {{kind, 1}}, "is lost: " + why.one, "are lost: " + why.many, {line}});
     }
 
@@ -166,7 +179,7 @@ private:
         const bool isCut = text != line && isOwn(kind);
         m_pieces.push_back({m_number, kind, text, isCut});
         if (isCut) {
-            ++lines[kind][Fate::cut];
+            ++lines[{kind, Fate::cut}];
             add({m_number, m_number, Fate::cut, {{kind, 1}},
                 "loses what follows its first " + std::to_string(text.size()) + " characters", "",
                 {line.substr(text.size())}});
@@ -175,7 +188,7 @@ private:
             finishJoined(true);
     }
 
-    // Each of the pieces but the last got no line feed; that got one if there is a `lineEnd`.
+    // The pieces are one line now. It ends with a line feed only if the last piece kept its own.
     void finishJoined(bool lineEnd)
     {
         std::string joined;
@@ -183,7 +196,7 @@ private:
             joined += piece.text;
         for (const Piece& piece : m_pieces)
             if (isOwn(piece.kind) && !piece.counted)
-                ++lines[piece.kind][fateWhenJoined(piece.kind, piece.text, joined)];
+                ++lines[{piece.kind, fateWhenJoined(piece.kind, piece.text, joined)}];
         const Piece last = m_pieces.back();
         if (!lineEnd)
             add({m_pieces.front().number, last.number, Fate::kept, {}, "is last and loses its line end",
@@ -202,7 +215,7 @@ private:
             {joined}});
     }
 
-    // Lines of one fate are one range, whatever is between them that is not the owner's.
+    // Lost lines are one range even if task lines or blank lines lie between them.
     void add(Event event)
     {
         Event* const before = events.empty() ? nullptr : &events.back();
@@ -213,25 +226,14 @@ private:
             extend(*before, event);
     }
 
-    static void extend(Event& range, const Event& event)
-    {
-        range.last = event.last;
-        for (const auto& [kind, number] : event.kinds)
-            range.kinds[kind] += number;
-        if (range.shown.size() < shownLines)
-            range.shown.push_back(event.shown.front());
-        else
-            ++range.notShown;
-    }
-
-    std::size_t m_number = 0;
-    std::size_t m_lastOwn = 0; ///< the last line so far that is not the product's
-    std::size_t m_ownBefore = 0; ///< the same, without the line that is looked at
-    Reason m_whyEnded; ///< what is said of the lines that are not read any more; "" while they are
+    std::size_t m_number = 0; ///< of the current line
+    std::size_t m_lastOwn = 0; ///< number of the last own line, up to and with the current one
+    std::size_t m_ownBefore = 0; ///< number of the last own line before the current one
+    Reason m_whyEnded; ///< why the lines below are lost; "" while the clean reads on
     std::vector<Piece> m_pieces; ///< of the line that is being written
 };
 
-// Goes through the parts of a run for one crontab.
+// Previews a run for one crontab, pass by pass.
 class RunPreview {
 public:
     RunPreview(const Owner& owner, const CrontabCheck& check)
@@ -287,7 +289,17 @@ private:
     {
         for (const std::string& line : linesOf(m_owner.crontab.text))
             if (const Kind kind = kindOf(withoutLineEnd(line)); isOwn(kind))
-                ++m_run.lines[kind][Fate::kept];
+                ++m_run.lines[{kind, Fate::kept}];
+    }
+
+    // A line of this kind that was counted as kept changes. Lines that are not the user's own are never counted.
+    void countAsChanged(Kind kind)
+    {
+        std::size_t& kept = m_run.lines[{kind, Fate::kept}];
+        if (kept == 0)
+            return;
+        --kept;
+        ++m_run.lines[{kind, Fate::changed}];
     }
 
     bool canInstall()
@@ -316,7 +328,7 @@ private:
     {
         if (!m_owner.crontab.failure.empty() && m_run.warnings.empty())
             m_run.warnings.push_back("crontab -l fails, so a run takes the crontab for "
-                + std::string(m_owner.crontab.text.empty() ? "empty" : "what it has printed") + ": "
+                + std::string(m_owner.crontab.text.empty() ? "empty" : "what it printed") + ": "
                 + m_owner.crontab.failure);
         if (const auto refusal = m_check.refusal(*m_owner.account, result)) {
             leaveAlone("", "crontab refuses what the " + pass + " makes of it: " + whereIn(*refusal, pass), true);
@@ -348,10 +360,8 @@ private:
         const std::string joined = lines.back() + withoutLineEnd(first->line);
         const Kind kind = kindOf(lines.back());
         const bool spoilt = kind != Kind::blank;
-        if (isOwn(kind) && kind != Kind::comment && m_run.lines[kind][Fate::kept] > 0) {
-            --m_run.lines[kind][Fate::kept];
-            ++m_run.lines[kind][Fate::changed];
-        }
+        if (kind != Kind::comment)
+            countAsChanged(kind);
         m_run.events.push_back({lines.size(), lines.size(), spoilt ? Fate::changed : Fate::kept, {},
             std::string(nameOf(kind)) + ", has no line end: the line of task " + std::to_string(first->id) + " joins it"
                 + (spoilt ? ", and that task does not run" : ""),
@@ -381,18 +391,13 @@ private:
 
     void addDoubled(std::size_t number, const std::string& line)
     {
-        static const std::string one = "starts a task already, and stays beside the task's new line";
+        const Event event{number, number, Fate::kept, {}, "already starts a task, and stays beside the task's new line",
+            "already start tasks, and stay beside the tasks' new lines", {line}};
         Event* const before = m_run.events.empty() ? nullptr : &m_run.events.back();
-        if (before == nullptr || before->one != one || before->last + 1 != number) {
-            m_run.events.push_back({number, number, Fate::kept, {}, one,
-                "start tasks already, and stay beside the tasks' new lines", {line}});
-            return;
-        }
-        before->last = number;
-        if (before->shown.size() < shownLines)
-            before->shown.push_back(line);
+        if (before != nullptr && before->one == event.one && before->last + 1 == number)
+            extend(*before, event);
         else
-            ++before->notShown;
+            m_run.events.push_back(event);
     }
 
     bool isLost(std::size_t number) const
@@ -402,37 +407,35 @@ private:
         });
     }
 
-    // Where `crontab -l` prints a control character as two others, these are what is installed.
+    // A run installs what `crontab -l` prints, which for some control characters is two other characters.
     void lookAtStored()
     {
         const std::vector<std::string> stored = linesOf(m_owner.crontab.stored);
         const std::vector<std::string> listed = linesOf(m_owner.crontab.text);
-        static const std::string one
-            = "has control characters that crontab -l prints as others, which take their place";
-        for (std::size_t i = 0; i < listed.size(); ++i) {
-            if (stored[i] == listed[i] || isLost(i + 1))
-                continue;
-            const Kind kind = kindOf(withoutLineEnd(listed[i]));
-            auto& fates = m_run.lines[kind];
-            if (isOwn(kind) && fates[Fate::kept] > 0) {
-                --fates[Fate::kept];
-                ++fates[Fate::changed];
-            }
-            Event event{i + 1, i + 1, Fate::changed, {{kind, 1}}, one,
-                "have control characters that crontab -l prints as others, which take their place",
-                {withoutLineEnd(stored[i]), withoutLineEnd(listed[i])}};
-            if (!m_run.events.empty() && m_run.events.back().one == one && m_run.events.back().last == i) {
-                m_run.events.back().last = i + 1;
-                ++m_run.events.back().kinds[kind];
-            } else {
-                m_run.events.push_back(event);
-            }
+        for (std::size_t i = 0; i < listed.size(); ++i)
+            if (stored[i] != listed[i] && !isLost(i + 1))
+                addRelisted(i + 1, withoutLineEnd(stored[i]), withoutLineEnd(listed[i]));
+    }
+
+    // Of neighbouring lines, the first is shown as it is stored and as it is listed.
+    void addRelisted(std::size_t number, const std::string& stored, const std::string& listed)
+    {
+        static const std::string one = "has control characters, which the run replaces with what crontab -l prints";
+        const Kind kind = kindOf(listed);
+        countAsChanged(kind);
+        Event* const before = m_run.events.empty() ? nullptr : &m_run.events.back();
+        if (before != nullptr && before->one == one && before->last + 1 == number) {
+            before->last = number;
+            ++before->kinds[kind];
+        } else {
+            m_run.events.push_back({number, number, Fate::changed, {{kind, 1}}, one,
+                "have control characters, which the run replaces with what crontab -l prints", {stored, listed}});
         }
     }
 
     const Owner& m_owner;
     const CrontabCheck& m_check;
-    std::size_t m_firstTaskLine = 0; ///< its number in what a rebuild makes
+    std::size_t m_firstTaskLine = 0; ///< number of the first line that the rebuild appends
     Run m_run;
 };
 

@@ -26,15 +26,15 @@ template <std::size_t size> bool isIn(const Range (&ranges)[size], char32_t code
         [code](const Range& range) { return code >= range.first && code <= range.last; });
 }
 
-// A character of UTF-8, and how many bytes it has; none if these are no character.
+// A UTF-8 character.
 struct Character {
     char32_t code = 0;
-    std::size_t bytes = 0;
+    std::size_t bytes = 0; // how many it takes; 0 if the text has no valid character here
 };
 
 Character characterAt(const std::string& text, std::size_t position)
 {
-    constexpr char32_t smallest[] = {0, 0, 0x80, 0x800, 0x10000}; // by the number of bytes; a longer form is none
+    constexpr char32_t smallest[] = {0, 0, 0x80, 0x800, 0x10000}; // by number of bytes: longer forms are not valid
     constexpr char32_t largest = 0x10ffff;
     const auto byteAt = [&text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
     const unsigned first = byteAt(position);
@@ -66,7 +66,7 @@ std::string writtenOut(char byte)
     return text;
 }
 
-// Behind the last character that fits into `width` columns from `begin` on.
+// The end of the text that begins at `begin` and fits into `width` columns.
 std::size_t fittingEnd(const std::string& shown, std::size_t begin, std::size_t width)
 {
     std::size_t used = 0;
@@ -86,7 +86,7 @@ std::size_t fittingEnd(const std::string& shown, std::size_t begin, std::size_t 
 std::string visible(const std::string& text)
 {
     std::string shown;
-    bool backslash = false; // the character before is one
+    bool backslash = false; // whether the previous character is one
     for (std::size_t i = 0; i < text.size();) {
         const Character character = characterAt(text, i);
         const std::size_t end = i + std::max<std::size_t>(character.bytes, 1);

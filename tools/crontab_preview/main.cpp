@@ -1,4 +1,4 @@
-// Shows what OrvCronCleaner would do to the crontabs, without doing it.
+// Shows what OrvCronCleaner would do to the crontabs.
 
 #include "Constants.h"
 #include "CrontabProgram.h"
@@ -27,24 +27,24 @@
 
 namespace {
 
-constexpr auto help = R"(crontab_preview: what OrvCronCleaner would do to the crontabs now
+constexpr auto help = R"(crontab_preview: shows what OrvCronCleaner would do to the crontabs now
 
   crontab_preview clean|rebuild|update [OPTION]... [USER]...
 
-  clean         what a start without an argument does
-  rebuild       what a start with an argument does
+  clean         what OrvCronCleaner does without an argument
+  rebuild       what OrvCronCleaner does with an argument
   update        a clean, and then a rebuild
 
-  --all         the details of all owners, as they are given for those named
-  --diff        the difference alone, for patch(1)
-  --exit-code   end with 0 if nothing changes, with 3 if no line is lost that is
-                not the product's, and else with 4
-  --save DIR    keep a copy of each crontab as it is now, DIR/USER
-  --help        this text
+  --all         show the details of all owners, not only of each USER
+  --diff        show only the difference, for patch(1)
+  --exit-code   exit with 0 if no crontab changes, with 4 if a line that is not
+                the product's is lost or changed, and with 3 otherwise
+  --save DIR    copy each crontab as it is now to DIR/USER
+  --help        show this text
 
-A USER is a name or a user id; without any, all who own tasks are meant. Nothing
-is installed. Run this as root: nobody else can read the crontabs of others. It
-ends with 0, with 1 on failure, with 2 if called wrongly.
+A USER is a name or a user id. Without one, this previews the crontabs of all
+who own tasks. It installs nothing. Run it as root: nobody else can read other
+users' crontabs. The exit status is 0, 1 after a failure, 2 after wrong usage.
 )";
 
 struct UsageError : std::invalid_argument {
@@ -57,7 +57,7 @@ struct Arguments {
     bool all = false;
     bool diff = false;
     bool exitCode = false;
-    std::string directory; // to save to
+    std::string directory; // for --save
     std::vector<std::string> users;
 };
 
@@ -112,7 +112,7 @@ int toUid(const std::string& user)
     return error == std::errc() && *stop == '\0' ? uid : throw std::runtime_error("no such user: " + user);
 }
 
-// All, or those who are named.
+// The named owners, or all if none is named.
 std::vector<Owner> chosenOwners(const std::vector<std::string>& users)
 {
     const std::vector<Owner> owners = readOwners();
@@ -149,14 +149,14 @@ void saveFile(const std::string& path, const std::string& text)
     }
 }
 
-// Those who have no crontab get no file. Gives what is to be said of it.
+// Saves the crontabs of those who have one, and returns the message about it.
 std::string saveAll(const std::vector<Owner>& owners, const std::string& directory)
 {
     struct stat state { };
     if (mkdir(directory.c_str(), 0700) != 0 && errno != EEXIST)
         throw cannotSave(directory);
     const auto pathOf = [&](const Owner& owner) { return directory + "/" + *owner.account; };
-    for (const Owner& owner : owners) // none is written if there is one that cannot be
+    for (const Owner& owner : owners) // if any file is in the way, save nothing
         if (owner.crontab.exists && lstat(pathOf(owner).c_str(), &state) == 0)
             throw std::runtime_error("cannot save " + pathOf(owner) + ": " + std::strerror(EEXIST));
     std::size_t saved = 0;
@@ -165,18 +165,13 @@ std::string saveAll(const std::vector<Owner>& owners, const std::string& directo
             saveFile(pathOf(owner), owner.crontab.stored);
             ++saved;
         }
-    return "Saved as they are now, in " + visible(directory) + ": " + std::to_string(saved)
-        + (saved == 1 ? " crontab.\n" : " crontabs.\n");
+    return "Saved " + std::to_string(saved) + (saved == 1 ? " crontab in " : " crontabs in ") + visible(directory)
+        + ".\n";
 }
 
-bool show(const std::string& text)
+void show(const std::string& text)
 {
-    return std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
-}
-
-void showOrThrow(const std::string& text)
-{
-    if (!show(text))
+    if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || std::fflush(stdout) != 0)
         throw std::runtime_error("the output could not be written");
 }
 
@@ -199,9 +194,9 @@ int run(const Arguments& arguments)
         runs.push_back({owner, preview(owner, arguments.command, check)});
     if (arguments.diff)
         for (const OwnersRun& of : runs)
-            showOrThrow(diffOf(of, arguments.command));
+            show(diffOf(of, arguments.command));
     else
-        showOrThrow(report(runs, arguments.command, styleOf(arguments), check.possible()) + saved);
+        show(report(runs, arguments.command, styleOf(arguments), check.possible()) + saved);
     return arguments.exitCode ? exitStatus(runs) : 0;
 }
 
@@ -219,7 +214,7 @@ int main(int argc, char** argv)
         const Arguments arguments = parse(argc, argv);
         if (!arguments.help)
             return run(arguments);
-        showOrThrow(help);
+        show(help);
         return 0;
     } catch (const UsageError& error) {
         return fail(std::string(error.what()) + (*error.what() == '\0' ? "" : "; ") + "see crontab_preview --help", 2);
