@@ -11,18 +11,18 @@ set(CPACK_PACKAGE_VENDOR Quarno)
 set(CPACK_PACKAGE_CONTACT "Quarno Task Scheduling <scheduling@quarno.example>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "keep crontabs in step with the anti-malware task database")
 set(CPACK_PACKAGE_DESCRIPTION
-"OrvCronCleaner takes the lines of an anti-malware product's scheduled tasks
-out of its users' crontabs, or puts them back, so that the crontabs agree with
-the product's task database.
+"OrvCronCleaner removes an anti-malware product's task lines from users'
+crontabs, or adds them again, so that the crontabs agree with the product's
+task database.
 
 A clean can lose lines that are not the product's: of 68 users' crontabs from
 public repositories, it loses at least one job in 29 and every job in 23.
-crontab_preview(8) shows what a run would lose, before it is started.
+Before a run, crontab_preview(8) shows what it would lose.
 
 Neither installing nor removing this package changes a crontab.
 
-The libraries and headers with which other programs of the product create,
-change, delete and account for scheduled tasks are included.")
+The package includes the libraries and headers with which the product's other
+programs create, change and delete tasks, and record their runs.")
 
 # The product's directories have a fixed place, which is not under the prefix: only a tree from "/" down holds both.
 set(CPACK_SET_DESTDIR ON)

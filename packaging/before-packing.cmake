@@ -1,7 +1,7 @@
-# Run by cpack before it packs anything, once for each kind of package: stops where one could not be made, or not well.
+# Run by cpack before it packs anything, once for each kind of package: stops if that cannot be made, or would be wrong.
 
-# An archive keeps the owner that its files have on this disk; unpacked by root, it would give the scratch directory of all
-# users' crontabs to whoever has the number of the one who built it. (CMake 4.1 can be told an owner, older ones cannot.)
+# An archive keeps the owner that its files have on this disk. Unpacked by root, it would give the scratch directory to
+# whoever has the user id of its builder. (CMake 4.1 can set an owner, older ones cannot.)
 if(CPACK_GENERATOR STREQUAL "TGZ")
   execute_process(COMMAND id -u OUTPUT_VARIABLE user OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
   if(NOT user EQUAL 0)
@@ -9,7 +9,7 @@ if(CPACK_GENERATOR STREQUAL "TGZ")
   endif()
 endif()
 
-# Without them cpack would make a package that depends on nothing, or fail with a message that names no package.
+# Without these tools, cpack would make a package that depends on nothing, or fail without naming the missing package.
 if(CPACK_GENERATOR STREQUAL "DEB")
   set(missing "")
   foreach(needed IN ITEMS "dpkg-shlibdeps dpkg-dev" "file file")

@@ -1,5 +1,5 @@
-# Run by cpack on the tree that is about to be packed: adds what only a Debian package has, and puts the documents where
-# Debian has them, the manual pages packed.
+# Run by cpack on the tree that it is about to pack: adds what only a Debian package has, puts the documents where Debian
+# has them, and compresses the manual pages.
 if(NOT CPACK_GENERATOR STREQUAL "DEB")
   return()
 endif()
@@ -7,7 +7,7 @@ endif()
 set(share ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/usr/share)
 set(documents ${share}/doc/${CPACK_PACKAGE_NAME})
 
-function(add_document name path) # configure_file makes the directories, and heeds no DESTDIR
+function(add_document name path) # configure_file makes the directories, and ignores DESTDIR
   configure_file(${CMAKE_CURRENT_LIST_DIR}/${name} ${path}
     FILE_PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ COPYONLY)
 endfunction()
