@@ -89,11 +89,8 @@ void OrvCFDictionary::add(Owned<const Object> key, Owned<const Object> value)
 
 void OrvCFDictionary::set(Owned<const Object> key, Owned<const Object> value)
 {
-    const auto found = pairs.find(key.get());
-    if (found != pairs.end())
-        found->second.value = std::move(value);
-    else
-        add(std::move(key), std::move(value));
+    const Object* const name = key.get();
+    pairs.try_emplace(name, Pair{std::move(key), nullptr}).first->second.value = std::move(value);
 }
 
 CFTypeID CFDictionaryGetTypeID(void)

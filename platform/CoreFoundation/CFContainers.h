@@ -12,7 +12,7 @@ namespace OrvCF {
 
 enum class Mutability { immutable, mutableContainers };
 
-/// The container, known to be of class T; the process ends if it is of another, NULL or immutable.
+/// A container that a caller wants to change. Ends the process if it is NULL, not of class T, or immutable.
 template <class T> T& changeable(T* reference, const char* call)
 {
     if (!checked(reference, call).isMutable)
@@ -20,7 +20,7 @@ template <class T> T& changeable(T* reference, const char* call)
     return *reference;
 }
 
-/// The process ends unless these are the callbacks for objects, the only ones there are.
+/// Ends the process unless these are the callbacks for objects: no others are supported.
 template <class CallBacks> void checkCallBacks(const CallBacks* given, const CallBacks& known, const char* call)
 {
     if (given != &known)
@@ -38,7 +38,7 @@ struct OrvCFArray final : OrvCF::Object {
     {
     }
     bool equals(const Object& other) const override;
-    CFHashCode hash() const override { return values.size(); } // not the values': they may be long lists themselves
+    CFHashCode hash() const override { return values.size(); } // quick, even if the values are long lists themselves
 
     const bool isMutable;
     std::vector<OrvCF::Owned<const Object>> values;
@@ -55,11 +55,11 @@ struct OrvCFDictionary final : OrvCF::Object {
     bool equals(const Object& other) const override;
     CFHashCode hash() const override { return pairs.size(); }
 
-    /// NULL if there is no such key.
+    /// The value of the key, or NULL.
     const Object* find(const Object& key) const;
-    /// Adds the pair unless the key is there. Throws bad_alloc, and has then changed nothing; so does `set`.
+    /// Adds the pair unless the dictionary has the key. If this throws bad_alloc, nothing has changed; so with `set`.
     void add(OrvCF::Owned<const Object> key, OrvCF::Owned<const Object> value);
-    /// Replaces the value if the key is there, or adds the pair.
+    /// Adds the pair, or replaces the value if the dictionary has the key.
     void set(OrvCF::Owned<const Object> key, OrvCF::Owned<const Object> value);
 
     struct Pair {
@@ -74,7 +74,7 @@ struct OrvCFDictionary final : OrvCF::Object {
     };
 
     const bool isMutable;
-    std::unordered_map<const Object*, Pair, KeyHash, KeyEqual> pairs; ///< by the key of each
+    std::unordered_map<const Object*, Pair, KeyHash, KeyEqual> pairs; ///< each by its own key
 };
 
 #endif

@@ -13,7 +13,7 @@ using Value = OrvCFNumber::Value;
 constexpr double twoTo63 = 9223372036854775808.0;
 constexpr double twoTo64 = 2 * twoTo63;
 
-/// The type by size that a C type is stored under.
+/// The type that CFNumberGetType tells for a number made from a T.
 template <class T> constexpr CFNumberType sizedType()
 {
     if (!std::is_integral_v<T>)
@@ -24,7 +24,7 @@ template <class T> constexpr CFNumberType sizedType()
                           : kCFNumberSInt64Type;
 }
 
-/// Calls `use` with a zero of the C type that `type` stands for; false if that is none.
+/// What `use` returns for a zero of the C type that `type` means; false if `type` is unknown.
 template <class Use> bool withType(CFNumberType type, Use use)
 {
     switch (type) {
@@ -62,8 +62,8 @@ template <class T> Value loaded(const void* from, T number)
         return static_cast<double>(number);
 }
 
-/// The number in the form in which equal numbers are the same: as an integer if it is whole and fits into one. Minus
-/// zero stays a real, for it differs from zero.
+/// The form in which equal numbers are identical: an integer, if the number is whole and fits into one. Minus zero
+/// stays a real, because it does not equal zero.
 Value canonical(const Value& value)
 {
     const double* real = std::get_if<double>(&value);
@@ -86,7 +86,7 @@ bool sameNumber(const Value& left, const Value& right)
     return canonical(left) == canonical(right) || (isNan(left) && isNan(right));
 }
 
-/// The number as a T. Out of range it is some T.
+/// The number as a T; an arbitrary T if it is out of range.
 template <class T> T converted(const Value& value)
 {
     const double* real = std::get_if<double>(&value);
@@ -97,13 +97,13 @@ template <class T> T converted(const Value& value)
     return std::visit([](auto number) { return static_cast<T>(number); }, value);
 }
 
-/// Stores `value` as a T; whether that is exact.
+/// Stores `value` as a T, and returns whether that is exact.
 template <class T> bool store(const Value& value, void* to)
 {
     const T nearest = converted<T>(value);
     std::memcpy(to, &nearest, sizeof nearest);
     const Value stored = loaded(to, T());
-    // as an integer, minus zero is exact
+    // minus zero counts as exact if 0 is stored for it
     return sameNumber(stored, value) || (std::is_integral_v<T> && stored == Value(int64_t(0)) && value == Value(-0.0));
 }
 

@@ -10,12 +10,7 @@ using namespace OrvCF;
 
 namespace {
 
-bool isAscii(std::string_view bytes)
-{
-    return std::all_of(bytes.begin(), bytes.end(), [](char byte) { return static_cast<unsigned char>(byte) < 0x80; });
-}
-
-/// Whether UTF-8 bytes are valid in `encoding`, too.
+/// Whether bytes that are valid UTF-8 are valid in `encoding`.
 bool suits(std::string_view utf8, CFStringEncoding encoding)
 {
     return encoding == kCFStringEncodingUTF8 || (encoding == kCFStringEncodingASCII && isAscii(utf8));
@@ -90,7 +85,7 @@ CFStringRef OrvCFMakeConstantString(OrvCFConstantString* place, const char16_t* 
     static_assert(sizeof(OrvCFString) <= sizeof(place->object) && alignof(OrvCFString) <= alignof(uint64_t));
     static std::mutex making;
 
-    // two threads may come by for the first time at once; the place is written under the lock and read without it
+    // The first calls of two threads may coincide, so the place is filled under a lock. Reading it takes none.
     if (CFStringRef made = __atomic_load_n(&place->made, __ATOMIC_ACQUIRE))
         return made;
     const std::lock_guard<std::mutex> lock(making);

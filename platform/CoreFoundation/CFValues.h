@@ -17,12 +17,12 @@ struct OrvCFDate final : OrvCF::Leaf<OrvCF::Kind::date, CFAbsoluteTime> {
     using Leaf::Leaf;
 };
 
-/// What a keyed archiver uses in place of a reference.
+/// A keyed archiver's UID.
 struct OrvCFUid final : OrvCF::Leaf<OrvCF::Kind::uid, uint64_t> {
     using Leaf::Leaf;
 };
 
-/// Says no more than that there was one.
+/// It carries no details.
 struct OrvCFError final : OrvCF::Leaf<OrvCF::Kind::error, bool> {
     using Leaf::Leaf;
 };
@@ -44,10 +44,10 @@ struct OrvCFData final : OrvCF::Object {
 struct OrvCFNumber final : OrvCF::Object {
     static constexpr OrvCF::Kind classKind = OrvCF::Kind::number;
 
-    /// An integer is a uint64_t from 2^63 on, below that an int64_t.
+    /// An integer is an int64_t if it fits into one, else a uint64_t.
     using Value = std::variant<int64_t, uint64_t, double>;
 
-    /// `sizedType` is one of the six types whose names tell a size.
+    /// `sizedType` is one of the six types named after a size.
     OrvCFNumber(CFNumberType sizedType, Value number)
         : Object(classKind)
         , type(sizedType)

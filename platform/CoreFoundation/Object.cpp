@@ -14,15 +14,15 @@ void Object::retain() const
 
 void Object::release() const
 {
-    // what every owner did to the object happens before its end, hence acquire and release
+    // acquire and release, so that all that its owners did happens before its destruction
     if (owners() != constantOwners && m_owners.fetch_sub(1, std::memory_order_acq_rel) == 1)
         destroy();
 }
 
 void Object::destroy() const
 {
-    // A container releases its values while it is being destroyed. They wait here until it is gone: a list nested a
-    // hundred thousand deep would otherwise need as many stack frames.
+    // A container releases its values while it is being destroyed. They wait here until it is gone. Otherwise a list
+    // nested a hundred thousand deep would take as many stack frames.
     thread_local const Object* doomed = nullptr;
     thread_local bool destroying = false;
 

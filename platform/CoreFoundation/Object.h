@@ -1,4 +1,4 @@
-/// What all objects of the stand-in have in common. Everything here is private to the library.
+/// What all objects have in common. Private to the library.
 
 #ifndef ORV_CF_OBJECT_H
 #define ORV_CF_OBJECT_H
@@ -15,13 +15,13 @@
 
 namespace OrvCF {
 
-/// The CFTypeID of each class. Zero is never one.
+/// The CFTypeID of each class. Zero means none.
 enum class Kind : CFTypeID { string = 1, number, boolean, date, data, array, dictionary, uid, error };
 
-/// Whether an object counts its owners, or stays for as long as the process does.
+/// Whether an object counts its owners or lives as long as the process.
 enum class Life { counted, constant };
 
-/// An object with its count of owners. Objects are made with `new`; whoever makes one is its first owner.
+/// An object that counts its owners. Objects are made with `new`, and whoever makes one is its first owner.
 class Object {
 public:
     Object(const Object&) = delete;
@@ -31,8 +31,8 @@ public:
     CFIndex owners() const { return m_owners.load(std::memory_order_relaxed); }
 
     void retain() const;
-    /// Destroys the object when that was its last owner: at once, or, if this is called while another object is being
-    /// destroyed on the same thread, right after that one.
+    /// Destroys the object when its last owner releases it. If this thread is just destroying another object, that one
+    /// is finished first.
     void release() const;
 
     /// Whether `other`, which is of the same kind, has equal content.
@@ -57,7 +57,7 @@ private:
     const Kind m_kind;
 };
 
-/// An object of static storage that is never destroyed, so that destructors of other files may still use it.
+/// A static object that is never destroyed, so that other static objects can use it in their destructors.
 template <class T> union Immortal {
     template <class... Arguments>
     constexpr explicit Immortal(Arguments... arguments)
@@ -69,7 +69,7 @@ template <class T> union Immortal {
     T object;
 };
 
-/// An object that is one value.
+/// An object that holds one value.
 template <Kind kindOfClass, class Value> class Leaf : public Object {
 public:
     static constexpr Kind classKind = kindOfClass;
@@ -103,16 +103,16 @@ inline const Object* toObject(CFTypeRef reference)
     return static_cast<const Object*>(reference);
 }
 
-/// Says on standard error which call was handed what, and ends the process.
+/// Prints to standard error which call was given what, and ends the process.
 [[noreturn]] void rejectArgument(const char* call, const char* what);
 
 /// Ends the process unless `range` lies within `count` elements.
 void checkRange(CFRange range, CFIndex count, const char* call);
 
-/// The object behind a reference that a caller handed in; the process ends if there is none.
+/// The object that a caller passed. Ends the process if that is NULL.
 const Object& objectOf(CFTypeRef reference, const char* call);
 
-/// The object, known to be of class T; the process ends if it is of another or NULL.
+/// The object that a caller passed. Ends the process if that is NULL or not of class T.
 template <class T> T& checked(T* reference, const char* call)
 {
     if (objectOf(reference, call).kind() != T::classKind)
@@ -126,7 +126,7 @@ template <class T> const T* as(const Object& object)
     return object.kind() == T::classKind ? static_cast<const T*>(&object) : nullptr;
 }
 
-/// Thrown at what is no property list, or beyond the limits of one.
+/// Thrown for anything that is not a property list or exceeds the limits of one.
 struct Refused { };
 
 inline void require(bool condition)
@@ -135,7 +135,7 @@ inline void require(bool condition)
         throw Refused();
 }
 
-/// Runs `step`; whether there was memory for it and nothing was refused. No exception crosses the C interface.
+/// Runs `step`. Returns false if it ran out of memory or threw Refused: no exception crosses the C interface.
 template <class Step> bool completes(Step step) noexcept
 {
     try {
@@ -148,7 +148,7 @@ template <class Step> bool completes(Step step) noexcept
     return false;
 }
 
-/// What `make` returns, or NULL if memory runs out or something is refused on the way.
+/// What `make` returns, or NULL if it ran out of memory or threw Refused.
 template <class Make> auto orNull(Make make) noexcept -> decltype(make())
 {
     decltype(make()) made = nullptr;

@@ -11,12 +11,12 @@ namespace {
 constexpr std::string_view magic = "bplist00";
 constexpr size_t trailerSize = 32;
 
-// What sharing may add to a list: an object counts once for each place in which it is used.
+// A list may use an object in several places. It counts once for each, up to these limits.
 constexpr uint64_t extraObjects = 1 << 20;
 constexpr uint64_t extraBytes = 16 << 20;
-constexpr uint64_t bytesPerByte = 64; // keys and short strings are shared a lot, and rightly so
+constexpr uint64_t bytesPerByte = 64; // many lists use a key or a short string very often
 
-/// `count` bytes, the most significant first; 8 at most.
+/// The number in at most 8 bytes, the most significant first.
 uint64_t bigEndian(std::string_view bytes)
 {
     uint64_t value = 0;
@@ -36,7 +36,7 @@ template <class Real, class Bits> double realOf(std::string_view bytes)
 
 Owned<const Object> newInteger(std::string_view bytes)
 {
-    require(bytes.size() <= 8 || bigEndian(bytes.substr(0, 8)) == 0); // one of 16 must fit into 64 bits
+    require(bytes.size() <= 8 || bigEndian(bytes.substr(0, 8)) == 0); // a number of 16 bytes must fit into 8
     const uint64_t value = bigEndian(bytes.substr(bytes.size() - std::min<size_t>(bytes.size(), 8)));
     if (bytes.size() > 8 && value > static_cast<uint64_t>(std::numeric_limits<int64_t>::max()))
         return Owned<const Object>(new OrvCFNumber(kCFNumberSInt64Type, value));
@@ -51,8 +51,7 @@ Owned<const Object> newUid(std::string_view bytes)
 
 Owned<const Object> newAsciiString(std::string_view bytes)
 {
-    const auto isAscii = [](char byte) { return static_cast<signed char>(byte) > 0; };
-    require(std::all_of(bytes.begin(), bytes.end(), isAscii));
+    require(isAscii(bytes) && bytes.find('\0') == std::string_view::npos);
     return Owned<const Object>(new OrvCFString(std::u16string(bytes.begin(), bytes.end())));
 }
 
@@ -66,7 +65,7 @@ Owned<const Object> newUtf16String(std::string_view bytes)
     return Owned<const Object>(new OrvCFString(std::move(units)));
 }
 
-/// Follows the references from the top object, and makes each object when it is first met.
+/// Follows the references from the top object, and makes each object when it first comes to it.
 class BinaryReader {
 public:
     BinaryReader(std::string_view bytes, Mutability mutability)
@@ -92,10 +91,10 @@ public:
     Owned<const Object> list() { return shared(*visit(m_top, 0).object); }
 
 private:
-    /// What has been made of an object of the list. It may be in use in many places.
+    /// An object of the list, with what it contains. Whatever is used in several places counts once for each.
     struct Made {
-        Owned<const Object> object; ///< NULL as long as it has not been made
-        uint64_t bytes = 0; ///< of strings and data, each as often as it is referred to; so with the objects
+        Owned<const Object> object; ///< NULL until it is made
+        uint64_t bytes = 0; ///< of strings and data
         uint64_t objects = 1;
         size_t depth = 0; ///< containers within one another
         bool isContainer() const { return depth > 0; }
@@ -106,7 +105,7 @@ private:
         return size >= 1 && size <= 8 && (size == 8 || count < uint64_t(1) << (8 * size));
     }
 
-    /// `count` bytes from `at`, which must lie among the objects.
+    /// The `count` bytes at `at`. All must belong to the objects.
     std::string_view objectBytes(uint64_t at, uint64_t count) const
     {
         require(at >= magic.size() && at <= m_objectsEnd && count <= m_objectsEnd - at);
@@ -119,7 +118,7 @@ private:
         return bigEndian(m_bytes.substr(m_objectsEnd + object * m_offsetSize, m_offsetSize));
     }
 
-    /// The object, made now unless it is there. One that contains itself gets too deep.
+    /// The object, which is made if it has not been. One that contains itself gets too deep.
     const Made& visit(uint64_t object, size_t depth)
     {
         const uint64_t offset = offsetOf(object);
@@ -135,7 +134,7 @@ private:
         const auto marker = static_cast<unsigned char>(objectBytes(offset, 1).front());
         const unsigned low = marker & 0xf;
         switch (marker >> 4) {
-        case 0x0: // booleans; null and fill bytes are no list
+        case 0x0: // booleans; null and fill bytes are refused
             require(low == 8 || low == 9);
             return {Owned<const Object>(low == 9 ? kCFBooleanTrue : kCFBooleanFalse)};
         case 0x1:
@@ -153,13 +152,13 @@ private:
             return {newUid(objectBytes(offset + 1, low + 1))};
         default: {
             const uint64_t count = takeCount(offset, low);
-            // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): an Owned in the result has the object
+            // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): an Owned in the result owns the object
             return makeSized(marker >> 4, count, offset, depth);
         }
         }
     }
 
-    /// The count in the marker, or in the integer that follows it; `offset` is then moved to the content.
+    /// The count in the marker, or in the integer that follows it. Moves `offset` to the content.
     uint64_t takeCount(uint64_t& offset, unsigned low) const
     {
         ++offset;
@@ -209,16 +208,16 @@ private:
         while (!keys.empty()) {
             auto key = takeMember(keys, depth, sum);
             require(key->kind() == Kind::string);
-            dictionary->add(std::move(key), takeMember(values, depth, sum)); // of equal keys the first counts
+            dictionary->add(std::move(key), takeMember(values, depth, sum)); // keeps the first of equal keys
         }
         sum.object = std::move(dictionary);
         return sum;
     }
 
-    /// The object that the first of `references` names, for a container around which there are `depth`.
+    /// Takes the first of `references`, and returns its object for a container that is inside `depth` others.
     Owned<const Object> takeMember(std::string_view& references, size_t depth, Made& sum)
     {
-        // objects may overlap in the file, so that their references are more than its bytes
+        // objects may overlap in the file, so it can have more references than bytes
         require(++m_referencesSeen <= m_bytes.size() + extraObjects);
         const uint64_t index = bigEndian(references.substr(0, m_referenceSize));
         references.remove_prefix(m_referenceSize);

@@ -34,7 +34,7 @@ template <class T> T numberFrom(std::string_view digits, int base)
     return value;
 }
 
-/// The character that &`name`; stands for.
+/// The character that &`name`; refers to.
 char32_t characterNamed(std::string_view name)
 {
     for (const auto& [known, character] : namedCharacters)
@@ -64,7 +64,7 @@ bool dropSign(std::string_view& text)
     return isNegative;
 }
 
-/// What a real may be but digits, in lower or upper case.
+/// The reals that are words, in upper or lower case.
 constexpr std::string_view realWords[] = {"nan", "inf", "+inf", "-inf", "infinity", "+infinity", "-infinity"};
 
 bool isRealWord(std::string_view text)
@@ -82,7 +82,7 @@ constexpr int64_t daysTo2001 = 730791; // from the first of March of the year 0
 constexpr double firstSecond = -63145526400; // 0000-01-01T00:00:00Z
 constexpr double lastSecond = 252423993599; // 9999-12-31T23:59:59Z
 
-/// A date in years that begin in March: a leap day is then the last of its year.
+/// A date in years that begin in March, so that a leap day is the last of its year.
 struct MarchDate {
     int64_t year; ///< not negative
     int64_t month; ///< from 0
@@ -101,11 +101,8 @@ int64_t daysToYear(int64_t year)
 
 MarchDate marchDate(int64_t days)
 {
-    int64_t year = days * 400 / daysIn400Years;
-    while (daysToYear(year) > days)
-        --year;
-    while (daysToYear(year + 1) <= days)
-        ++year;
+    int64_t year = days * 400 / daysIn400Years + 1; // right, or one too high
+    year -= daysToYear(year) > days;
     const int64_t dayOfYear = days - daysToYear(year);
     const int64_t month = (5 * dayOfYear + 2) / 153;
     return {year, month, dayOfYear - daysToMonth(month)};
@@ -147,7 +144,7 @@ OrvCFNumber::Value integerFrom(std::string_view text)
 
 double realFrom(std::string_view text)
 {
-    static const locale_t classic = newlocale(LC_ALL_MASK, "C", nullptr); // takes no memory
+    static const locale_t classic = newlocale(LC_ALL_MASK, "C", nullptr); // allocates no memory
     if (!isRealWord(text)) {
         dropSpaces(text);
         require(!text.empty() && text.find_first_not_of("0123456789+-.eE") == nowhere);
@@ -170,7 +167,7 @@ double secondsFrom(std::string_view text)
         return value;
     };
     const int64_t month = field(5, 2, 1, 12);
-    const int64_t marchYear = field(0, 4, 0, 9999) + 400 - (month < 3); // 400 years more: none is negative
+    const int64_t marchYear = field(0, 4, 0, 9999) + 400 - (month < 3); // 400 years later, so that it is not negative
     const int64_t day = field(8, 2, 1, 31) - 1;
     const int64_t days = daysToYear(marchYear) - daysIn400Years + daysToMonth((month + 9) % 12) + day - daysTo2001;
     const int64_t time = field(11, 2, 0, 23) * 3600 + field(14, 2, 0, 59) * 60 + field(17, 2, 0, 59);
@@ -181,8 +178,8 @@ std::string bytesFrom(std::string_view text)
 {
     std::string bytes;
     uint32_t bits = 0;
-    size_t taken = 0; // of a group of four
-    size_t padding = 0; // for each of which there is one byte less
+    size_t taken = 0; // digits of the present group of four
+    size_t padding = 0; // how many of them are "=", which take a byte each off the group's three
     for (const char character : text) {
         const bool isPadding = character == '=';
         const size_t digit = isPadding ? 0 : base64Digits.find(character);
@@ -233,7 +230,7 @@ void appendReal(std::string& to, double value)
 void appendDate(std::string& to, double seconds)
 {
     const double whole = std::floor(seconds);
-    require(whole >= firstSecond && whole <= lastSecond); // not-a-number lies between no bounds
+    require(whole >= firstSecond && whole <= lastSecond); // false for not-a-number
     const int64_t sinceMarch0 = static_cast<int64_t>(whole) + (daysTo2001 + daysIn400Years) * secondsOfDay;
     const MarchDate date = marchDate(sinceMarch0 / secondsOfDay);
     const int64_t time = sinceMarch0 % secondsOfDay;

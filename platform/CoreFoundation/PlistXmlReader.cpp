@@ -1,7 +1,6 @@
 #include "PropertyList.h"
 #include "Utf.h"
 
-#include <algorithm>
 #include <pugixml.hpp>
 #include <strings.h>
 
@@ -10,28 +9,27 @@ namespace {
 
 using Node = pugi::xml_node;
 
-// All that is in the text, as it is: what a reference stands for, and what may stand where, differs from element to
-// element.
+// Leave everything as it is in the text: which references are decoded, and what is allowed, depends on the element.
 constexpr unsigned everything = pugi::parse_pi | pugi::parse_comments | pugi::parse_cdata | pugi::parse_ws_pcdata
     | pugi::parse_declaration | pugi::parse_doctype | pugi::parse_fragment;
 
-/// Passes a comment, a processing instruction or white space, and refuses anything else.
-void pass(Node node)
+/// Throws Refused unless the node is a comment, a processing instruction or white space.
+void requireIgnorable(Node node)
 {
     const bool isBlank = node.type() == pugi::node_pcdata
-        && std::string_view(node.value()).find_first_not_of(xmlSpaces) == std::string_view::npos;
+        && std::string_view(node.value()).find_first_not_of(" \t\n\r") == std::string_view::npos;
     require(isBlank || node.type() == pugi::node_comment || node.type() == pugi::node_pi);
 }
 
-/// The node or the first of its next siblings that is an element; a null node if there is none.
+/// The first element from the node on; a null node if there is none.
 Node element(Node node)
 {
     for (; node && node.type() != pugi::node_element; node = node.next_sibling())
-        pass(node);
+        requireIgnorable(node);
     return node;
 }
 
-/// CoreFoundation ends a tag at the first '>'.
+/// CoreFoundation ends a tag at the first '>', so an attribute must have none.
 std::string_view nameOf(Node node)
 {
     for (const auto attribute : node.attributes())
@@ -39,7 +37,7 @@ std::string_view nameOf(Node node)
     return node.name();
 }
 
-/// All that is in the element, which must be text without any markup.
+/// The content of the element, which must be text without markup.
 std::string_view plainText(Node node)
 {
     const Node text = node.first_child();
@@ -62,7 +60,7 @@ Owned<const Object> stringIn(Node node)
     return Owned<const Object>(new OrvCFString(std::move(*units)));
 }
 
-/// A list has no element for a keyed archiver's UID: it is a dictionary of one integer.
+/// XML has no element for a keyed archiver's UID: a dictionary of one integer is written for it. NULL if this is none.
 Owned<const Object> uidInsteadOf(const OrvCFDictionary& dictionary)
 {
     const auto* value = dictionary.pairs.size() == 1 ? dictionary.find(*toObject(CFSTR("CF$UID"))) : nullptr;
@@ -80,7 +78,7 @@ public:
         , m_mutability(mutability)
     {
         pugi::xml_parse_result result = load(m_text);
-        if (!result) // what follows the list does not matter: it may have ended before the error
+        if (!result) // the list may end before the error, and what follows it does not matter
             result = load(m_text.substr(0, m_text.rfind('<', static_cast<size_t>(result.offset))));
         require(result);
     }
@@ -95,10 +93,10 @@ public:
             else if (node.type() == pugi::node_doctype) // CoreFoundation ends it at the first '>', too
                 require(std::string_view(node.value()).find_first_of("[>") == std::string_view::npos);
             else
-                pass(node);
+                requireIgnorable(node);
         }
         throw Refused();
-    } // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks): an Owned has the object
+    } // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks): an Owned owns the object
 
 private:
     pugi::xml_parse_result load(std::string_view text)
@@ -113,9 +111,7 @@ private:
     {
         const auto encoding = declaration.attribute("encoding");
         const auto is = [&](const char* name) { return strcasecmp(encoding.value(), name) == 0; };
-        const auto isAscii = [](char byte) { return static_cast<signed char>(byte) >= 0; };
-        require(!encoding || is("UTF-8") || is("UTF8")
-            || (is("US-ASCII") && std::all_of(m_text.begin(), m_text.end(), isAscii)));
+        require(!encoding || is("UTF-8") || is("UTF8") || (is("US-ASCII") && isAscii(m_text)));
     }
 
     Owned<const Object> onlyObjectIn(Node node) const
@@ -125,7 +121,7 @@ private:
         return object(only, 0);
     }
 
-    /// The object that the element stands for, with `depth` containers around it.
+    /// The element's object, inside `depth` containers.
     Owned<const Object> object(Node node, size_t depth) const
     {
         const std::string_view name = nameOf(node);

@@ -8,7 +8,7 @@ namespace {
 
 constexpr size_t maxSize = 1 << 30;
 
-// Base64 with the tabs before it fills lines of 76 columns, tabs counting 8; but beyond 8 tabs it stays where it is.
+// A line of base64 fills 76 columns with its tabs, which count 8 each. It has at most 8 tabs, however deep it is.
 constexpr size_t maxDataTabs = 8;
 constexpr size_t dataColumns = 76;
 

@@ -6,14 +6,14 @@ namespace {
 
 constexpr auto maxReadSize = static_cast<size_t>(std::numeric_limits<int32_t>::max());
 
-// A list that is shared within itself can stand for any number of objects.
+// A list in memory may use an object in several places. It counts once for each.
 constexpr size_t maxObjects = 1 << 23;
 
 enum class Uids { allowed, refused };
 
-/// Throws Refused unless `object`, with `depth` containers around it, is a property list: of strings, numbers,
-/// booleans, dates, data, perhaps UIDs, and containers of these with strings for keys; no deeper than maxDepth, hence
-/// not within itself. Adds to `objects` how many it has, and ends at too many.
+/// Throws Refused unless `object`, inside `depth` containers, is a property list: a string, number, boolean, date, data
+/// or (if allowed) UID, or a container of such with strings as keys. Also throws Refused beyond maxDepth, so for a list
+/// that contains itself, and beyond maxObjects. Adds the number of its objects to `objects`.
 void requireList(const Object& object, Uids uids, size_t depth, size_t& objects)
 {
     require(++objects <= maxObjects);

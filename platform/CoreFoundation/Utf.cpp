@@ -1,17 +1,19 @@
 #include "Utf.h"
 
+#include <algorithm>
+
 namespace OrvCF {
 namespace {
 
 constexpr char32_t firstBeyondBmp = 0x10000;
 constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
 
-/// The number of bytes that a sequence with this first byte has; 0 if none starts so.
+/// The number of bytes in a sequence with this first byte; 0 if no sequence begins with it.
 size_t sequenceLength(unsigned char first)
 {
     if (first < 0x80)
         return 1;
-    if (first < 0xc2) // continuation bytes, and first bytes that only overlong forms could have
+    if (first < 0xc2) // continuation bytes, and first bytes of overlong forms only
         return 0;
     return first < 0xe0 ? 2 : first < 0xf0 ? 3 : first < 0xf5 ? 4 : 0;
 }
@@ -47,7 +49,7 @@ void appendUtf16(std::u16string& units, char32_t value)
     units += static_cast<char16_t>(0xdc00 + ((value - firstBeyondBmp) & 0x3ff));
 }
 
-/// Takes one code point off the front of `units`; nothing if a surrogate stands there alone.
+/// Takes one code point off the front of `units`; nothing if it is an unpaired surrogate.
 std::optional<char32_t> takeCodePoint(std::u16string_view& units)
 {
     const char32_t first = units.front();
@@ -62,6 +64,11 @@ std::optional<char32_t> takeCodePoint(std::u16string_view& units)
 }
 
 } // namespace
+
+bool isAscii(std::string_view bytes)
+{
+    return std::all_of(bytes.begin(), bytes.end(), [](char byte) { return static_cast<unsigned char>(byte) < 0x80; });
+}
 
 void appendUtf8(std::string& bytes, char32_t value)
 {

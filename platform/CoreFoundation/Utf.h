@@ -1,4 +1,4 @@
-/// Between UTF-8 and UTF-16, strictly: what is not valid gives nothing.
+/// Strict conversion between UTF-8 and UTF-16: invalid text gives nothing.
 
 #ifndef ORV_CF_UTF_H
 #define ORV_CF_UTF_H
@@ -17,10 +17,11 @@ std::optional<std::u16string> utf16FromUtf8(std::string_view bytes);
 /// Nothing if a surrogate is unpaired.
 std::optional<std::string> utf8FromUtf16(std::u16string_view units);
 
-/// Appends a character.
 void appendUtf8(std::string& bytes, char32_t value);
 
-/// The first unit of a pair (D800 to DBFF), the second (DC00 to DFFF).
+bool isAscii(std::string_view bytes);
+
+/// Whether the unit is the first of a pair (D800 to DBFF), or the second (DC00 to DFFF).
 constexpr bool isHighSurrogate(char32_t unit)
 {
     return unit >= 0xd800 && unit < 0xdc00;
@@ -30,7 +31,7 @@ constexpr bool isLowSurrogate(char32_t unit)
     return unit >= 0xdc00 && unit < 0xe000;
 }
 
-/// Whether the code point is one that text can hold.
+/// Whether the number is a code point, and not a surrogate.
 constexpr bool isCharacter(char32_t value)
 {
     return value <= 0x10ffff && !isHighSurrogate(value) && !isLowSurrogate(value);

@@ -1,5 +1,5 @@
 /// CoreFoundation for systems without it: the functions that a program needs to create, read, change and store the
-/// property lists of a task, under their public names. On macOS the framework is used, and not this file.
+/// property lists of a task, under their public names. On macOS the framework takes its place.
 ///
 /// Rules for every function:
 /// - The caller owns what Create and Copy return, and releases it with CFRelease. It does not own what Get returns.
@@ -12,7 +12,7 @@
 /// - `allocator` is ignored: memory comes from malloc.
 /// - Releasing a deeply nested container takes no more stack than a flat one.
 ///
-/// Not supported: all that is not declared below, and
+/// Not supported: anything that is not declared below, and
 /// - mutable strings and mutable data, in property lists too;
 /// - string encodings other than UTF-8 and ASCII;
 /// - containers of anything but objects: callbacks other than the kCFType ones end the process.
