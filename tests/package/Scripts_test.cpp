@@ -82,7 +82,7 @@ TEST_F(RunTests, PrintsAFailedTestWholeAndOthersNotAtAll)
     EXPECT_NE(std::string::npos, end.output.find("expected 1\nfound 2\n")) << end.output;
     EXPECT_EQ(std::string::npos, end.output.find("good")) << end.output;
     EXPECT_EQ("1 passed, 1 failed", lastLine(end.output));
-    EXPECT_EQ("Running the tests; all they print goes to " + build + "/tests.log\n", end.errors);
+    EXPECT_EQ("Running the tests; their output goes to " + build + "/tests.log\n", end.errors);
     EXPECT_NE(std::string::npos, readFile(build + "/tests.log").find("good")) << readFile(build + "/tests.log");
 }
 
