@@ -75,15 +75,6 @@ protected:
         return GetParam().run == &TaskEditor::putCronFromDB ? "crontemp.txt" : "temp2.txt";
     }
 
-    /// Tasks 100 of anna and 200 of ben. Each has a foreign job.
-    void setUpAnnaAndBen()
-    {
-        addRow("id=100, userId=501");
-        addRow("id=200, userId=502");
-        setCrontab("anna", backup);
-        setCrontab("ben", tidy);
-    }
-
     /// What the pass makes of a crontab of one foreign job.
     std::string passed(const std::string& job, const std::string& line) const
     {
@@ -91,10 +82,42 @@ protected:
     }
 };
 
-INSTANTIATE_TEST_SUITE_P(, PassTest,
-    testing::Values(NamedPass{"Cleaning", &TaskEditor::cleanCron}, NamedPass{"Rebuilding", &TaskEditor::putCronFromDB},
-        NamedPass{"Refreshing", &TaskEditor::refreshCron}),
-    [](const auto& pass) { return pass.param.name; });
+const NamedPass cleaning = {"Cleaning", &TaskEditor::cleanCron};
+const NamedPass rebuilding = {"Rebuilding", &TaskEditor::putCronFromDB};
+const NamedPass refreshing = {"Refreshing", &TaskEditor::refreshCron};
+const auto nameOf = [](const auto& pass) { return std::string(pass.param.name); };
+
+/// A pass over the crontabs of anna, who has task 100, and ben, who has task 200. Each has a foreign job.
+class PassOverTwoCrontabs : public PassTest {
+protected:
+    void SetUp() override
+    {
+        EditorTest::SetUp();
+        addRow("id=100, userId=501");
+        addRow("id=200, userId=502");
+        setCrontab("anna", backup);
+        setCrontab("ben", tidy);
+    }
+
+    /// The commands that edit both crontabs.
+    Lines editingBoth() const
+    {
+        return {reading("anna"), installing("anna", installed()), reading("ben"), installing("ben", installed())};
+    }
+
+    /// `change` comes before the connection of this number. The first counts the users, the second counts them again
+    /// for their list, which is the third.
+    void expectToEnd(const std::string& failure, int connection, const std::string& change)
+    {
+        ConnectionWatch connections;
+        connections.before(connection, [&change] { execSql(change); });
+        EXPECT_EQ(failure, failureOf([this] { runPass(); }));
+        EXPECT_EQ(Lines(), commands.takeCommands());
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(, PassTest, testing::Values(cleaning, rebuilding, refreshing), nameOf);
+INSTANTIATE_TEST_SUITE_P(, PassOverTwoCrontabs, testing::Values(cleaning, rebuilding, refreshing), nameOf);
 
 TEST_P(PassTest, RunsNothingIfThereIsNoTaskAndDoesNotAskForTheUsers)
 {
@@ -118,24 +141,21 @@ TEST_P(PassTest, ReadsAndInstallsTheCrontabsInTheOrderOfTheTable)
         commands.takeCommands());
 }
 
-TEST_P(PassTest, LeavesNoScratchFile)
+TEST_P(PassOverTwoCrontabs, LeavesNoScratchFile)
 {
-    setUpAnnaAndBen();
     EXPECT_TRUE(runPass());
     EXPECT_EQ(Lines(), scratchFiles());
 }
 
-TEST_P(PassTest, ChangesNothingInTheDatabase)
+TEST_P(PassOverTwoCrontabs, ChangesNothingInTheDatabase)
 {
-    setUpAnnaAndBen();
     const Lines before = databaseRows();
     EXPECT_TRUE(runPass());
     EXPECT_EQ(before, databaseRows());
 }
 
-TEST_P(PassTest, TouchesNoCrontabOfAUserWithoutATask)
+TEST_P(PassOverTwoCrontabs, TouchesNoCrontabOfAUserWithoutATask)
 {
-    setUpAnnaAndBen();
     setCrontab("carla", annasLine + "\n" + bensLine);
     setCrontab("root", annasLine);
     EXPECT_TRUE(runPass());
@@ -143,27 +163,24 @@ TEST_P(PassTest, TouchesNoCrontabOfAUserWithoutATask)
     EXPECT_EQ(annasLine, crontabOf("root"));
 }
 
-TEST_P(PassTest, HoldsNoConnectionWhileACommandRuns)
+TEST_P(PassOverTwoCrontabs, HoldsNoConnectionWhileACommandRuns)
 {
-    setUpAnnaAndBen();
     std::vector<int> descriptors;
     commands.beforeEach([&descriptors] { descriptors.push_back(openDatabaseDescriptors()); });
     EXPECT_TRUE(runPass());
     EXPECT_EQ((std::vector<int>{1, 1, 1, 1}), descriptors); // the editor's own
 }
 
-TEST_P(PassTest, TakesNoLock)
+TEST_P(PassOverTwoCrontabs, TakesNoLock)
 {
-    setUpAnnaAndBen();
     std::vector<bool> held;
     commands.beforeEach([&held] { held.push_back(taskLockHeld()); });
     EXPECT_TRUE(runPass());
     EXPECT_EQ((std::vector<bool>{false, false, false, false}), held);
 }
 
-TEST_P(PassTest, GoesOnWithTheNextUserIfACrontabCannotBeInstalled)
+TEST_P(PassOverTwoCrontabs, GoesOnWithTheNextUserIfACrontabCannotBeInstalled)
 {
-    setUpAnnaAndBen();
     commands.refuse(installing("anna", installed()));
     EXPECT_TRUE(runPass());
     EXPECT_EQ(backup, crontabOf("anna"));
@@ -171,9 +188,8 @@ TEST_P(PassTest, GoesOnWithTheNextUserIfACrontabCannotBeInstalled)
     EXPECT_EQ(Lines(), scratchFiles());
 }
 
-TEST_P(PassTest, GoesOnWithTheNextUserIfACrontabIsRejected)
+TEST_P(PassOverTwoCrontabs, GoesOnWithTheNextUserIfACrontabIsRejected)
 {
-    setUpAnnaAndBen();
     onCrontabCall("[ $operation = list ] || [ $user = ben ] || exit 1");
     EXPECT_TRUE(runPass());
     EXPECT_EQ(backup, crontabOf("anna"));
@@ -181,9 +197,8 @@ TEST_P(PassTest, GoesOnWithTheNextUserIfACrontabIsRejected)
     EXPECT_EQ(Lines(), scratchFiles());
 }
 
-TEST_P(PassTest, DoesNotInstallTheCopyThatAnEarlierRunLeftIfACrontabCannotBeRead)
+TEST_P(PassOverTwoCrontabs, DoesNotInstallTheCopyThatAnEarlierRunLeftIfACrontabCannotBeRead)
 {
-    setUpAnnaAndBen();
     writeFile(scratchDirectory + "crontemp.txt", "0 0 * * * /bin/of-somebody-else\n");
     commands.refuse(reading("anna"));
     EXPECT_TRUE(runPass());
@@ -191,72 +206,49 @@ TEST_P(PassTest, DoesNotInstallTheCopyThatAnEarlierRunLeftIfACrontabCannotBeRead
     EXPECT_EQ(passed(tidy, bensLine), crontabOf("ben"));
 }
 
-TEST_P(PassTest, DoesNotInstallThePreviousUsersCrontabIfACrontabCannotBeRead)
+TEST_P(PassOverTwoCrontabs, DoesNotInstallThePreviousUsersCrontabIfACrontabCannotBeRead)
 {
-    setUpAnnaAndBen();
     commands.refuse(reading("ben"));
     EXPECT_TRUE(runPass());
     EXPECT_EQ(passed(backup, annasLine), crontabOf("anna"));
     EXPECT_EQ(passed("", bensLine), crontabOf("ben"));
 }
 
-TEST_P(PassTest, RunsNothingForAnIdWithoutAnAccountAndGoesOn)
+TEST_P(PassOverTwoCrontabs, RunsNothingForAnIdWithoutAnAccountAndGoesOn)
 {
-    addRow("userId=777");
-    setUpAnnaAndBen();
+    addRow("id=1, userId=777"); // the first in the table
     EXPECT_TRUE(runPass());
-    EXPECT_EQ((Lines{reading("anna"), installing("anna", installed()), reading("ben"), installing("ben", installed())}),
-        commands.takeCommands());
+    EXPECT_EQ(editingBoth(), commands.takeCommands());
     EXPECT_EQ(Lines(), scratchFiles());
 }
 
-TEST_P(PassTest, EndsIfTheUsersCannotBeCounted)
+TEST_P(PassOverTwoCrontabs, EndsIfTheUsersCannotBeCounted)
 {
-    setUpAnnaAndBen();
-    dropTable();
-    EXPECT_EQ("Error in taskType (1)", failureOf([this] { runPass(); }));
-    EXPECT_EQ(Lines(), commands.takeCommands());
+    expectToEnd("Error in taskType (1)", 1, "drop table TaskTable");
 }
 
-TEST_P(PassTest, EndsIfTheUsersCannotBeCountedAgainForTheList)
+TEST_P(PassOverTwoCrontabs, EndsIfTheUsersCannotBeCountedAgainForTheList)
 {
-    setUpAnnaAndBen();
-    ConnectionWatch connections;
-    connections.before(2, dropTable);
-    EXPECT_EQ("Error in taskType (1)", failureOf([this] { runPass(); }));
-    EXPECT_EQ(Lines(), commands.takeCommands());
+    expectToEnd("Error in taskType (1)", 2, "drop table TaskTable");
 }
 
-TEST_P(PassTest, EndsIfTheUsersCannotBeListed)
+TEST_P(PassOverTwoCrontabs, EndsIfTheUsersCannotBeListed)
 {
-    setUpAnnaAndBen();
-    ConnectionWatch connections;
-    connections.before(3, dropTable);
-    EXPECT_EQ("Error in reading values (1)", failureOf([this] { runPass(); }));
-    EXPECT_EQ(Lines(), commands.takeCommands());
+    expectToEnd("Error in reading values (1)", 3, "drop table TaskTable");
 }
 
-TEST_P(PassTest, EndsIfNoUsersAreLeftWhenTheyAreListed)
+TEST_P(PassOverTwoCrontabs, EndsIfNoUsersAreLeftWhenTheyAreListed)
 {
-    setUpAnnaAndBen();
-    ConnectionWatch connections;
-    connections.before(2, [] { execSql("delete from TaskTable"); });
-    EXPECT_EQ("Data not found (401)", failureOf([this] { runPass(); }));
-    EXPECT_EQ(Lines(), commands.takeCommands());
+    expectToEnd("Data not found (401)", 2, "delete from TaskTable");
 }
 
-TEST_P(PassTest, EndsIfTheNumberOfUsersChangedSinceTheCount)
+TEST_P(PassOverTwoCrontabs, EndsIfTheNumberOfUsersChangedSinceTheCount)
 {
-    setUpAnnaAndBen();
-    ConnectionWatch connections;
-    connections.before(3, [] { execSql("delete from TaskTable where userId=502"); });
-    EXPECT_EQ("Data not found (401)", failureOf([this] { runPass(); }));
-    EXPECT_EQ(Lines(), commands.takeCommands());
+    expectToEnd("Data not found (401)", 3, "delete from TaskTable where userId=502");
 }
 
-TEST_P(PassTest, EditsTheUsersThatAreLeftIfSomeHaveGoneSinceTheCount)
+TEST_P(PassOverTwoCrontabs, EditsTheUsersThatAreLeftIfSomeHaveGoneSinceTheCount)
 {
-    setUpAnnaAndBen();
     addRow("userId=503");
     ConnectionWatch connections;
     connections.before(2, [] { execSql("delete from TaskTable where userId<>502"); });
@@ -264,31 +256,26 @@ TEST_P(PassTest, EditsTheUsersThatAreLeftIfSomeHaveGoneSinceTheCount)
     EXPECT_EQ((Lines{reading("ben"), installing("ben", installed())}), commands.takeCommands());
 }
 
-TEST_P(PassTest, EditsAsManyUsersAsWereCountedIfOthersHaveCome)
+TEST_P(PassOverTwoCrontabs, EditsAsManyUsersAsWereCountedIfOthersHaveCome)
 {
-    setUpAnnaAndBen();
     ConnectionWatch connections;
     connections.before(2, [] { addRow("userId=503"); });
     EXPECT_TRUE(runPass());
-    EXPECT_EQ((Lines{reading("anna"), installing("anna", installed()), reading("ben"), installing("ben", installed())}),
-        commands.takeCommands());
+    EXPECT_EQ(editingBoth(), commands.takeCommands());
 }
 
-TEST_P(PassTest, LeavesTheCrontabAsItIsIfTheScratchDirectoryIsMissing)
+TEST_P(PassOverTwoCrontabs, LeavesTheCrontabAsItIsIfTheScratchDirectoryIsMissing)
 {
-    setUpAnnaAndBen();
     fs::remove(scratchDirectory);
     EXPECT_TRUE(runPass());
-    EXPECT_EQ((Lines{reading("anna"), installing("anna", installed()), reading("ben"), installing("ben", installed())}),
-        commands.takeCommands());
+    EXPECT_EQ(editingBoth(), commands.takeCommands());
     EXPECT_EQ(backup, crontabOf("anna"));
     EXPECT_EQ(tidy, crontabOf("ben"));
     EXPECT_FALSE(fs::exists(scratchDirectory));
 }
 
-TEST_P(PassTest, DoesNotInstallACopyThatIsCutOffByAFullDisk)
+TEST_P(PassOverTwoCrontabs, DoesNotInstallACopyThatIsCutOffByAFullDisk)
 {
-    setUpAnnaAndBen();
     const std::string large = linesOf(10000);
     setCrontab("anna", large);
     limitScratchDirectory(8192, 0);
@@ -299,9 +286,8 @@ TEST_P(PassTest, DoesNotInstallACopyThatIsCutOffByAFullDisk)
     EXPECT_EQ(Lines(), scratchFiles());
 }
 
-TEST_P(PassTest, DoesNotInstallACopyWithAGapFromADiskThatWasFullForAWhile)
+TEST_P(PassOverTwoCrontabs, DoesNotInstallACopyWithAGapFromADiskThatWasFullForAWhile)
 {
-    setUpAnnaAndBen();
     limitScratchDirectory(100 * 4096, 0);
     writeFile(scratchDirectory + "filler", std::string(98 * 4096, ' '));
     // 100000 bytes are more than the pipe holds and the disk has room for, so some are lost before there is room again.
@@ -314,46 +300,41 @@ TEST_P(PassTest, DoesNotInstallACopyWithAGapFromADiskThatWasFullForAWhile)
 }
 
 /// The passes that copy the crontab into a second file. Neither changes the foreign jobs of these tests.
-class FilteringPassTest : public PassTest { };
+class FilteringPassTest : public PassOverTwoCrontabs { };
 
-INSTANTIATE_TEST_SUITE_P(, FilteringPassTest,
-    testing::Values(NamedPass{"Cleaning", &TaskEditor::cleanCron}, NamedPass{"Refreshing", &TaskEditor::refreshCron}),
-    [](const auto& pass) { return pass.param.name; });
+INSTANTIATE_TEST_SUITE_P(, FilteringPassTest, testing::Values(cleaning, refreshing), nameOf);
 
 TEST_P(FilteringPassTest, InstallsAnEmptyCrontabForAUserWithoutOne)
 {
-    addRow("userId=501");
+    addRow("userId=503");
     EXPECT_TRUE(runPass());
-    EXPECT_TRUE(hasCrontab("anna"));
-    EXPECT_EQ("", crontabOf("anna"));
+    EXPECT_TRUE(hasCrontab("carla"));
+    EXPECT_EQ("", crontabOf("carla"));
 }
 
 TEST_P(FilteringPassTest, EmptiesACrontabThatCannotBeRead)
 {
-    setUpAnnaAndBen();
     commands.refuse(reading("anna"));
     EXPECT_TRUE(runPass());
-    EXPECT_EQ((Lines{reading("anna"), installing("anna"), reading("ben"), installing("ben")}), commands.takeCommands());
+    EXPECT_EQ(editingBoth(), commands.takeCommands());
     EXPECT_TRUE(hasCrontab("anna"));
     EXPECT_EQ("", crontabOf("anna"));
 }
 
 TEST_P(FilteringPassTest, EmptiesACrontabWhoseCopyCannotBeMade)
 {
-    setUpAnnaAndBen();
     blockScratchFile("crontemp.txt");
     EXPECT_TRUE(runPass());
-    EXPECT_EQ((Lines{reading("anna"), installing("anna"), reading("ben"), installing("ben")}), commands.takeCommands());
+    EXPECT_EQ(editingBoth(), commands.takeCommands());
     EXPECT_TRUE(hasCrontab("anna"));
     EXPECT_EQ("", crontabOf("anna"));
 }
 
 TEST_P(FilteringPassTest, LeavesACrontabWhoseFilteredCopyCannotBeMade)
 {
-    setUpAnnaAndBen();
     limitScratchDirectory(0, 1);
     EXPECT_TRUE(runPass());
-    EXPECT_EQ((Lines{reading("anna"), installing("anna"), reading("ben"), installing("ben")}), commands.takeCommands());
+    EXPECT_EQ(editingBoth(), commands.takeCommands());
     EXPECT_EQ(backup, crontabOf("anna"));
     EXPECT_EQ(tidy, crontabOf("ben"));
     EXPECT_EQ(Lines(), scratchFiles());
@@ -361,7 +342,6 @@ TEST_P(FilteringPassTest, LeavesACrontabWhoseFilteredCopyCannotBeMade)
 
 TEST_P(FilteringPassTest, DoesNotInstallAFilteredCopyThatIsCutOffByAFullDisk)
 {
-    setUpAnnaAndBen();
     const std::string large = linesOf(8000);
     setCrontab("anna", large);
     limitScratchDirectory(3 * 4096, 0);
@@ -373,17 +353,15 @@ TEST_P(FilteringPassTest, DoesNotInstallAFilteredCopyThatIsCutOffByAFullDisk)
 
 TEST_P(FilteringPassTest, TreatsACrontabAsEmptyWhenItsCopyCannotBeMade)
 {
-    setUpAnnaAndBen();
     fs::create_directories(scratchDirectory + "crontemp.txt/in-the-way");
     EXPECT_TRUE(runPass());
-    EXPECT_EQ((Lines{reading("anna"), installing("anna"), reading("ben"), installing("ben")}), commands.takeCommands());
+    EXPECT_EQ(editingBoth(), commands.takeCommands());
     EXPECT_EQ("", crontabOf("anna"));
     EXPECT_EQ("", crontabOf("ben"));
 }
 
 TEST_P(FilteringPassTest, ReplacesTheFilteredCopyThatAnEarlierRunLeft)
 {
-    setUpAnnaAndBen();
     writeFile(scratchDirectory + "temp2.txt", linesOf(5000));
     EXPECT_TRUE(runPass());
     EXPECT_EQ(backup, crontabOf("anna"));
@@ -391,17 +369,15 @@ TEST_P(FilteringPassTest, ReplacesTheFilteredCopyThatAnEarlierRunLeft)
 
 TEST_P(FilteringPassTest, RemovesTheFilteredCopyThatAnEarlierRunLeftBeforeItReads)
 {
-    setUpAnnaAndBen();
     limitScratchDirectory(0, 1); // there is room for one of the two files
     writeFile(scratchDirectory + "temp2.txt", "0 0 * * * /bin/of-somebody-else\n");
     EXPECT_TRUE(runPass());
-    EXPECT_EQ((Lines{reading("anna"), installing("anna"), reading("ben"), installing("ben")}), commands.takeCommands());
+    EXPECT_EQ(editingBoth(), commands.takeCommands());
     EXPECT_EQ(backup, crontabOf("anna"));
 }
 
 TEST_P(FilteringPassTest, HasBothScratchFilesInPlaceWhenItInstalls)
 {
-    setUpAnnaAndBen();
     onCrontabCall("[ $operation = list ] || ls ${file%/*} >>$state/seen");
     EXPECT_TRUE(runPass());
     EXPECT_EQ("crontemp.txt\ntemp2.txt\ncrontemp.txt\ntemp2.txt\n", readFile("/usr/local/private-world/crontab/seen"));
@@ -420,49 +396,14 @@ protected:
     }
 };
 
-TEST_F(CleanCronTest, DropsTheTaskLineBetweenTwoForeignLines)
+TEST_F(CleanCronTest, DropsTheTaskLinesBetweenForeignOnesWhateverTheTable)
 {
-    EXPECT_EQ(backup + tidy, afterCleaning(backup + annasLine + tidy));
+    EXPECT_EQ(backup + tidy, afterCleaning(backup + annasLine + taskLine(4711) + tidy));
 }
 
-TEST_F(CleanCronTest, LeavesAnEmptyCrontabOfTaskLines)
+TEST_F(CleanCronTest, HasTheRulesOfDropTaskLines)
 {
-    EXPECT_EQ("", afterCleaning(annasLine + bensLine));
-}
-
-TEST_F(CleanCronTest, DropsTaskLinesOfTasksThatAreNotInTheTable)
-{
-    EXPECT_EQ(backup, afterCleaning(taskLine(4711) + backup));
-}
-
-TEST_F(CleanCronTest, DropsACommentThatMentionsTheTaskManager)
-{
-    EXPECT_EQ(backup, afterCleaning("# " + annasLine + backup));
-}
-
-TEST_F(CleanCronTest, EmptiesACrontabWhoseFirstLineIsEmpty)
-{
-    EXPECT_EQ("", afterCleaning("\n" + backup));
-}
-
-TEST_F(CleanCronTest, DropsEverythingBelowAnEmptyLine)
-{
-    EXPECT_EQ(backup, afterCleaning(backup + "\n" + tidy + annasLine));
-}
-
-TEST_F(CleanCronTest, JoinsALineOfTwoCharactersToTheNext)
-{
-    EXPECT_EQ("ab" + backup, afterCleaning("ab\n" + backup));
-}
-
-TEST_F(CleanCronTest, CutsALineOf600CharactersAndDropsEverythingBelowIt)
-{
-    EXPECT_EQ(backup + std::string(499, 'x') + "\n", afterCleaning(backup + std::string(600, 'x') + "\n" + tidy));
-}
-
-TEST_F(CleanCronTest, GivesALastLineWithoutALineFeedOne)
-{
-    EXPECT_EQ(backup + "@daily /bin/tidy\n", afterCleaning(backup + "@daily /bin/tidy"));
+    EXPECT_EQ("ab" + backup, afterCleaning("ab\n" + taskLine(4711) + backup + "\n" + tidy));
 }
 
 TEST_F(CleanCronTest, CleansTheCrontabOfAUserWhoseTasksDoNotCount)
@@ -513,6 +454,14 @@ protected:
     {
         EXPECT_TRUE(editor->putCronFromDB());
         return crontabOf("anna");
+    }
+
+    /// anna's crontab after a rebuild, before a connection of which `change` comes.
+    std::string afterRebuildWith(int connection, const std::string& change)
+    {
+        ConnectionWatch connections;
+        connections.before(connection, [&change] { execSql(change); });
+        return afterRebuild();
     }
 };
 
@@ -617,22 +566,16 @@ TEST_F(PutCronFromDbTest, InstallsTheCrontabUnchangedIfNoTaskGetsALine)
     EXPECT_EQ((Lines{reading("anna"), installing("anna", "crontemp.txt")}), commands.takeCommands());
 }
 
-TEST_F(PutCronFromDbTest, InstallsNothingForAUserWithoutATaskThatCountsAndLeavesTheCopy)
+TEST_F(PutCronFromDbTest, ListsAndInstallsNothingForAUserWithoutATaskThatCountsAndLeavesTheCopy)
 {
     addRow("userId=501, status=6");
     setCrontab("anna", backup);
+    SqliteWatch sqlite;
     EXPECT_EQ(backup, afterRebuild());
+    EXPECT_EQ((Lines{countUsers, countUsers, listUsers, annasTaskCount}), statementsOf(sqlite.takeCalls()));
     EXPECT_EQ(Lines{reading("anna")}, commands.takeCommands());
     EXPECT_EQ(Lines{"crontemp.txt"}, scratchFiles());
     EXPECT_EQ(backup, scratchFile("crontemp.txt"));
-}
-
-TEST_F(PutCronFromDbTest, DoesNotListTheTasksOfAUserWithoutATaskThatCounts)
-{
-    addRow("userId=501, status=6");
-    SqliteWatch sqlite;
-    EXPECT_TRUE(editor->putCronFromDB());
-    EXPECT_EQ((Lines{countUsers, countUsers, listUsers, annasTaskCount}), statementsOf(sqlite.takeCalls()));
 }
 
 TEST_F(PutCronFromDbTest, GoesOnAfterAUserWithoutATaskThatCounts)
@@ -653,22 +596,15 @@ TEST_F(PutCronFromDbTest, MakesAnEmptyCopyForAUserWhoseCrontabCannotBeReadAndWho
     EXPECT_EQ("", scratchFile("crontemp.txt"));
 }
 
-TEST_F(PutCronFromDbTest, DoesNotTouchTheScratchFileForAUserWithoutAnAccount)
+TEST_F(PutCronFromDbTest, AsksForNothingAndTouchesNoScratchFileForAUserWithoutAnAccount)
 {
     addRow("userId=777");
     writeFile(scratchDirectory + "crontemp.txt", backup);
-    EXPECT_TRUE(editor->putCronFromDB());
-    EXPECT_EQ(Lines(), commands.takeCommands());
-    EXPECT_EQ(backup, scratchFile("crontemp.txt"));
-}
-
-TEST_F(PutCronFromDbTest, DoesNotAskForTheTasksOfAUserWithoutAnAccount)
-{
-    addRow("userId=777");
     SqliteWatch sqlite;
     EXPECT_TRUE(editor->putCronFromDB());
     EXPECT_EQ((Lines{countUsers, countUsers, listUsers}), statementsOf(sqlite.takeCalls()));
-    EXPECT_EQ(Lines(), scratchFiles());
+    EXPECT_EQ(Lines(), commands.takeCommands());
+    EXPECT_EQ(backup, scratchFile("crontemp.txt"));
 }
 
 TEST_F(PutCronFromDbTest, FindsUsersWithAnAccountBetweenOthersWithoutOne)
@@ -761,9 +697,7 @@ TEST_P(UnlistedTasksTest, LeaveTheCopyOfTheirOwnersCrontab)
 {
     addRow("userId=501");
     setCrontab("anna", backup);
-    ConnectionWatch connections;
-    connections.before(GetParam(), dropTable);
-    EXPECT_EQ(backup, afterRebuild());
+    EXPECT_EQ(backup, afterRebuildWith(GetParam(), "drop table TaskTable"));
     EXPECT_EQ(Lines{reading("anna")}, commands.takeCommands());
     EXPECT_EQ(backup, scratchFile("crontemp.txt"));
 }
@@ -772,9 +706,7 @@ TEST_F(PutCronFromDbTest, SkipsAUserWhoseTasksHaveGoneSinceTheCount)
 {
     addRow("userId=501");
     setCrontab("anna", backup);
-    ConnectionWatch connections;
-    connections.before(countForList, [] { execSql("delete from TaskTable"); });
-    EXPECT_EQ(backup, afterRebuild());
+    EXPECT_EQ(backup, afterRebuildWith(countForList, "delete from TaskTable"));
     EXPECT_EQ(Lines{reading("anna")}, commands.takeCommands());
 }
 
@@ -783,9 +715,7 @@ TEST_F(PutCronFromDbTest, SkipsAUserWhoseNumberOfTasksChangedSinceTheCount)
     addRow("id=3, userId=501");
     addRow("id=9, userId=501");
     setCrontab("anna", backup);
-    ConnectionWatch connections;
-    connections.before(listOfTasks, [] { execSql("delete from TaskTable where id=3"); });
-    EXPECT_EQ(backup, afterRebuild());
+    EXPECT_EQ(backup, afterRebuildWith(listOfTasks, "delete from TaskTable where id=3"));
     EXPECT_EQ(Lines{reading("anna")}, commands.takeCommands());
 }
 
@@ -802,27 +732,22 @@ TEST_F(PutCronFromDbTest, WritesTheTasksThatAreLeftIfSomeHaveGoneSinceTheCount)
 TEST_F(PutCronFromDbTest, WritesAsManyTasksAsWereCountedIfOthersHaveCome)
 {
     addRow("id=3, userId=501");
-    ConnectionWatch connections;
-    connections.before(countForList, [] { addRow("userId=501"); });
-    EXPECT_EQ(taskLine(3), afterRebuild());
+    EXPECT_EQ(taskLine(3),
+        afterRebuildWith(countForList, "insert into TaskTable (description, crontime, userId) values ('', '', 501)"));
 }
 
 TEST_F(PutCronFromDbTest, SkipsATaskThatHasGoneBeforeItsScheduleIsRead)
 {
     addRow("id=3, userId=501");
     addRow("id=9, userId=501");
-    ConnectionWatch connections;
-    connections.before(firstCronTime, [] { execSql("delete from TaskTable where id=3"); });
-    EXPECT_EQ(taskLine(9), afterRebuild());
+    EXPECT_EQ(taskLine(9), afterRebuildWith(firstCronTime, "delete from TaskTable where id=3"));
 }
 
 TEST_F(PutCronFromDbTest, SkipsATaskThatHasGoneBeforeItsTypeIsRead)
 {
     addRow("id=3, userId=501");
     addRow("id=9, userId=501");
-    ConnectionWatch connections;
-    connections.before(firstType, [] { execSql("delete from TaskTable where id=3"); });
-    EXPECT_EQ(taskLine(9), afterRebuild());
+    EXPECT_EQ(taskLine(9), afterRebuildWith(firstType, "delete from TaskTable where id=3"));
 }
 
 TEST_F(PutCronFromDbTest, InstallsTheLinesOfTheOtherTasksIfTheLastOneHasGone)
@@ -830,23 +755,11 @@ TEST_F(PutCronFromDbTest, InstallsTheLinesOfTheOtherTasksIfTheLastOneHasGone)
     addRow("id=3, userId=501");
     addRow("id=9, userId=501");
     setCrontab("anna", backup);
-    ConnectionWatch connections;
-    connections.before(firstType + 1, dropTable);
-    EXPECT_EQ(backup + taskLine(3), afterRebuild());
+    EXPECT_EQ(backup + taskLine(3), afterRebuildWith(firstType + 1, "drop table TaskTable"));
     EXPECT_EQ(Lines(), scratchFiles());
 }
 
-class RefreshCronTest : public EditorTest {
-protected:
-    /// What becomes of the crontab of a user, where the task 0 has this schedule.
-    std::string afterRefresh(const std::string& crontab, const std::string& schedule = "0 3 * * *")
-    {
-        addRow("id=0, userId=501, crontime='" + schedule + "'");
-        setCrontab("anna", crontab);
-        EXPECT_TRUE(editor->refreshCron());
-        return crontabOf("anna");
-    }
-};
+class RefreshCronTest : public EditorTest { };
 
 TEST_F(RefreshCronTest, KeepsTheLinesOfACrontabWithoutATaskLineUpToTheFirstEmptyOne)
 {
@@ -857,21 +770,13 @@ TEST_F(RefreshCronTest, KeepsTheLinesOfACrontabWithoutATaskLineUpToTheFirstEmpty
     EXPECT_EQ((Lines{reading("anna"), installing("anna")}), commands.takeCommands());
 }
 
-TEST_F(RefreshCronTest, EndsAtATaskLineIfThereIsNoTask0AndLeavesTheCrontabAsItIs)
+TEST_F(RefreshCronTest, EndsAtATaskLineIfThereIsNoTask0AndLeavesTheCrontabAndBothScratchFiles)
 {
     addRow("id=100, userId=501");
     setCrontab("anna", backup + annasLine + tidy);
     EXPECT_EQ("Database: taskId not found (0)", failureOf([this] { editor->refreshCron(); }));
     EXPECT_EQ(Lines{reading("anna")}, commands.takeCommands());
     EXPECT_EQ(backup + annasLine + tidy, crontabOf("anna"));
-}
-
-TEST_F(RefreshCronTest, LeavesBothScratchFilesWhenItEndsAtATaskLine)
-{
-    addRow("id=100, userId=501");
-    setCrontab("anna", backup + annasLine + tidy);
-    EXPECT_EQ("Database: taskId not found (0)", failureOf([this] { editor->refreshCron(); }));
-    EXPECT_EQ((Lines{"crontemp.txt", "temp2.txt"}), scratchFiles());
     EXPECT_EQ(backup + annasLine + tidy, scratchFile("crontemp.txt"));
     EXPECT_EQ(backup, scratchFile("temp2.txt"));
 }
@@ -912,38 +817,14 @@ TEST_F(RefreshCronTest, EndsIfTask0HasGoneBeforeTheLastPiece)
     EXPECT_EQ("a\n", scratchFile("temp2.txt"));
 }
 
-TEST_F(RefreshCronTest, GivesATaskLineAfterTwoCharactersALineOfItsOwn)
+TEST_F(RefreshCronTest, GivesATaskLineAfterOtherTextALineOfItsOwn)
 {
-    EXPECT_EQ("a\n" + annasLine + backup, afterRefresh("ab" + annasLine + backup));
+    addRow("id=0, userId=501");
+    setCrontab("anna", "ab" + annasLine + backup);
+    EXPECT_TRUE(editor->refreshCron());
+    EXPECT_EQ("a\n" + annasLine + backup, crontabOf("anna"));
     EXPECT_EQ((Lines{reading("anna"), installing("anna")}), commands.takeCommands());
     EXPECT_EQ(Lines(), scratchFiles());
-}
-
-TEST_F(RefreshCronTest, SeparatesTwoTaskLinesThatWereJoined)
-{
-    EXPECT_EQ(taskLine(1) + taskLine(2, "1 1 * * *"), afterRefresh(openTaskLine(1) + taskLine(2, "1 1 * * *")));
-}
-
-TEST_F(RefreshCronTest, JoinsATextOfTwoCharactersAfterATaskLineToTheNextLine)
-{
-    EXPECT_EQ(annasLine + "ab" + backup, afterRefresh(openTaskLine(100) + "ab\n" + backup));
-}
-
-TEST_F(RefreshCronTest, KeepsATaskLineWithoutANullDevice)
-{
-    const std::string line = "1 1 * * * /usr/local/Quarno/Kestrelcore/TessaraTaskManager 1\n";
-    EXPECT_EQ(line + backup, afterRefresh(line + backup));
-}
-
-TEST_F(RefreshCronTest, FindsTheScheduleOfTask0InsideALongerOne)
-{
-    EXPECT_EQ("\n" + annasLine, afterRefresh(taskLine(100, "10 3 * * *")));
-}
-
-TEST_F(RefreshCronTest, SearchesAScheduleOfMoreThan50Characters)
-{
-    const std::string schedule = "0,5,10,15,20,25,30,35,40,45,50,55 0,2,4,6,8,10,12,14,16,18,20,22 * * 1-5";
-    EXPECT_EQ("a\n" + taskLine(1, schedule), afterRefresh("ab" + taskLine(1, schedule), schedule));
 }
 
 TEST_F(RefreshCronTest, TakesTask0OfAnyUserTypeAndStatus)
@@ -964,17 +845,6 @@ TEST_F(RefreshCronTest, ReadsTask0AgainForEachPiece)
     const std::string readTask0 = "select * from TaskTable where id=0";
     EXPECT_EQ(
         (Lines{countUsers, countUsers, listUsers, readTask0, readTask0, readTask0}), statementsOf(sqlite.takeCalls()));
-}
-
-TEST_F(RefreshCronTest, UsesTheNewScheduleOfTask0)
-{
-    addRow("id=0, userId=501");
-    const std::string second = openTaskLine(2, "7 7 * * *");
-    setCrontab("anna", "ab" + openTaskLine(1) + "cd" + second + "\n");
-    ConnectionWatch connections;
-    connections.before(6, [] { execSql("update TaskTable set crontime='7 7 * * *'"); });
-    EXPECT_TRUE(editor->refreshCron());
-    EXPECT_EQ("a\n" + taskLine(1) + "c\n" + second + "\n", crontabOf("anna"));
 }
 
 TEST_F(RefreshCronTest, ReleasesTask0WithItsPropertyLists)

@@ -75,32 +75,14 @@ TEST_F(CreateTaskTest, StartsALocalTaskWithItsIdAlone)
     EXPECT_EQ(Lines(), takeLog());
 }
 
-TEST_F(CreateTaskTest, StartsATaskFromAnotherSourceWithItAfterTheId)
+TEST_F(CreateTaskTest, StartsATaskFromAnyOtherSourceWithItAfterTheIdUnchanged)
 {
-    const int id = create(true, "Console");
-    EXPECT_EQ(Lines{"/usr/local/Quarno/Kestrelcore/TessaraTaskManager " + std::to_string(id) + " Console &"},
-        commands.takeCommands());
-    EXPECT_EQ(Lines(), takeLog());
-}
-
-TEST_F(CreateTaskTest, LeavesTwoBlanksForAnEmptySource)
-{
-    const int id = create(true, "");
-    EXPECT_EQ(Lines{starting(id, "  &")}, commands.takeCommands());
-}
-
-TEST_F(CreateTaskTest, TreatsASourceAsLocalOnlyIfItIsExactlyLocalTask)
-{
-    for (const std::string source : {"localTask", "LocalTask ", " LocalTask", "LocalTas", "LocalTasks"}) {
+    for (const std::string source :
+        {"Console", "", "'two words' %s%n $HOME", "localTask", "LocalTask ", " LocalTask", "LocalTas", "LocalTasks"}) {
         const int id = create(true, source);
         EXPECT_EQ(Lines{starting(id, " " + source + " &")}, commands.takeCommands());
+        EXPECT_EQ(Lines(), takeLog());
     }
-}
-
-TEST_F(CreateTaskTest, PutsTheSourceIntoTheCommandUnchanged)
-{
-    const int id = create(true, "'two words' %s%n $HOME");
-    EXPECT_EQ(Lines{starting(id, " 'two words' %s%n $HOME &")}, commands.takeCommands());
 }
 
 TEST_F(CreateTaskTest, TouchesNoCrontab)
@@ -178,12 +160,6 @@ TEST_F(CreateTaskTest, StartsNothingIfTheTaskCannotBeStored)
     TaskInfo task = newTask();
     task.cronTime = "0 3 * * \"";
     EXPECT_EQ("Database: Write failed (1)", failureOf([&] { create(true, "LocalTask", task); }));
-    EXPECT_EQ(Lines(), commands.takeCommands());
-    EXPECT_FALSE(taskLockHeld());
-}
-
-TEST_F(CreateTaskTest, StartsNothingIfThereIsNoTable)
-{
     execSql("drop table TaskTable");
     EXPECT_EQ("TaskTable doesn't exist-1 (1)", failureOf([this] { create(true, "LocalTask"); }));
     EXPECT_EQ(Lines(), commands.takeCommands());
@@ -445,7 +421,7 @@ TEST_F(DeleteTaskTest, ReleasesTheTaskWithItsPropertyLists)
 
 class DeleteCronEntryTest : public EditorTest {
 protected:
-    /// What is left of anna's crontab without the lines of the task.
+    /// What is left of anna's crontab when the lines of a task are deleted.
     std::string afterDeleting(int taskId, const std::string& crontab)
     {
         setCrontab("anna", crontab);
@@ -493,41 +469,9 @@ TEST_F(DeleteCronEntryTest, ChoosesByTheRealUserAndReadsAndInstallsAsTheEffectiv
     });
 }
 
-TEST_F(DeleteCronEntryTest, KeepsTheLineOfTask123WhenTask12IsDeleted)
+TEST_F(DeleteCronEntryTest, HasTheRulesOfDropLinesOfTask)
 {
-    EXPECT_EQ(taskLine(123), afterDeleting(12, taskLine(12) + taskLine(123)));
-}
-
-TEST_F(DeleteCronEntryTest, DeletesALineWithASourceAfterTheId)
-{
-    EXPECT_EQ(backup, afterDeleting(12, "0 3 * * * " + starting(12, " Console >> /dev/null") + "\n" + backup));
-}
-
-TEST_F(DeleteCronEntryTest, KeepsALineThatEndsWithTheNameUnlessItIsTask0)
-{
-    const std::string crontab = "0 3 * * * TessaraTaskManager\n0 3 * * * TessaraTaskManager \n";
-    EXPECT_EQ(crontab, afterDeleting(12, crontab));
-    EXPECT_EQ("", afterDeleting(0, crontab));
-}
-
-TEST_F(DeleteCronEntryTest, KeepsForeignLinesInTheirOrder)
-{
-    EXPECT_EQ("#\nab\n" + tidy + backup, afterDeleting(12, "#\nab\n" + tidy + taskLine(12) + backup));
-}
-
-TEST_F(DeleteCronEntryTest, DropsEverythingBelowAnEmptyLine)
-{
-    EXPECT_EQ(backup, afterDeleting(12, backup + "\n" + tidy));
-}
-
-TEST_F(DeleteCronEntryTest, CutsALineOf500CharactersAndDropsEverythingBelowIt)
-{
-    EXPECT_EQ(backup + std::string(499, 'x') + "\n", afterDeleting(12, backup + std::string(500, 'x') + "\n" + tidy));
-}
-
-TEST_F(DeleteCronEntryTest, GivesALastLineWithoutALineFeedOne)
-{
-    EXPECT_EQ(backup + "@daily /bin/tidy\n", afterDeleting(12, backup + "@daily /bin/tidy"));
+    EXPECT_EQ("ab\n" + taskLine(123), afterDeleting(12, "ab\n" + taskLine(12) + taskLine(123) + "\n" + tidy));
 }
 
 TEST_F(DeleteCronEntryTest, InstallsAnEmptyCrontabForAUserWithoutOne)

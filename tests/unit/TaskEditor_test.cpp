@@ -104,18 +104,12 @@ TEST_F(EditorInstanceTest, IsMadeOnlyWhenItIsAskedFor)
     EXPECT_NE(&other, TaskEditor::getInstance());
 }
 
-TEST_F(EditorInstanceTest, ClosesItsDatabaseWhenItIsReleased)
+TEST_F(EditorInstanceTest, ClosesItsDatabaseWhenItIsReleasedAndOpensItAgain)
 {
     TaskEditor::getInstance();
     TaskEditor::ReleaseInstance();
     EXPECT_EQ(nullptr, ThreadsOwn::editor());
     EXPECT_EQ(0, openDatabaseDescriptors());
-}
-
-TEST_F(EditorInstanceTest, OpensTheDatabaseAgainAfterItWasReleased)
-{
-    TaskEditor::getInstance();
-    TaskEditor::ReleaseInstance();
     fs::remove(databasePath);
     EXPECT_EQ(0, TaskEditor::getInstance()->getNumTaskRecord());
     EXPECT_TRUE(fs::exists(databasePath));
@@ -179,26 +173,23 @@ TEST_F(EditorInstanceTest, WaitsForItsLockWhenItIsReleased)
     EXPECT_TRUE(released);
 }
 
-TEST_F(EditorInstanceTest, ThatCannotBeMadeLeavesNoEditorAndTheLockOfItsThreadHeld)
+void expectNoEditorButTheLockHeld(int code)
 {
-    fs::create_directory(databasePath);
-    inAnotherThread([] {
-        try {
-            TaskEditor::getInstance();
-            ADD_FAILURE() << "there is an editor";
-        } catch (SqliteException& failure) {
-            EXPECT_EQ(14, failure.getErrorCode()); // SQLite's for a file that cannot be opened
-        }
-        EXPECT_EQ(nullptr, ThreadsOwn::editor());
-        EXPECT_TRUE(ThreadsOwn::locked());
-    });
+    try {
+        TaskEditor::getInstance();
+        ADD_FAILURE() << "there is an editor";
+    } catch (SqliteException& failure) {
+        EXPECT_EQ(code, failure.getErrorCode());
+    }
+    EXPECT_EQ(nullptr, ThreadsOwn::editor());
+    EXPECT_TRUE(ThreadsOwn::locked());
 }
 
-TEST_F(EditorInstanceTest, ThatCouldNotBeMadeCanBeReleasedWithoutWaitingForTheLock)
+TEST_F(EditorInstanceTest, ThatCannotBeMadeLeavesTheLockOfItsThreadHeldAndCanBeReleasedWithoutIt)
 {
     fs::create_directory(databasePath);
     inAnotherThread([] {
-        EXPECT_THROW(TaskEditor::getInstance(), SqliteException);
+        expectNoEditorButTheLockHeld(14); // the file cannot be opened
         TaskEditor::ReleaseInstance();
         EXPECT_TRUE(ThreadsOwn::locked());
     });
@@ -220,11 +211,7 @@ TEST_F(EditorInstanceTest, ThatCannotBeMadeDoesNotAffectOtherThreads)
 TEST_F(EditorInstanceTest, IsNotMadeIfTheTableCannotBeMade)
 {
     writeFile(databasePath, "this is no database, and it is long enough to be seen as none");
-    inAnotherThread([] {
-        EXPECT_THROW(TaskEditor::getInstance(), SqliteException);
-        EXPECT_EQ(nullptr, ThreadsOwn::editor());
-        EXPECT_TRUE(ThreadsOwn::locked());
-    });
+    inAnotherThread([] { expectNoEditorButTheLockHeld(26); }); // not a database
     EXPECT_EQ(0, openDatabaseDescriptors());
 }
 
@@ -266,23 +253,19 @@ TEST_F(ExecuteCommandTest, WritesMoreThanAPipeHolds)
     EXPECT_TRUE(all == readFile(file));
 }
 
-TEST_F(ExecuteCommandTest, IsTrueAndWritesAnEmptyFileForACommandThatFails)
+TEST_F(ExecuteCommandTest, IsTrueAndWritesAnEmptyFileForACommandThatFailsOrIsMissing)
 {
-    writeFile(file, "old");
-    EXPECT_TRUE(execute("exit 3"));
-    EXPECT_EQ("", readFile(file));
+    for (const char* command : {"exit 3", "/nonexistent/program 2>/dev/null"}) {
+        writeFile(file, "old");
+        EXPECT_TRUE(execute(command)) << command;
+        EXPECT_EQ("", readFile(file)) << command;
+    }
 }
 
 TEST_F(ExecuteCommandTest, KeepsWhatACommandPrintedBeforeItFailed)
 {
     EXPECT_TRUE(execute("echo text; kill -9 $$"));
     EXPECT_EQ("text\n", readFile(file));
-}
-
-TEST_F(ExecuteCommandTest, IsTrueForACommandThatTheShellDoesNotFind)
-{
-    EXPECT_TRUE(execute("/nonexistent/program 2>/dev/null"));
-    EXPECT_EQ("", readFile(file));
 }
 
 TEST_F(ExecuteCommandTest, LeavesStandardErrorAlone)
@@ -306,19 +289,14 @@ TEST_F(ExecuteCommandTest, WritesWhatItStillHoldsOnlyWhenTheCommandHasEnded)
     EXPECT_EQ("text", readFile(file));
 }
 
-TEST_F(ExecuteCommandTest, IsFalseAndTruncatesNothingIfTheCommandCannotBeStarted)
-{
-    writeFile(file, "old");
-    commands.refuse("echo new");
-    EXPECT_FALSE(execute("echo new"));
-    EXPECT_EQ("old", readFile(file));
-}
-
-TEST_F(ExecuteCommandTest, MakesNoFileIfTheCommandCannotBeStarted)
+TEST_F(ExecuteCommandTest, IsFalseAndNeitherMakesNorTruncatesTheFileIfTheCommandCannotBeStarted)
 {
     commands.refuse("echo new");
     EXPECT_FALSE(execute("echo new"));
     EXPECT_FALSE(fs::exists(file));
+    writeFile(file, "old");
+    EXPECT_FALSE(execute("echo new"));
+    EXPECT_EQ("old", readFile(file));
 }
 
 TEST_F(ExecuteCommandTest, IsFalseIfTheFileCannotBeOpenedAlthoughTheCommandHasRun)
@@ -328,18 +306,12 @@ TEST_F(ExecuteCommandTest, IsFalseIfTheFileCannotBeOpenedAlthoughTheCommandHasRu
     EXPECT_EQ("end\n", readFile(testDirectory + "ended"));
 }
 
-TEST_F(ExecuteCommandTest, IsTrueIfTheFileCannotHoldItAll)
-{
-    limitScratchDirectory(4096, 0);
-    EXPECT_TRUE(executeCommand("printf '%10000s' x", (scratchDirectory + "output").c_str()));
-    EXPECT_EQ(std::string(4096, ' '), scratchFile("output"));
-}
-
-TEST_F(ExecuteCommandTest, LetsTheCommandFinishIfTheFileCannotHoldItAll)
+TEST_F(ExecuteCommandTest, IsTrueAndLetsTheCommandFinishIfTheFileCannotHoldItAll)
 {
     limitScratchDirectory(4096, 0);
     const std::string command = "printf '%200000s' x && echo end >" + testDirectory + "ended";
     EXPECT_TRUE(executeCommand(command.c_str(), (scratchDirectory + "output").c_str()));
+    EXPECT_EQ(std::string(4096, ' '), scratchFile("output"));
     EXPECT_EQ("end\n", readFile(testDirectory + "ended"));
 }
 
@@ -392,19 +364,13 @@ TEST_F(ReadCronTest, GoesByTheEffectiveUser)
 
 TEST_F(ReadCronTest, ReadsTheCrontabOfAnAccountByItsName)
 {
-    setCrontab("anna", backup);
+    setCrontab("root", backup);
     setCrontab("ben", tidy);
     EXPECT_EQ(crontabCopy, editor->readCron(ben));
-    EXPECT_EQ(Lines{"/usr/bin/crontab -u ben -l"}, commands.takeCommands());
     EXPECT_EQ(tidy, readFile(crontabCopy));
-}
-
-TEST_F(ReadCronTest, ReadsRootsCrontabLikeThatOfAnyAccount)
-{
-    setCrontab("root", backup);
     EXPECT_EQ(crontabCopy, editor->readCron(0));
-    EXPECT_EQ(Lines{"/usr/bin/crontab -u root -l"}, commands.takeCommands());
     EXPECT_EQ(backup, readFile(crontabCopy));
+    EXPECT_EQ((Lines{"/usr/bin/crontab -u ben -l", "/usr/bin/crontab -u root -l"}), commands.takeCommands());
 }
 
 TEST_F(ReadCronTest, PassesTheAccountNameWhoeverRunsIt)
@@ -425,22 +391,15 @@ TEST_F(ReadCronTest, FindsAnAccountWithALongEntry)
     EXPECT_EQ(Lines{"/usr/bin/crontab -u " + name + " -l"}, commands.takeCommands());
 }
 
-TEST_F(ReadCronTest, MakesAnEmptyCopyForAUserWithoutACrontab)
+TEST_F(ReadCronTest, ReplacesTheCopyOfAnEarlierReadEvenForAUserWithoutACrontab)
 {
-    writeFile(crontabCopy, backup);
-    EXPECT_EQ(crontabCopy, editor->readCron(anna));
+    setCrontab("anna", backup);
+    editor->readCron(anna);
+    EXPECT_EQ(crontabCopy, editor->readCron(ben));
     EXPECT_EQ("", readFile(crontabCopy));
+    editor->readCron(anna);
     EXPECT_EQ(crontabCopy, editor->readCron());
     EXPECT_EQ("", readFile(crontabCopy));
-}
-
-TEST_F(ReadCronTest, ReplacesTheCopyOfAnEarlierRead)
-{
-    setCrontab("anna", backup + backup);
-    setCrontab("ben", tidy);
-    editor->readCron(anna);
-    editor->readCron(ben);
-    EXPECT_EQ(tidy, readFile(crontabCopy));
     EXPECT_EQ(Lines{"crontemp.txt"}, scratchFiles());
 }
 
@@ -453,17 +412,19 @@ TEST_F(ReadCronTest, RunsNothingForAnIdWithoutAnAccount)
     EXPECT_EQ(backup, readFile(crontabCopy));
 }
 
-TEST_F(ReadCronTest, LeavesWhatAnEarlierReadLeftIfTheCommandCannotBeStarted)
+TEST_F(ReadCronTest, MakesNoCopyAndLeavesThatOfAnEarlierReadIfTheCommandCannotBeStarted)
 {
-    writeFile(crontabCopy, backup);
     commands.refuse(reading("anna"));
     commands.refuse(reading("root"));
+    EXPECT_EQ(crontabCopy, editor->readCron(anna));
+    EXPECT_EQ(Lines(), scratchFiles());
+    writeFile(crontabCopy, backup);
     EXPECT_EQ(crontabCopy, editor->readCron(anna));
     EXPECT_EQ(crontabCopy, editor->readCron());
     EXPECT_EQ(backup, readFile(crontabCopy));
 }
 
-TEST_F(ReadCronTest, LeavesWhatAnEarlierReadLeftIfTheCopyCannotBeOpened)
+TEST_F(ReadCronTest, LeavesTheCopyOfAnEarlierReadIfItCannotBeOpened)
 {
     writeFile(crontabCopy, backup); // root's, so that anna may not write it
     asUser(anna, anna, [this] {
@@ -472,13 +433,6 @@ TEST_F(ReadCronTest, LeavesWhatAnEarlierReadLeftIfTheCopyCannotBeOpened)
         EXPECT_EQ(crontabCopy, editor->readCron(anna));
     });
     EXPECT_EQ(backup, readFile(crontabCopy));
-}
-
-TEST_F(ReadCronTest, ReturnsThePathOfACopyThatDoesNotExistIfTheCommandCannotBeStarted)
-{
-    commands.refuse(reading("anna"));
-    EXPECT_EQ(crontabCopy, editor->readCron(anna));
-    EXPECT_EQ(Lines(), scratchFiles());
 }
 
 TEST_F(ReadCronTest, ReturnsThePathOfACopyThatCannotBeMade)
