@@ -5,12 +5,14 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <memory>
 #include <new>
 #include <pugixml.hpp>
 #include <string>
-#include <type_traits>
 #include <vector>
+
+#include "CfObjects.h"
+
+using namespace support;
 
 namespace {
 
@@ -69,11 +71,6 @@ const bool gParserCounts = [] {
     return true;
 }();
 
-struct Releaser {
-    void operator()(CFTypeRef object) const { CFRelease(object); }
-};
-template <class Reference> using Owned = std::unique_ptr<std::remove_pointer_t<Reference>, Releaser>;
-
 /// What `make` returns when it gets no more than `count` allocations.
 template <class Make> auto withAllocations(long count, Make make)
 {
@@ -100,12 +97,6 @@ const char listXml[]
     = "<dict><key>a key that is too long to be kept in place</key><array><string>text</string><integer>1"
       "</integer><real>0.5</real><true/><date>2001-01-01T00:00:00Z</date><data>AQID</data></array>"
       "<key>k2</key><dict><key>CF$UID</key><integer>18446744073709551615</integer></dict></dict>";
-
-Owned<CFDataRef> newData(const std::string& bytes)
-{
-    return Owned<CFDataRef>(
-        CFDataCreate(nullptr, reinterpret_cast<const UInt8*>(bytes.data()), static_cast<CFIndex>(bytes.size())));
-}
 
 CFTypeRef read(CFDataRef data)
 {
@@ -203,8 +194,8 @@ TEST(CFMemory, GivesNoErrorObjectThatCannotBeMade)
 
 TEST(CFMemory, LeavesAnArrayAsItWasWhenItCannotGrow)
 {
-    const Owned<CFMutableArrayRef> array(CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks));
-    const Owned<CFDateRef> date(CFDateCreate(nullptr, 1));
+    const auto array = newArray();
+    const auto date = newDate();
     for (CFIndex count = 0; count < 3; ++count) { // with 0, 1 and 2 values it has no room for another
         withAllocations(0, [&] {
             CFArrayAppendValue(array.get(), date.get());
@@ -218,9 +209,8 @@ TEST(CFMemory, LeavesAnArrayAsItWasWhenItCannotGrow)
 
 TEST(CFMemory, LeavesADictionaryAsItWasWhenItCannotGrow)
 {
-    const Owned<CFMutableDictionaryRef> dictionary(
-        CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
-    const Owned<CFDateRef> date(CFDateCreate(nullptr, 1));
+    const auto dictionary = newDictionary();
+    const auto date = newDate();
     for (long count = 0; CFDictionaryGetCount(dictionary.get()) == 0; ++count) {
         EXPECT_EQ(1, CFGetRetainCount(date.get()));
         withAllocations(count, [&] {

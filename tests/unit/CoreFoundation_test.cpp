@@ -5,31 +5,22 @@
 
 #include <cmath>
 #include <limits>
-#include <memory>
 #include <string>
 #include <thread>
-#include <type_traits>
 #include <utility>
 #include <vector>
+
+#include "CfObjects.h"
+
+using namespace support;
 
 namespace {
 
 using namespace std::string_literals;
 
-struct Releaser {
-    void operator()(CFTypeRef object) const { CFRelease(object); }
-};
-template <class Reference> using Owned = std::unique_ptr<std::remove_pointer_t<Reference>, Releaser>;
-
 constexpr CFRange all(CFIndex count)
 {
     return {0, count};
-}
-
-Owned<CFStringRef> newString(const std::u16string& units)
-{
-    const std::vector<UniChar> copy(units.begin(), units.end());
-    return Owned<CFStringRef>(CFStringCreateWithCharacters(nullptr, copy.data(), static_cast<CFIndex>(copy.size())));
 }
 
 Owned<CFStringRef> fromUtf8(const char* text)
@@ -57,11 +48,6 @@ std::string cString(CFStringRef string, CFStringEncoding encoding = kCFStringEnc
     return CFStringGetCString(string, text.data(), capacity, encoding) ? text.data() : "(refused)";
 }
 
-template <class T> Owned<CFNumberRef> newNumber(CFNumberType type, T value)
-{
-    return Owned<CFNumberRef>(CFNumberCreate(nullptr, type, &value));
-}
-
 Owned<CFNumberRef> newInteger(SInt64 value)
 {
     return newNumber(kCFNumberSInt64Type, value);
@@ -69,20 +55,6 @@ Owned<CFNumberRef> newInteger(SInt64 value)
 Owned<CFNumberRef> newReal(double value)
 {
     return newNumber(kCFNumberFloat64Type, value);
-}
-
-/// An object of which there is no other: small numbers may be shared.
-Owned<CFDateRef> newDate(double seconds = 1)
-{
-    return Owned<CFDateRef>(CFDateCreate(nullptr, seconds));
-}
-
-Owned<CFMutableArrayRef> newArray(const std::vector<CFTypeRef>& values = {})
-{
-    Owned<CFMutableArrayRef> array(CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks));
-    for (const CFTypeRef value : values)
-        CFArrayAppendValue(array.get(), value);
-    return array;
 }
 
 std::vector<CFTypeRef> valuesOf(CFArrayRef array)
@@ -93,10 +65,10 @@ std::vector<CFTypeRef> valuesOf(CFArrayRef array)
     return values;
 }
 
-Owned<CFMutableDictionaryRef> newDictionary()
+Owned<CFDictionaryRef> dictionaryOf(CFTypeRef* keys, CFTypeRef* values, CFIndex count)
 {
-    return Owned<CFMutableDictionaryRef>(
-        CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
+    return Owned<CFDictionaryRef>(CFDictionaryCreate(
+        nullptr, keys, values, count, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
 }
 
 // --- Every object ----------------------------------------------------------------------------------------------------
@@ -113,20 +85,19 @@ TEST(CFObject, StartsWithOneOwnerAndCountsTheOthers)
 
 TEST(CFObject, HasTheTypeOfItsClass)
 {
-    const UInt8 byte = 0;
     EXPECT_EQ(CFStringGetTypeID(), CFGetTypeID(newString(u"s").get()));
     EXPECT_EQ(CFStringGetTypeID(), CFGetTypeID(CFSTR("s")));
     EXPECT_EQ(CFNumberGetTypeID(), CFGetTypeID(newInteger(1).get()));
     EXPECT_EQ(CFBooleanGetTypeID(), CFGetTypeID(kCFBooleanTrue));
-    EXPECT_EQ(CFDateGetTypeID(), CFGetTypeID(Owned<CFDateRef>(CFDateCreate(nullptr, 0)).get()));
-    EXPECT_EQ(CFDataGetTypeID(), CFGetTypeID(Owned<CFDataRef>(CFDataCreate(nullptr, &byte, 1)).get()));
+    EXPECT_EQ(CFDateGetTypeID(), CFGetTypeID(newDate(0).get()));
+    EXPECT_EQ(CFDataGetTypeID(), CFGetTypeID(newData("d").get()));
     EXPECT_EQ(CFArrayGetTypeID(), CFGetTypeID(newArray().get()));
     EXPECT_EQ(CFDictionaryGetTypeID(), CFGetTypeID(newDictionary().get()));
 }
 
 TEST(CFObject, IsNeverEqualToOneOfAnotherType)
 {
-    const auto date = Owned<CFDateRef>(CFDateCreate(nullptr, 1));
+    const auto date = newDate(1);
     const auto array = newArray();
     const auto dictionary = newDictionary();
     const std::vector<CFTypeRef> objects{CFSTR("1"), kCFBooleanTrue, date.get(), array.get(), dictionary.get()};
@@ -197,8 +168,7 @@ TEST(CFObjectDeathTest, EndsTheProcessWhenAnImmutableContainerIsChanged)
     CFTypeRef values[] = {CFSTR("a"), CFSTR("b")};
     const Owned<CFPropertyListRef> array(
         CFPropertyListCreateDeepCopy(nullptr, newArray({values[0]}).get(), kCFPropertyListImmutable));
-    const Owned<CFDictionaryRef> dictionary(CFDictionaryCreate(
-        nullptr, values, values, 2, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
+    const auto dictionary = dictionaryOf(values, values, 2);
     const auto changedArray = static_cast<CFMutableArrayRef>(const_cast<void*>(array.get()));
     const auto changedDictionary = const_cast<CFMutableDictionaryRef>(dictionary.get());
     EXPECT_DEATH(CFArrayAppendValue(changedArray, values[0]), ".");
@@ -485,10 +455,10 @@ TEST(CFBoolean, IsTrueOrFalseAndNoNumber)
 
 TEST(CFDate, KeepsItsSeconds)
 {
-    const Owned<CFDateRef> date(CFDateCreate(nullptr, 475145103.75));
+    const auto date = newDate(475145103.75);
     EXPECT_EQ(475145103.75, CFDateGetAbsoluteTime(date.get()));
-    expectEqual(date.get(), Owned<CFDateRef>(CFDateCreate(nullptr, 475145103.75)).get());
-    EXPECT_FALSE(CFEqual(date.get(), Owned<CFDateRef>(CFDateCreate(nullptr, 475145103.5)).get()));
+    expectEqual(date.get(), newDate(475145103.75).get());
+    EXPECT_FALSE(CFEqual(date.get(), newDate(475145103.5).get()));
 }
 
 TEST(CFData, IsACopyOfTheBytes)
@@ -511,18 +481,15 @@ TEST(CFData, MayBeEmpty)
     ASSERT_NE(nullptr, data);
     EXPECT_EQ(0, CFDataGetLength(data.get()));
     CFDataGetBytes(data.get(), CFRangeMake(0, 0), nullptr);
-    const UInt8 byte = 0;
-    expectEqual(data.get(), Owned<CFDataRef>(CFDataCreate(nullptr, &byte, 0)).get());
+    expectEqual(data.get(), newData("").get());
 }
 
 TEST(CFData, IsEqualByItsBytes)
 {
-    const UInt8 bytes[] = {1, 0, 2, 1, 0, 3};
-    const Owned<CFDataRef> first(CFDataCreate(nullptr, bytes, 3));
-    const Owned<CFDataRef> second(CFDataCreate(nullptr, bytes + 3, 3));
-    EXPECT_FALSE(CFEqual(first.get(), second.get()));
-    EXPECT_FALSE(CFEqual(first.get(), Owned<CFDataRef>(CFDataCreate(nullptr, bytes, 2)).get()));
-    expectEqual(first.get(), Owned<CFDataRef>(CFDataCreate(nullptr, bytes, 3)).get());
+    const auto data = newData("a\0b"s);
+    expectEqual(data.get(), newData("a\0b"s).get());
+    EXPECT_FALSE(CFEqual(data.get(), newData("a\0c"s).get()));
+    EXPECT_FALSE(CFEqual(data.get(), newData("a\0"s).get()));
 }
 
 TEST(CFData, IsNotMadeFromNullOrANegativeCount)
@@ -675,8 +642,7 @@ TEST(CFDictionary, IsMadeOfPairsAndTakesTheFirstOfEqualKeys)
 {
     CFTypeRef keys[] = {CFSTR("a"), CFSTR("b"), CFSTR("a")};
     CFTypeRef values[] = {CFSTR("1"), CFSTR("2"), CFSTR("3")};
-    const Owned<CFDictionaryRef> dictionary(
-        CFDictionaryCreate(nullptr, keys, values, 3, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
+    const auto dictionary = dictionaryOf(keys, values, 3);
     EXPECT_EQ(2, CFDictionaryGetCount(dictionary.get()));
     EXPECT_EQ(values[0], CFDictionaryGetValue(dictionary.get(), keys[0]));
 }
@@ -684,14 +650,10 @@ TEST(CFDictionary, IsMadeOfPairsAndTakesTheFirstOfEqualKeys)
 TEST(CFDictionary, IsNotMadeFromNullOrANegativeCount)
 {
     CFTypeRef key = CFSTR("a");
-    const auto made = [](CFTypeRef* keys, CFTypeRef* values, CFIndex count) {
-        return Owned<CFDictionaryRef>(CFDictionaryCreate(
-            nullptr, keys, values, count, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
-    };
-    EXPECT_EQ(nullptr, made(nullptr, &key, 1));
-    EXPECT_EQ(nullptr, made(&key, nullptr, 1));
-    EXPECT_EQ(nullptr, made(&key, &key, -1));
-    EXPECT_EQ(0, CFDictionaryGetCount(made(nullptr, nullptr, 0).get()));
+    EXPECT_EQ(nullptr, dictionaryOf(nullptr, &key, 1));
+    EXPECT_EQ(nullptr, dictionaryOf(&key, nullptr, 1));
+    EXPECT_EQ(nullptr, dictionaryOf(&key, &key, -1));
+    EXPECT_EQ(0, CFDictionaryGetCount(dictionaryOf(nullptr, nullptr, 0).get()));
 }
 
 TEST(CFDictionary, IsEqualByItsPairsWhateverTheirOrder)

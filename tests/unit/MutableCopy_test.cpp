@@ -1,39 +1,27 @@
-#include "CfRef.h"
 #include "MutableCopy.h"
 
 #include <CoreFoundation/CoreFoundation.h>
+#include <cstddef>
 #include <gtest/gtest.h>
 #include <utility>
+#include <vector>
+
+#include "CfObjects.h"
+
+using namespace support;
 
 namespace {
 
-using Array = orv::CfRef<CFMutableArrayRef>;
-using Dictionary = orv::CfRef<CFMutableDictionaryRef>;
-
-Array newArray()
-{
-    return Array(CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks));
-}
-
-Dictionary newDictionary()
-{
-    return Dictionary(
-        CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
-}
-
 // An array of `count` times the same object.
-Array repeated(CFTypeRef object, CFIndex count)
+Owned<CFMutableArrayRef> repeated(CFTypeRef object, std::size_t count)
 {
-    Array array = newArray();
-    for (CFIndex i = 0; i < count; ++i)
-        CFArrayAppendValue(array.get(), object);
-    return array;
+    return newArray(std::vector<CFTypeRef>(count, object));
 }
 
 TEST(MutableCopy, HasNewContainers)
 {
-    const Array inner = repeated(kCFBooleanTrue, 2);
-    const Dictionary outer = newDictionary();
+    const auto inner = repeated(kCFBooleanTrue, 2);
+    const auto outer = newDictionary();
     CFDictionarySetValue(outer.get(), CFSTR("inner"), inner.get());
     const auto copy = orv::mutableCopy(outer.get());
     ASSERT_NE(nullptr, copy);
@@ -51,14 +39,14 @@ TEST(MutableCopy, OfALeafIsALeaf)
 
 TEST(MutableCopy, TakesAMillionObjectsAndNoMore)
 {
-    const Array thousand = repeated(kCFBooleanTrue, 1000);
+    const auto thousand = repeated(kCFBooleanTrue, 1000);
     EXPECT_NE(nullptr, orv::mutableCopy(repeated(thousand.get(), 1000).get()));
     EXPECT_EQ(nullptr, orv::mutableCopy(repeated(thousand.get(), 1100).get()));
 }
 
 TEST(MutableCopy, IsNotTriedOfArraysThatAreSharedManyTimesOver)
 {
-    Array list = newArray();
+    auto list = newArray();
     for (int level = 0; level < 60; ++level) // 2^60 arrays
         list = repeated(list.get(), 2);
     EXPECT_EQ(nullptr, orv::mutableCopy(list.get()));
@@ -66,9 +54,9 @@ TEST(MutableCopy, IsNotTriedOfArraysThatAreSharedManyTimesOver)
 
 TEST(MutableCopy, IsNotTriedOfDictionariesThatAreSharedManyTimesOver)
 {
-    Dictionary list = newDictionary();
+    auto list = newDictionary();
     for (int level = 0; level < 60; ++level) {
-        Dictionary outer = newDictionary();
+        auto outer = newDictionary();
         CFDictionarySetValue(outer.get(), CFSTR("a"), list.get());
         CFDictionarySetValue(outer.get(), CFSTR("b"), list.get());
         list = std::move(outer);

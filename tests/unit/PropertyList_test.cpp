@@ -13,83 +13,41 @@
 #include <iterator>
 #include <limits>
 #include <map>
-#include <memory>
 #include <ostream>
 #include <sstream>
 #include <stdexcept>
 #include <string>
 #include <thread>
-#include <type_traits>
 #include <utility>
 #include <vector>
 
-namespace {
+#include "CfObjects.h"
 
 using namespace std::string_literals;
+using namespace support;
+
+namespace {
+
 namespace fs = std::filesystem;
 
-// --- Objects and their owners ----------------------------------------------------------------------------------------
-
-struct Releaser {
-    void operator()(CFTypeRef object) const { CFRelease(object); }
-};
-template <class Reference> using Owned = std::unique_ptr<std::remove_pointer_t<Reference>, Releaser>;
-
 using OwnedObject = Owned<CFTypeRef>;
-using OwnedArray = Owned<CFMutableArrayRef>;
-using OwnedDictionary = Owned<CFMutableDictionaryRef>;
-
-OwnedArray newArray()
-{
-    return OwnedArray(CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks));
-}
-
-OwnedDictionary newDictionary()
-{
-    return OwnedDictionary(
-        CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
-}
-
-OwnedObject newString(const std::u16string& units)
-{
-    const std::vector<UniChar> copy(units.begin(), units.end());
-    return OwnedObject(CFStringCreateWithCharacters(nullptr, copy.data(), static_cast<CFIndex>(copy.size())));
-}
-
-template <class T> OwnedObject newNumber(CFNumberType type, T value)
-{
-    return OwnedObject(CFNumberCreate(nullptr, type, &value));
-}
-
-OwnedObject newDate(double seconds)
-{
-    return OwnedObject(CFDateCreate(nullptr, seconds));
-}
-
-Owned<CFDataRef> newData(const std::string& bytes)
-{
-    return Owned<CFDataRef>(
-        CFDataCreate(nullptr, reinterpret_cast<const UInt8*>(bytes.data()), static_cast<CFIndex>(bytes.size())));
-}
 
 OwnedObject arrayOf(CFTypeRef value)
 {
-    OwnedArray array = newArray();
-    CFArrayAppendValue(array.get(), value);
-    return OwnedObject(array.release());
+    return newArray({value});
 }
 
 OwnedObject dictionaryOf(CFTypeRef key, CFTypeRef value)
 {
-    OwnedDictionary dictionary = newDictionary();
+    auto dictionary = newDictionary();
     CFDictionarySetValue(dictionary.get(), key, value);
-    return OwnedObject(dictionary.release());
+    return dictionary;
 }
 
 /// `depth` arrays within one another; the innermost is empty.
 OwnedObject nestedArrays(size_t depth)
 {
-    OwnedObject list(newArray().release());
+    OwnedObject list = newArray();
     for (size_t i = 1; i < depth; ++i)
         list = arrayOf(list.get());
     return list;
@@ -97,7 +55,7 @@ OwnedObject nestedArrays(size_t depth)
 
 OwnedObject nestedDictionaries(size_t depth)
 {
-    OwnedObject list(newDictionary().release());
+    OwnedObject list = newDictionary();
     for (size_t i = 1; i < depth; ++i)
         list = dictionaryOf(CFSTR("k"), list.get());
     return list;
@@ -184,21 +142,26 @@ public:
 
     static std::string array(const std::vector<size_t>& members)
     {
-        std::string object = "\xaf\x11" + bigEndian(members.size(), 2);
-        for (const size_t member : members)
-            object += bigEndian(member, 2);
-        return object;
+        return "\xaf\x11" + bigEndian(members.size(), 2) + references(members);
     }
 
     static std::string dictionary(const std::vector<size_t>& keysThenValues)
     {
-        std::string object = "\xdf\x11" + bigEndian(keysThenValues.size() / 2, 2);
-        for (const size_t member : keysThenValues)
-            object += bigEndian(member, 2);
-        return object;
+        return "\xdf\x11" + bigEndian(keysThenValues.size() / 2, 2) + references(keysThenValues);
     }
 
+    /// A string of less than 15 characters.
+    static std::string ascii(const std::string& text) { return static_cast<char>(0x50 | text.size()) + text; }
+
 private:
+    static std::string references(const std::vector<size_t>& objects)
+    {
+        std::string bytes;
+        for (const size_t object : objects)
+            bytes += bigEndian(object, 2);
+        return bytes;
+    }
+
     std::vector<std::string> m_objects;
 };
 
@@ -373,20 +336,20 @@ OwnedObject takeObject(std::istream& lines);
 
 OwnedObject takeArray(std::istream& lines, size_t count)
 {
-    OwnedArray array = newArray();
+    auto array = newArray();
     for (size_t i = 0; i < count; ++i)
         CFArrayAppendValue(array.get(), takeObject(lines).get());
-    return OwnedObject(array.release());
+    return array;
 }
 
 OwnedObject takeDictionary(std::istream& lines, size_t count)
 {
-    OwnedDictionary dictionary = newDictionary();
+    auto dictionary = newDictionary();
     for (size_t i = 0; i < count; ++i) {
         const OwnedObject key = newString(unquoted(takeLine(lines).second));
         CFDictionarySetValue(dictionary.get(), key.get(), takeObject(lines).get());
     }
-    return OwnedObject(dictionary.release());
+    return dictionary;
 }
 
 OwnedObject takeObject(std::istream& lines)
@@ -415,9 +378,9 @@ OwnedObject takeObject(std::istream& lines)
     if (kind == "date")
         return newDate(std::strtod(value.c_str(), nullptr));
     if (kind == "data-seq")
-        return OwnedObject(newData(sequence(std::stoul(value))).release());
+        return newData(sequence(std::stoul(value)));
     if (kind == "data-hex")
-        return OwnedObject(newData(fromHex(value)).release());
+        return newData(fromHex(value));
     throw std::runtime_error("cases.txt has an object of unknown kind: " + kind);
 }
 
@@ -574,15 +537,16 @@ OwnedObject foreignObject()
     return OwnedObject(error);
 }
 
-void expectRefused(CFTypeRef list)
+/// It can be neither written nor copied.
+void expectNoList(CFTypeRef object)
 {
-    EXPECT_EQ(refused, written(list));
+    EXPECT_EQ(refused, written(object));
+    EXPECT_EQ(nullptr, deepCopy(object));
 }
 
 TEST(PropertyListWriting, RefusesNull)
 {
-    expectRefused(nullptr);
-    EXPECT_EQ(nullptr, deepCopy(nullptr));
+    expectNoList(nullptr);
 }
 
 TEST(PropertyListWriting, RefusesForeignContentAtAnyDepth)
@@ -590,32 +554,23 @@ TEST(PropertyListWriting, RefusesForeignContentAtAnyDepth)
     const OwnedObject foreign = foreignObject();
     const OwnedObject inArray = arrayOf(foreign.get());
     const OwnedObject inDictionary = dictionaryOf(CFSTR("k"), inArray.get());
-    for (const OwnedObject* list : {&foreign, &inArray, &inDictionary}) {
-        expectRefused(list->get());
-        EXPECT_EQ(nullptr, deepCopy(list->get()));
-    }
+    for (const OwnedObject* list : {&foreign, &inArray, &inDictionary})
+        expectNoList(list->get());
 }
 
 TEST(PropertyListWriting, RefusesKeysThatAreNotStrings)
 {
-    const OwnedObject number = newNumber(kCFNumberIntType, 1);
-    const OwnedObject list = dictionaryOf(number.get(), CFSTR("v"));
-    expectRefused(list.get());
-    EXPECT_EQ(nullptr, deepCopy(list.get()));
+    expectNoList(dictionaryOf(newNumber(kCFNumberIntType, 1).get(), CFSTR("v")).get());
 }
 
 TEST(PropertyListWriting, RefusesContainersWithinThemselves)
 {
-    const OwnedArray array = newArray();
-    const OwnedDictionary dictionary = newDictionary();
-    CFArrayAppendValue(array.get(), kCFBooleanTrue);
-    CFArrayAppendValue(array.get(), dictionary.get());
+    const auto dictionary = newDictionary();
+    const auto array = newArray({kCFBooleanTrue, dictionary.get()});
     CFDictionarySetValue(dictionary.get(), CFSTR("a"), array.get());
     CFDictionarySetValue(dictionary.get(), CFSTR("b"), array.get());
-    for (const CFTypeRef list : {CFTypeRef(array.get()), CFTypeRef(dictionary.get())}) {
-        expectRefused(list);
-        EXPECT_EQ(nullptr, deepCopy(list));
-    }
+    expectNoList(array.get());
+    expectNoList(dictionary.get());
     CFDictionaryRemoveValue(dictionary.get(), CFSTR("a"));
     CFDictionaryRemoveValue(dictionary.get(), CFSTR("b"));
 }
@@ -632,8 +587,8 @@ TEST(PropertyListWriting, RefusesStringsThatXmlCannotHold)
     for (const std::u16string& units :
         {u"a\0b"s, u"\0"s, u"b\0"s, u"a\xd800"s, u"\xd800z"s, u"\xdc00"s, u"\xdc00\xd800"s, u"\xd83d\xd83d\xde00"s}) {
         const OwnedObject string = newString(units);
-        expectRefused(string.get());
-        expectRefused(dictionaryOf(string.get(), kCFBooleanTrue).get());
+        EXPECT_EQ(refused, written(string.get()));
+        EXPECT_EQ(refused, written(dictionaryOf(string.get(), kCFBooleanTrue).get()));
         EXPECT_NE(nullptr, deepCopy(arrayOf(string.get()).get()));
     }
 }
@@ -659,7 +614,7 @@ TEST(PropertyListWriting, RefusesDatesBeyondTheYears0To9999)
     const double infinity = std::numeric_limits<double>::infinity();
     for (const double seconds : {-63145526400.5, -63145526401.0, 252423993600.0, 1e18, -1e18, 1e300, infinity,
              -infinity, std::numeric_limits<double>::quiet_NaN()}) {
-        expectRefused(newDate(seconds).get());
+        EXPECT_EQ(refused, written(newDate(seconds).get()));
         EXPECT_NE(nullptr, deepCopy(newDate(seconds).get()));
     }
 }
@@ -700,8 +655,8 @@ TEST(PropertyListWriting, SortsKeysByTheirUnitsWhateverTheirOrder)
 {
     const std::vector<std::u16string> ascending{
         u"", u"A", u"AA", u"B", u"a", u"\u00e9", u"\ud7ff", u"\U0001f600", u"\ue000", u"\uff21", u"\uffff"};
-    const OwnedDictionary forwards = newDictionary();
-    const OwnedDictionary backwards = newDictionary();
+    const auto forwards = newDictionary();
+    const auto backwards = newDictionary();
     for (size_t i = 0; i < ascending.size(); ++i) {
         CFDictionarySetValue(forwards.get(), newString(ascending[i]).get(), newNumber(kCFNumberIntType, i).get());
         const size_t last = ascending.size() - 1 - i;
@@ -722,7 +677,7 @@ TEST(PropertyListWriting, WritesDataOfEveryLengthAtEveryDepthReadably)
 {
     for (size_t depth = 0; depth < 14; ++depth)
         for (const size_t length : std::vector<size_t>{0, 1, 2, 3, 8, 9, 10, 27, 44, 45, 56, 57, 58, 1000, 100001}) {
-            OwnedObject list(newData(sequence(length)).release());
+            OwnedObject list = newData(sequence(length));
             for (size_t i = 0; i < depth; ++i)
                 list = arrayOf(list.get());
             const OwnedObject again = read(written(list.get()));
@@ -748,13 +703,9 @@ TEST(PropertyListWriting, RefusesWhatItWouldTakeAgesToWrite)
 {
     OwnedObject list = arrayOf(kCFBooleanTrue);
     for (int doublings = 0; doublings < 100; ++doublings) {
-        const OwnedArray pair = newArray();
-        CFArrayAppendValue(pair.get(), list.get());
-        CFArrayAppendValue(pair.get(), list.get());
-        list.reset(CFRetain(pair.get()));
+        list = newArray({list.get(), list.get()});
     }
-    expectRefused(list.get());
-    EXPECT_EQ(nullptr, deepCopy(list.get()));
+    expectNoList(list.get());
 }
 
 TEST(PropertyListWriting, SetsTheErrorOnFailureOnly)
@@ -841,16 +792,11 @@ TEST(PropertyListReading, KeepsTheFractionOfABinaryDate)
 
 TEST(PropertyListReading, TakesTheFirstOfEqualKeysInABinaryList)
 {
-    const OwnedObject list = read(BinaryList()
-                                      .add(BinaryList::dictionary({1, 1, 2, 3}))
-                                      .add("\x51k")
-                                      .add("\x51"
-                                           "1")
-                                      .add("\x51"
-                                           "2")
-                                      .bytes());
-    ASSERT_NE(nullptr, list);
-    EXPECT_TRUE(CFEqual(dictionaryOf(CFSTR("k"), CFSTR("1")).get(), list.get()));
+    BinaryList list;
+    list.add(BinaryList::dictionary({1, 1, 2, 3}));
+    for (const char* text : {"k", "1", "2"})
+        list.add(BinaryList::ascii(text));
+    EXPECT_TRUE(CFEqual(dictionaryOf(CFSTR("k"), CFSTR("1")).get(), read(list.bytes()).get()));
 }
 
 TEST(PropertyListReading, TakesTheLastOfEqualKeysInXml)
@@ -863,8 +809,8 @@ TEST(PropertyListReading, TakesTheLastOfEqualKeysInXml)
 
 TEST(PropertyListReading, ReadsLargeContainers)
 {
-    const OwnedDictionary dictionary = newDictionary();
-    const OwnedArray array = newArray();
+    const auto dictionary = newDictionary();
+    const auto array = newArray();
     for (int i = 0; i < 5000; ++i) {
         const OwnedObject number = newNumber(kCFNumberIntType, i);
         const std::string digits = std::to_string(i);
@@ -904,15 +850,6 @@ TEST(PropertyListReading, CopiesNoUid)
     EXPECT_TRUE(CFEqual(uid.get(), read(binary("\x80\x05")).get()));
 }
 
-TEST(PropertyListReading, RefusesTextThatIsNotUtf8OrHasAZeroByte)
-{
-    for (const std::string& bad : {"\xff"s, "\xc0\x80"s, "\xed\xa0\x80"s, "\xf4\x90\x80\x80"s, "\xe2\x82"s, "\x80"s,
-             "a\0b"s, "\0"s, "&#xD800;"s, "&#xDC00;"s, "&#0;"s, "&#x110000;"s}) {
-        EXPECT_EQ(nullptr, read(document("<string>" + bad + "</string>"))) << bad;
-        EXPECT_EQ(nullptr, read(document("<dict><key>" + bad + "</key><true/></dict>"))) << bad;
-    }
-}
-
 // --- What each element stands for ------------------------------------------------------------------------------------
 
 /// What the list becomes when it is written again, without the lines that all lists have; or `refused`.
@@ -941,16 +878,15 @@ void expectRewritten(const std::string& name, const Cases& cases)
         EXPECT_EQ(expected, rewritten(name, given)) << testing::PrintToString(given);
 }
 
+// The recorded lists show more of what each element may hold.
+
 TEST(PropertyListReading, TakesIntegersInDecimalAndHexadecimal)
 {
     expectRewritten("integer",
-        {{"0", "0"}, {"-0", "0"}, {"+0", "0"}, {"000", "0"}, {"5", "5"}, {"+5", "5"}, {"-5", "-5"}, {"- 5", "-5"},
-            {"+\t5", "5"}, {"  42", "42"}, {"\n\t42", "42"}, {"010", "10"}, {"09", "9"}, {"-010", "-10"},
-            {"0000000000000000000000000000012", "12"}, {"0x1F", "31"}, {"0Xabcdef", "11259375"}, {"-0x10", "-16"},
-            {"0x0", "0"}, {"0x010", "16"}, {"0xFFFFFFFFFFFFFFFF", "18446744073709551615"},
-            {"9223372036854775807", "9223372036854775807"}, {"9223372036854775808", "9223372036854775808"},
-            {"18446744073709551615", "18446744073709551615"}, {"-9223372036854775808", "-9223372036854775808"},
-            {"-0x8000000000000000", "-9223372036854775808"}});
+        {{"+0", "0"}, {"000", "0"}, {"5", "5"}, {"-5", "-5"}, {"+\t5", "5"}, {"\n\t42", "42"}, {"010", "10"},
+            {"09", "9"}, {"-010", "-10"}, {"0000000000000000000000000000012", "12"}, {"0Xabcdef", "11259375"},
+            {"0x0", "0"}, {"0x010", "16"}, {"18446744073709551615", "18446744073709551615"},
+            {"-9223372036854775808", "-9223372036854775808"}, {"-0x8000000000000000", "-9223372036854775808"}});
 }
 
 TEST(PropertyListReading, RefusesWhatIsNoInteger)
@@ -965,11 +901,7 @@ TEST(PropertyListReading, RefusesWhatIsNoInteger)
 TEST(PropertyListReading, TakesRealsOfEveryForm)
 {
     expectRewritten("real",
-        {{"1.5", "1.5"}, {"-1.5", "-1.5"}, {"+1.5", "1.5"}, {" 1.5", "1.5"}, {"\n\t1.5", "1.5"}, {".5", "0.5"},
-            {"5.", "5"}, {"010", "10"}, {"1e5", "100000"}, {"1E+5", "100000"}, {"1.5e-7", "1.4999999999999999e-07"},
-            {"0", "0.0"}, {"-0.0", "0.0"}, {"1e400", "+infinity"}, {"-1e400", "-infinity"}, {"1e-400", "0.0"},
-            {"0.1000000000000000055511151231257827", "0.10000000000000001"}, {"nan", "nan"}, {"NaN", "nan"},
-            {"inf", "+infinity"}, {"+inf", "+infinity"}, {"-inf", "-infinity"}, {"Infinity", "+infinity"},
+        {{"1.5", "1.5"}, {"\n\t1.5", "1.5"}, {"010", "10"}, {"1E+5", "100000"}, {"0", "0.0"}, {"-1e400", "-infinity"},
             {"+INFINITY", "+infinity"}, {"-infinity", "-infinity"}});
 }
 
@@ -992,12 +924,10 @@ TEST(PropertyListReading, TakesRealsWithAPointWhateverTheLocale)
 TEST(PropertyListReading, TakesDatesOfFourDigitsOfYears)
 {
     expectRewritten("date",
-        {{"2001-01-01T00:00:00Z", "2001-01-01T00:00:00Z"}, {"1970-01-01T00:00:00Z", "1970-01-01T00:00:00Z"},
-            {"2000-02-29T23:59:59Z", "2000-02-29T23:59:59Z"}, {"2000-03-01T00:00:00Z", "2000-03-01T00:00:00Z"},
+        {{"2000-02-29T23:59:59Z", "2000-02-29T23:59:59Z"}, {"2000-03-01T00:00:00Z", "2000-03-01T00:00:00Z"},
             {"1999-12-31T23:59:59Z", "1999-12-31T23:59:59Z"}, {"2100-02-28T12:34:56Z", "2100-02-28T12:34:56Z"},
             {"0000-01-01T00:00:00Z", "0000-01-01T00:00:00Z"}, {"0001-01-01T00:00:00Z", "0001-01-01T00:00:00Z"},
             {"1582-10-10T00:00:00Z", "1582-10-10T00:00:00Z"}, {"9999-12-31T23:59:59Z", "9999-12-31T23:59:59Z"},
-            {"2015-02-31T09:05:03Z", "2015-03-03T09:05:03Z"}, {"1900-02-29T12:00:00Z", "1900-03-01T12:00:00Z"},
             {"2015-04-31T00:00:00Z", "2015-05-01T00:00:00Z"}});
 }
 
@@ -1025,9 +955,8 @@ TEST(PropertyListReading, RefusesWhatIsNoDate)
 
 TEST(PropertyListReading, TakesBase64AndSkipsOtherCharacters)
 {
-    const Cases cases{{"", ""}, {" \n\t", ""}, {"AQID", "AQID"}, {"AQ==", "AQ=="}, {"AQI=", "AQI="}, {"AQ= =", "AQ=="},
-        {"\n\tAQ\n\tID\n\t", "AQID"}, {"A!Q*I-D", "AQID"}, {"AQ", ""}, {"AQIDA", "AQID"}, {"AQIDAQ=", "AQID"},
-        {"AQI=AQID", "AQIBAgM="}, {"AQ&#61;&#61;", "AQ61"}, {"+/+/", "+/+/"}, {"A\xc3\xa9QID", "AQID"}};
+    const Cases cases{{" \n\t", ""}, {"AQI=", "AQI="}, {"AQIDA", "AQID"}, {"AQIDAQ=", "AQID"}, {"+/+/", "+/+/"},
+        {"A\xc3\xa9QID", "AQID"}};
     for (const auto& [given, expected] : cases)
         EXPECT_EQ("\n" + expected + (expected.empty() ? "" : "\n"), rewritten("data", given)) << given;
 }
@@ -1057,10 +986,11 @@ TEST(PropertyListReading, DecodesReferencesAndKeepsAllOtherTextAsItIs)
 
 TEST(PropertyListReading, RefusesTextThatIsNotWellFormed)
 {
-    for (const std::string bad :
-        {"&", "a&", "& ", "&amp", "&amp ;", "&;", "&#;", "&#x;", "&#Xaa;", "&AMP;", "&nbsp;", "&#-65;", "&#+65;",
-            "&# 65;", "&#65 ;", "&#6a;", "&#xg;", "&#000000065;", "&#00000065;", "&#x110000;", "&#xD800;", "&#xDFFF;",
-            "&#0;", "&ampersand;", "&lt;&gt", "a<!-- c -->b", "<!-- c -->", "<?x?>", "<b/>", "<b></b>"}) {
+    for (const std::string& bad : {"&"s, "a&"s, "& "s, "&amp"s, "&amp ;"s, "&;"s, "&#;"s, "&#x;"s, "&#Xaa;"s, "&AMP;"s,
+             "&nbsp;"s, "&#-65;"s, "&#+65;"s, "&# 65;"s, "&#65 ;"s, "&#6a;"s, "&#xg;"s, "&#000000065;"s, "&#00000065;"s,
+             "&#x110000;"s, "&#xD800;"s, "&#xDC00;"s, "&#xDFFF;"s, "&#0;"s, "&ampersand;"s, "&lt;&gt"s, "a<!-- c -->b"s,
+             "<!-- c -->"s, "<?x?>"s, "<b/>"s, "<b></b>"s, "\xff"s, "\xc0\x80"s, "\xed\xa0\x80"s, "\xf4\x90\x80\x80"s,
+             "\xe2\x82"s, "\x80"s, "a\0b"s, "\0"s}) {
         EXPECT_EQ(refused, rewritten("string", bad)) << bad;
         EXPECT_EQ(refused, rewritten(document("<dict><key>" + bad + "</key><true/></dict>"))) << bad;
     }
@@ -1068,21 +998,12 @@ TEST(PropertyListReading, RefusesTextThatIsNotWellFormed)
 
 TEST(PropertyListReading, DropsOneByteOrderMarkAtTheFrontOfAText)
 {
+    const std::string mark = "\xef\xbb\xbf";
     expectRewritten("string",
-        {{"\xef\xbb\xbf"
-          "a",
-             "a"},
-            {"\xef\xbb\xbf", ""},
-            {"\xef\xbb\xbf\xef\xbb\xbf"
-             "a",
-                "\xef\xbb\xbf"
-                "a"},
-            {"a\xef\xbb\xbf", "a\xef\xbb\xbf"}, {"&#xFEFF;a", "a"},
-            {"<![CDATA[\xef\xbb\xbf"
-             "a]]>",
-                "a"}});
+        {{mark + "a", "a"}, {mark, ""}, {mark + mark + "a", mark + "a"}, {"a" + mark, "a" + mark}, {"&#xFEFF;a", "a"},
+            {"<![CDATA[" + mark + "a]]>", "a"}});
     EXPECT_EQ("<dict>\n\t<key></key>\n\t<string>2</string>\n</dict>",
-        rewritten(document("<dict><key></key><string>1</string><key>\xef\xbb\xbf</key><string>2</string></dict>")));
+        rewritten(document("<dict><key></key><string>1</string><key>" + mark + "</key><string>2</string></dict>")));
     const OwnedObject list = read(binary("\x62\xfe\xff\0a"s)); // UTF-16 is taken as it is
     EXPECT_TRUE(CFEqual(newString(u"\ufeffa").get(), list.get()));
 }
@@ -1180,12 +1101,7 @@ TEST(BinaryListReading, MakesEachKindOfObject)
         {"\x23\xbf\xf8\0\0\0\0\0\0"s, "<real>-1.5</real>"}, {"\x23\x7f\xf0\0\0\0\0\0\0"s, "<real>+infinity</real>"},
         {"\x33" + std::string(8, '\0'), "<date>2001-01-01T00:00:00Z</date>"}, {"\x40", "<data>\n</data>"},
         {"\x43\x01\x02\x03", "<data>\nAQID\n</data>"}, {"\x50", "<string></string>"},
-        {"\x51"
-         "a",
-            "<string>a</string>"},
-        {"\x5f\x10\x03"
-         "abc",
-            "<string>abc</string>"},
+        {BinaryList::ascii("a"), "<string>a</string>"}, {"\x5f\x10\x03" + "abc"s, "<string>abc</string>"},
         {"\x62\0a\0&"s, "<string>a&amp;</string>"}, {"\x62\xd8\x3d\xde\0"s, "<string>\xf0\x9f\x98\x80</string>"},
         {"\x80\x05", "<dict>\n\t<key>CF$UID</key>\n\t<integer>5</integer>\n</dict>"},
         {"\x83\xff\xff\xff\xff", "<dict>\n\t<key>CF$UID</key>\n\t<integer>4294967295</integer>\n</dict>"},
@@ -1245,15 +1161,6 @@ TEST(BinaryListReading, RefusesATrailerThatDoesNotFit)
 
 // --- Harmful input ---------------------------------------------------------------------------------------------------
 
-TEST(HarmfulXml, IsRefusedFromATooDeepLevelOn)
-{
-    const auto nested
-        = [](size_t depth) { return document(repeated("<array>", depth) + "<true/>" + repeated("</array>", depth)); };
-    EXPECT_NE(nullptr, read(nested(deepest)));
-    EXPECT_EQ(nullptr, read(nested(deepest + 1)));
-    EXPECT_EQ(nullptr, read(nested(100000)));
-}
-
 TEST(HarmfulXml, IsRefusedWhenItNeverEnds)
 {
     EXPECT_EQ(nullptr, read(repeated("<array>", 100000)));
@@ -1263,14 +1170,14 @@ TEST(HarmfulXml, IsRefusedWhenItNeverEnds)
     EXPECT_EQ(nullptr, read(repeated("<plist>", 100000) + "<true/>" + repeated("</plist>", 100000)));
 }
 
-TEST(HarmfulXml, CannotHideItsDepthAfterFalseEndTags)
+TEST(HarmfulXml, IsRefusedFromATooDeepLevelOnWhateverFalseEndTagsItHas)
 {
-    const std::vector<std::string> openings{"<array>", "<array><!-- </array> -->", "<array><!--></array>-->",
-        "<array><?x </array>?>", "<array><string><![CDATA[</array>]]></string>"};
-    for (const std::string& opening : openings) {
+    for (const std::string opening : {"<array>", "<array><!-- </array> -->", "<array><!--></array>-->",
+             "<array><?x </array>?>", "<array><string><![CDATA[</array>]]></string>"}) {
         const auto nested = [&](size_t depth) { return repeated(opening, depth) + repeated("</array>", depth); };
         EXPECT_NE(nullptr, read(nested(deepest))) << opening;
         EXPECT_EQ(nullptr, read(nested(deepest + 1))) << opening;
+        EXPECT_EQ(nullptr, read(nested(100000))) << opening;
     }
 }
 
@@ -1398,12 +1305,8 @@ TEST(HarmfulBinaryList, MayShareWhatItSharesRightly)
     std::vector<size_t> members;
     for (size_t i = 0; i < 20000; ++i)
         members.push_back(i + 4);
-    list.add(BinaryList::array(members))
-        .add("\x5e"
-             "a-shared-key-1")
-        .add("\x5e"
-             "a-shared-key-2")
-        .add("\x09");
+    list.add(BinaryList::array(members));
+    list.add(BinaryList::ascii("a-shared-key-1")).add(BinaryList::ascii("a-shared-key-2")).add("\x09");
     for (size_t i = 0; i < 20000; ++i)
         list.add(BinaryList::dictionary({1, 2, 3, 3}));
     const OwnedObject shared = read(list.bytes());
@@ -1419,13 +1322,10 @@ TEST(HarmfulBinaryList, IsRefusedWhenAnObjectIsNotWhatItMustBe)
         {"integer of 65 bits", "\x14" + std::string(7, '\0') + "\1" + std::string(8, '\0')},
         {"real of 2 bytes", "\x21" + std::string(16, '\1')}, {"real of 16 bytes", "\x24" + std::string(16, '\1')},
         {"date of 4 bytes", "\x32" + std::string(16, '\1')}, {"date of 2 bytes", "\x31" + std::string(16, '\1')},
-        {"string with U+0000",
-            "\x53"
-            "a\0b"s},
-        {"string not ASCII", "\x52\xc3\xa9"}, {"UTF-16 with U+0000", "\x61\0\0"s},
-        {"lone first surrogate", "\x62\xd8\x3d\0x"s}, {"first surrogate at the end", "\x61\xd8\x3d"},
-        {"lone second surrogate", "\x61\xde\0"s}, {"set", "\xc1\0\0"s}, {"count of no integer", "\x5f\x51x"},
-        {"count of 16 bytes", "\x5f\x14" + std::string(15, '\0') + "\1x"},
+        {"string with U+0000", BinaryList::ascii("a\0b"s)}, {"string not ASCII", "\x52\xc3\xa9"},
+        {"UTF-16 with U+0000", "\x61\0\0"s}, {"lone first surrogate", "\x62\xd8\x3d\0x"s},
+        {"first surrogate at the end", "\x61\xd8\x3d"}, {"lone second surrogate", "\x61\xde\0"s}, {"set", "\xc1\0\0"s},
+        {"count of no integer", "\x5f\x51x"}, {"count of 16 bytes", "\x5f\x14" + std::string(15, '\0') + "\1x"},
         {"count beyond the end", "\x5f\x13" + std::string(8, '\x7f')},
         {"UTF-16 count that overflows", "\x6f\x13\x80" + std::string(7, '\0') + "x"},
         {"array count that overflows", "\xaf\x13\x80" + std::string(7, '\0') + "x"},
@@ -1470,18 +1370,14 @@ TEST(HarmfulBinaryList, IsRefusedOrReadWhicheverBitIsWrong)
 
 TEST(PropertyListDeepCopy, HasNewMutableContainersAtEveryLevelAndLeavesTheOriginalAlone)
 {
-    const OwnedObject list = read(outerAndInner, kCFPropertyListMutableContainers);
-    const OwnedObject copy = deepCopy(list.get());
-    EXPECT_NE(list.get(), copy.get());
-    EXPECT_EQ(changed, countsAfterAdding(copy.get()));
-    EXPECT_TRUE(CFEqual(read(outerAndInner).get(), list.get()));
-    EXPECT_EQ(changed, countsAfterAdding(deepCopy(read(outerAndInner).get()).get()));
-}
-
-TEST(PropertyListDeepCopy, HasMutableContainersWhenMutableLeavesAreAskedForToo)
-{
-    const OwnedObject list = read(outerAndInner, kCFPropertyListMutableContainers);
-    EXPECT_EQ(changed, countsAfterAdding(deepCopy(list.get(), kCFPropertyListMutableContainersAndLeaves).get()));
+    for (const CFOptionFlags asked : {kCFPropertyListMutableContainers, kCFPropertyListMutableContainersAndLeaves})
+        for (const CFOptionFlags options : {kCFPropertyListImmutable, kCFPropertyListMutableContainers}) {
+            const OwnedObject list = read(outerAndInner, options);
+            const OwnedObject copy = deepCopy(list.get(), asked);
+            EXPECT_NE(list.get(), copy.get());
+            EXPECT_EQ(changed, countsAfterAdding(copy.get()));
+            EXPECT_TRUE(CFEqual(read(outerAndInner).get(), list.get()));
+        }
 }
 
 TEST(PropertyListDeepCopy, OfALeafIsALeaf)
@@ -1500,11 +1396,7 @@ TEST(PropertyListDeepCopy, GoesAsDeepAsReadingAndNoDeeper)
 
 TEST(PropertyListDeepCopy, KeepsLeavesThatTheOriginalReleases)
 {
-    OwnedArray list = newArray();
-    {
-        const OwnedObject string = newString(u"leaf");
-        CFArrayAppendValue(list.get(), string.get());
-    }
+    auto list = newArray({newString(u"leaf").get()});
     const OwnedObject copy = deepCopy(list.get());
     list.reset();
     EXPECT_TRUE(CFEqual(newString(u"leaf").get(), CFArrayGetValueAtIndex(static_cast<CFArrayRef>(copy.get()), 0)));
