@@ -22,10 +22,9 @@ const std::string everyColumn
 
 class TaskWriting : public StoreTest {
 protected:
-    /// A task whose every field differs from what a new one has.
-    TaskInfo nightlyScan() const
+    void SetUp() override
     {
-        TaskInfo task(taskTypeQuickOds);
+        StoreTest::SetUp();
         task.id = 77;
         task.description = "Nightly scan";
         task.cronTime = "0 3 * * *";
@@ -35,7 +34,6 @@ protected:
         task.count = 9;
         task.userId = anna;
         task.recType = 1;
-        return task;
     }
 
     /// Makes the deletion of one task fail.
@@ -48,14 +46,17 @@ protected:
     Lines ids() { return queryRows("select id from TaskTable order by id"); }
     std::string rows() { return queryRows("select count(*) from TaskTable").at(0); }
 
-    std::string insertFailure(TaskInfo& task)
+    std::string insertFailure()
     {
-        return failureOf([&] { store->writeDbTask(task); });
+        return failureOf([this] { store->writeDbTask(task); });
     }
-    std::string updateFailure(TaskInfo& task)
+    std::string updateFailure()
     {
-        return failureOf([&] { store->modifyDbTask(task); });
+        return failureOf([this] { store->modifyDbTask(task); });
     }
+
+    /// Every field differs from what a new task has.
+    TaskInfo task{taskTypeQuickOds};
 };
 
 /// A list that holds what no property list can hold: a key that is no text.
@@ -71,7 +72,6 @@ orv::CfRef<CFMutableDictionaryRef> unstorableList()
 
 TEST_F(TaskWriting, AnInsertStoresTheTaskWithANewIdAndTheTablesDefaults)
 {
-    TaskInfo task = nightlyScan();
     EXPECT_EQ(1, store->writeDbTask(task));
     EXPECT_EQ(
         Lines{"1|Nightly scan|6|0 3 * * *|NULL|NULL|5,30,8,16,10,126,1,319,0,|6,30,8,16,10,126,1,319,0,|1|0|501|1"},
@@ -81,7 +81,6 @@ TEST_F(TaskWriting, AnInsertStoresTheTaskWithANewIdAndTheTablesDefaults)
 TEST_F(TaskWriting, AnInsertReturnsTheIdOfTheNewRow)
 {
     addRow("id=41");
-    TaskInfo task = nightlyScan();
     EXPECT_EQ(42, store->writeDbTask(task));
     EXPECT_EQ(43, store->writeDbTask(task));
     EXPECT_EQ((Lines{"41", "42", "43"}), ids());
@@ -89,7 +88,6 @@ TEST_F(TaskWriting, AnInsertReturnsTheIdOfTheNewRow)
 
 TEST_F(TaskWriting, AnInsertChangesNothingOfTheTask)
 {
-    TaskInfo task = nightlyScan();
     const orv::CfRef<CFPropertyListRef> parameter = listOf(xmlDocument("<dict/>"));
     task.parameter = parameter.get();
     store->writeDbTask(task);
@@ -104,7 +102,6 @@ TEST_F(TaskWriting, AnInsertChangesNothingOfTheTask)
 
 TEST_F(TaskWriting, AnIdIsNeverReused)
 {
-    TaskInfo task = nightlyScan();
     EXPECT_EQ(1, store->writeDbTask(task));
     EXPECT_EQ(2, store->writeDbTask(task));
     store->deleteDbTask(2);
@@ -115,14 +112,14 @@ TEST_F(TaskWriting, AnIdIsNeverReused)
 
 TEST_F(TaskWriting, ANewTaskIsReadBackAsItWas)
 {
-    TaskInfo task(taskTypeFullOds);
-    task.userId = ben;
-    const orv::OwnedTask read = readTask(store->writeDbTask(task));
-    EXPECT_EQ(task.description, read->description);
+    TaskInfo fullScan(taskTypeFullOds);
+    fullScan.userId = ben;
+    const orv::OwnedTask read = readTask(store->writeDbTask(fullScan));
+    EXPECT_EQ(fullScan.description, read->description);
     EXPECT_EQ('\n', read->description.back());
-    EXPECT_EQ(task.cronTime, read->cronTime);
-    EXPECT_EQ(task.created, read->created);
-    EXPECT_EQ(task.lastRun, read->lastRun);
+    EXPECT_EQ(fullScan.cronTime, read->cronTime);
+    EXPECT_EQ(fullScan.created, read->created);
+    EXPECT_EQ(fullScan.lastRun, read->lastRun);
     EXPECT_EQ(taskTypeFullOds, read->type);
     EXPECT_EQ(ben, read->userId);
 }
@@ -130,7 +127,6 @@ TEST_F(TaskWriting, ANewTaskIsReadBackAsItWas)
 TEST_F(TaskWriting, ADescriptionIsStoredExactly)
 {
     const std::string description("it's \"a\", b;\n-- ?1 %d \u00e4\0 end", 29);
-    TaskInfo task = nightlyScan();
     task.description = description;
     const int id = store->writeDbTask(task);
     EXPECT_EQ(description, readTask(id)->description);
@@ -144,7 +140,6 @@ TEST_F(TaskWriting, ADescriptionIsStoredExactly)
 
 TEST_F(TaskWriting, AnEmptyDescriptionIsAText)
 {
-    TaskInfo task = nightlyScan();
     task.description = "";
     task.id = store->writeDbTask(task);
     EXPECT_EQ(Lines{"text|0"}, queryRows("select typeof(description), length(description) from TaskTable"));
@@ -154,7 +149,6 @@ TEST_F(TaskWriting, AnEmptyDescriptionIsAText)
 
 TEST_F(TaskWriting, ALongDescriptionIsStoredWhole)
 {
-    TaskInfo task = nightlyScan();
     task.description = std::string(100000, 'd');
     task.cronTime = std::string(100000, 'c');
     const orv::OwnedTask read = readTask(store->writeDbTask(task));
@@ -165,7 +159,6 @@ TEST_F(TaskWriting, ALongDescriptionIsStoredWhole)
 TEST_F(TaskWriting, TheRecordFlagIsStoredAsOneOrZero)
 {
     for (const auto& [flag, stored] : {std::pair(1, "1"), {0, "0"}, {2, "0"}, {-1, "0"}, {257, "0"}}) {
-        TaskInfo task = nightlyScan();
         task.recType = flag;
         task.id = store->writeDbTask(task);
         const std::string query = "select recType from TaskTable where id=" + std::to_string(task.id);
@@ -178,7 +171,6 @@ TEST_F(TaskWriting, TheRecordFlagIsStoredAsOneOrZero)
 
 TEST_F(TaskWriting, ExtremeNumbersAreStored)
 {
-    TaskInfo task = nightlyScan();
     task.type = static_cast<TaskType>(INT_MIN);
     task.userId = INT_MIN;
     task.id = store->writeDbTask(task);
@@ -194,22 +186,19 @@ TEST_F(TaskWriting, ExtremeNumbersAreStored)
 
 TEST_F(TaskWriting, ADoubleQuoteInTheScheduleMakesTheInsertFail)
 {
-    TaskInfo task = nightlyScan();
     task.cronTime = "0 3 * * \"1\"";
-    EXPECT_EQ("Database: Write failed (1)", insertFailure(task));
+    EXPECT_EQ("Database: Write failed (1)", insertFailure());
     EXPECT_EQ("0", rows());
 }
 
 TEST_F(TaskWriting, ApostrophesInTheScheduleAreStored)
 {
-    TaskInfo task = nightlyScan();
     task.cronTime = "it's ' * '";
     EXPECT_EQ("it's ' * '", readTask(store->writeDbTask(task))->cronTime);
 }
 
 TEST_F(TaskWriting, AMomentWithoutALocalTimeIsStoredAsAnEmptyTextAndLogged)
 {
-    TaskInfo task = nightlyScan();
     task.created = LONG_MAX;
     task.lastRun = LONG_MIN;
     task.id = store->writeDbTask(task);
@@ -225,7 +214,6 @@ TEST_F(TaskWriting, AParameterIsStoredAsItsXml)
 {
     const std::string xml = xmlDocument("<dict>\n\t<key>Depth</key>\n\t<integer>3</integer>\n</dict>");
     const orv::CfRef<CFPropertyListRef> parameter = listOf(xml);
-    TaskInfo task = nightlyScan();
     task.parameter = parameter.get();
     const int id = store->writeDbTask(task);
     EXPECT_EQ(Lines{"blob|" + xml}, queryRows("select typeof(parameter), parameter from TaskTable"));
@@ -238,39 +226,27 @@ TEST_F(TaskWriting, TheResultOfATaskIsNotStoredWithIt)
 {
     const orv::CfRef<CFMutableDictionaryRef> result(
         CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
-    TaskInfo task = nightlyScan();
     task.result = result.get();
     task.id = store->writeDbTask(task);
     store->modifyDbTask(task);
     EXPECT_EQ(Lines{"NULL"}, queryRows("select result from TaskTable"));
 }
 
-TEST_F(TaskWriting, AParameterThatIsNotAPropertyListCannotBeInserted)
-{
-    const auto parameter = unstorableList();
-    TaskInfo task = nightlyScan();
-    task.parameter = parameter.get();
-    EXPECT_EQ("Database: Write failed (21)", insertFailure(task));
-    EXPECT_EQ("0", rows());
-    EXPECT_EQ(1, CFGetRetainCount(parameter.get()));
-}
-
-TEST_F(TaskWriting, TheTableIsBoundedAfterAParameterThatCannotBeInserted)
+TEST_F(TaskWriting, AParameterThatIsNotAPropertyListCannotBeInsertedButTheTableIsBounded)
 {
     addRows(45, "status=3");
     const auto parameter = unstorableList();
-    TaskInfo task = nightlyScan();
     task.parameter = parameter.get();
-    EXPECT_EQ("Database: Write failed (21)", insertFailure(task));
-    EXPECT_EQ("40", rows());
+    EXPECT_EQ("Database: Write failed (21)", insertFailure());
+    EXPECT_EQ((Lines{"3|40"}), queryRows("select status, count(*) from TaskTable group by status"));
+    EXPECT_EQ(1, CFGetRetainCount(parameter.get()));
 }
 
 TEST_F(TaskWriting, AFailedInsertIsReportedWithThePrimaryCode)
 {
     execSql("create unique index OneName on TaskTable (description)");
-    TaskInfo task = nightlyScan();
     store->writeDbTask(task);
-    EXPECT_EQ("Database: Write failed (19)", insertFailure(task));
+    EXPECT_EQ("Database: Write failed (19)", insertFailure());
 }
 
 // Modifying.
@@ -279,7 +255,6 @@ TEST_F(TaskWriting, AnUpdateStoresAllButCreationAndResult)
 {
     const std::string list = blobLiteral(xmlDocument("<dict/>"));
     const int id = addRow("created='then', result=" + list + ", parameter=" + list);
-    TaskInfo task = nightlyScan();
     task.id = id;
     EXPECT_TRUE(store->modifyDbTask(task));
     EXPECT_EQ(Lines{"1|Nightly scan|6|0 3 * * *|" + xmlDocument("<dict/>") + "|" + xmlDocument("<dict/>")
@@ -291,7 +266,6 @@ TEST_F(TaskWriting, AnUpdateTouchesOnlyItsOwnRow)
 {
     addRow("description='first'");
     addRow("description='second'");
-    TaskInfo task = nightlyScan();
     task.id = 2;
     store->modifyDbTask(task);
     EXPECT_EQ((Lines{"1|first", "2|Nightly scan"}), queryRows("select id, description from TaskTable"));
@@ -300,7 +274,6 @@ TEST_F(TaskWriting, AnUpdateTouchesOnlyItsOwnRow)
 TEST_F(TaskWriting, AnUpdateOfAMissingTaskSucceeds)
 {
     addRow("description='first'");
-    TaskInfo task = nightlyScan();
     EXPECT_TRUE(store->modifyDbTask(task));
     EXPECT_EQ(Lines{"1|first"}, queryRows("select id, description from TaskTable"));
 }
@@ -308,7 +281,6 @@ TEST_F(TaskWriting, AnUpdateOfAMissingTaskSucceeds)
 TEST_F(TaskWriting, AnUpdateChangesNothingOfTheTask)
 {
     const orv::CfRef<CFPropertyListRef> parameter = listOf(xmlDocument("<dict/>"));
-    TaskInfo task = nightlyScan();
     task.id = addRow();
     task.parameter = parameter.get();
     store->modifyDbTask(task);
@@ -322,7 +294,6 @@ TEST_F(TaskWriting, AnUpdateReplacesTheParameter)
 {
     const std::string xml = xmlDocument("<array>\n\t<string>new</string>\n</array>");
     const orv::CfRef<CFPropertyListRef> parameter = listOf(xml);
-    TaskInfo task = nightlyScan();
     task.id = addRow("parameter=x'00'");
     task.parameter = parameter.get();
     store->modifyDbTask(task);
@@ -332,7 +303,6 @@ TEST_F(TaskWriting, AnUpdateReplacesTheParameter)
 TEST_F(TaskWriting, AnUpdateLeavesOutAParameterThatIsNotAPropertyList)
 {
     const auto parameter = unstorableList();
-    TaskInfo task = nightlyScan();
     task.id = addRow("parameter=x'6b657074'");
     task.parameter = parameter.get();
     EXPECT_TRUE(store->modifyDbTask(task));
@@ -342,10 +312,9 @@ TEST_F(TaskWriting, AnUpdateLeavesOutAParameterThatIsNotAPropertyList)
 
 TEST_F(TaskWriting, ADoubleQuoteInTheScheduleMakesTheUpdateFail)
 {
-    TaskInfo task = nightlyScan();
     task.id = addRow("description='kept'");
     task.cronTime = "\"";
-    EXPECT_EQ("Database: Write failed (1)", updateFailure(task));
+    EXPECT_EQ("Database: Write failed (1)", updateFailure());
     EXPECT_EQ(Lines{"kept"}, queryRows("select description from TaskTable"));
 }
 
@@ -451,7 +420,6 @@ TEST_F(TaskWriting, TheBoundGoesByTheOrderInWhichSqliteReturnsTheRows)
 TEST_F(TaskWriting, TheBoundHoldsAfterAnInsert)
 {
     addRows(40, "status=3");
-    TaskInfo task = nightlyScan();
     EXPECT_EQ(41, store->writeDbTask(task));
     EXPECT_EQ("40", rows());
     EXPECT_EQ(Lines{"2|41"}, queryRows("select min(id), max(id) from TaskTable"));
@@ -460,34 +428,24 @@ TEST_F(TaskWriting, TheBoundHoldsAfterAnInsert)
 TEST_F(TaskWriting, TheBoundHoldsAfterAnUpdate)
 {
     addRows(44, "status=3");
-    TaskInfo task = nightlyScan();
     task.id = addRow();
     EXPECT_TRUE(store->modifyDbTask(task));
     EXPECT_EQ("40", rows());
 }
 
-TEST_F(TaskWriting, TheBoundHoldsAfterAFailedInsert)
+TEST_F(TaskWriting, AFailedUpdateDoesNotBoundTheTableAndAFailedInsertDoes)
 {
     addRows(45, "status=3");
-    TaskInfo task = nightlyScan();
     task.cronTime = "\"";
-    EXPECT_EQ("Database: Write failed (1)", insertFailure(task));
-    EXPECT_EQ("40", rows());
-}
-
-TEST_F(TaskWriting, AFailedUpdateDoesNotBoundTheTable)
-{
-    addRows(45, "status=3");
-    TaskInfo task = nightlyScan();
-    task.cronTime = "\"";
-    EXPECT_EQ("Database: Write failed (1)", updateFailure(task));
+    EXPECT_EQ("Database: Write failed (1)", updateFailure());
     EXPECT_EQ("45", rows());
+    EXPECT_EQ("Database: Write failed (1)", insertFailure());
+    EXPECT_EQ("40", rows());
 }
 
 TEST_F(TaskWriting, TheBoundMayDeleteTheTaskThatHasJustFinished)
 {
     addRows(41, "status=1");
-    TaskInfo task = nightlyScan();
     task.id = 20;
     task.status = TaskStatus(5);
     EXPECT_TRUE(store->modifyDbTask(task));
@@ -504,24 +462,16 @@ TEST_F(TaskWriting, ADeletionThatFailsEndsTheBoundAndKeepsWhatWasDone)
     EXPECT_EQ(Lines{"3"}, queryRows("select min(id) from TaskTable"));
 }
 
-TEST_F(TaskWriting, ADeletionThatFailsInTheBoundDoesNotFailTheInsertOrTheUpdate)
+TEST_F(TaskWriting, ADeletionThatFailsInTheBoundNeitherFailsTheInsertOrTheUpdateNorHidesAFailedInsert)
 {
     addRows(45, "status=3");
     protectTask(1);
-    TaskInfo task = nightlyScan();
     EXPECT_EQ(46, store->writeDbTask(task));
     task.id = 46;
     EXPECT_TRUE(store->modifyDbTask(task));
     EXPECT_EQ("46", rows());
-}
-
-TEST_F(TaskWriting, ADeletionThatFailsInTheBoundDoesNotHideAFailedInsert)
-{
-    addRows(45, "status=3");
-    protectTask(1);
-    TaskInfo task = nightlyScan();
     task.cronTime = "\"";
-    EXPECT_EQ("Database: Write failed (1)", insertFailure(task));
+    EXPECT_EQ("Database: Write failed (1)", insertFailure());
 }
 
 TEST_F(TaskWriting, FinishedTasksThatCannotBeListedAreLeft)
@@ -553,40 +503,31 @@ TEST_F(TaskWriting, TheTableIsCountedOnceForTheBound)
 TEST_F(TaskWriting, ATaskIsStoredEvenIfTheTableCannotBeCountedForTheBound)
 {
     const auto hideTable = [] { execSql("alter table TaskTable rename to Hidden"); };
-    {
-        SqliteWatch watch;
-        watch.beforePreparing("select count(*) from TaskTable", hideTable);
-        TaskInfo task = nightlyScan();
-        EXPECT_EQ("TaskTable doesn't exist-1 (1)", insertFailure(task));
-    }
+    SqliteWatch watch;
+    watch.beforePreparing("select count(*) from TaskTable", hideTable);
+    EXPECT_EQ("TaskTable doesn't exist-1 (1)", insertFailure());
     EXPECT_EQ(Lines{"1|Nightly scan"}, queryRows("select id, description from Hidden"));
     execSql("alter table Hidden rename to TaskTable");
-    {
-        SqliteWatch watch;
-        watch.beforePreparing("select count(*) from TaskTable", hideTable);
-        TaskInfo task = nightlyScan();
-        task.id = 1;
-        task.description = "changed";
-        EXPECT_EQ("TaskTable doesn't exist-1 (1)", updateFailure(task));
-    }
+    watch.beforePreparing("select count(*) from TaskTable", hideTable);
+    task.id = 1;
+    task.description = "changed";
+    EXPECT_EQ("TaskTable doesn't exist-1 (1)", updateFailure());
     EXPECT_EQ(Lines{"1|changed"}, queryRows("select id, description from Hidden"));
 }
 
 TEST_F(TaskWriting, BuffersAreReleasedWhenTheBoundThrows)
 {
     const orv::CfRef<CFPropertyListRef> parameter = listOf(xmlDocument("<dict/>"));
-    TaskInfo task = nightlyScan();
     task.parameter = parameter.get();
     execSql("drop table TaskTable");
-    EXPECT_EQ("TaskTable doesn't exist-1 (1)", insertFailure(task)); // a leak checker sees what was not released
-    EXPECT_EQ("Database: Write failed (1)", updateFailure(task));
+    EXPECT_EQ("TaskTable doesn't exist-1 (1)", insertFailure()); // a leak checker sees what was not released
+    EXPECT_EQ("Database: Write failed (1)", updateFailure());
     EXPECT_EQ(1, CFGetRetainCount(parameter.get()));
 }
 
 TEST_F(TaskWriting, ANegativeIdIsUpdatedAndDeletedLikeAnyOther)
 {
     addRow("id=-5");
-    TaskInfo task = nightlyScan();
     task.id = -5;
     store->modifyDbTask(task);
     EXPECT_EQ(Lines{"-5|Nightly scan"}, queryRows("select id, description from TaskTable"));
