@@ -43,8 +43,7 @@ struct WatchState {
     bool doubleQuotesRefused = false;
 };
 std::unique_ptr<WatchState> gWatch;
-thread_local int gDepth
-    = 0; ///< in how many calls of SQLite we are: it calls itself, too, which is not the product's doing
+thread_local int gDepth = 0; ///< calls of SQLite that this thread is in: those that SQLite makes itself do not count
 
 template <class Function> Function* systemsOwn(const char* name)
 {
@@ -317,7 +316,7 @@ void StoreTest::TearDown()
 orv::OwnedTask StoreTest::readTask(int id)
 {
     TaskInfo* task = nullptr;
-    store->getTaskInfoObject(id, &task);
+    EXPECT_TRUE(store->getTaskInfoObject(id, &task));
     return orv::OwnedTask(task);
 }
 

@@ -11,6 +11,7 @@
 #include <type_traits>
 #include <unistd.h>
 
+#include "CfObjects.h"
 #include "StoreTest.h"
 
 using namespace support;
@@ -169,8 +170,7 @@ TEST_F(TaskInfoTest, DoesNotReleaseItsPropertyLists)
 TEST_F(TaskInfoTest, AnOwnedTaskReleasesItsPropertyLists)
 {
     const orv::CfRef<CFPropertyListRef> parameter = listOf(xmlDocument("<dict/>"));
-    const orv::CfRef<CFMutableDictionaryRef> result(
-        CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
+    const auto result = newDictionary();
     {
         const orv::OwnedTask task(new TaskInfo(taskTypeScan));
         task->parameter = CFRetain(parameter.get());

@@ -6,7 +6,7 @@
 #include <unistd.h>
 #include <vector>
 
-#include "CfRef.h"
+#include "CfObjects.h"
 #include "StoreTest.h"
 #include <CoreFoundation/CoreFoundation.h>
 
@@ -18,15 +18,18 @@ using Lines = std::vector<std::string>;
 
 const std::string localTimeFailure = "3: convertTmToString : Error while getting localtime() ";
 
-using MutableDictionary = orv::CfRef<CFMutableDictionaryRef>;
-
-MutableDictionary emptyDictionary()
-{
-    return MutableDictionary(
-        CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
-}
-
-class TaskBookkeeping : public StoreTest { };
+class TaskBookkeeping : public StoreTest {
+protected:
+    /// That every operation on task 1 fails.
+    void expectFailures()
+    {
+        EXPECT_FALSE(store->setTaskStatus(1, TaskStatus(2)));
+        EXPECT_FALSE(store->incrementCount(1));
+        EXPECT_FALSE(store->setLastRunTime(1));
+        EXPECT_FALSE(store->setResult(1, newDictionary().get()));
+        EXPECT_FALSE(store->setResult(1, nullptr));
+    }
+};
 
 TEST_F(TaskBookkeeping, SetsTheStatusOfOneTask)
 {
@@ -65,7 +68,7 @@ TEST_F(TaskBookkeeping, AMissingTaskIsNoFailure)
     addRow("count=4");
     EXPECT_TRUE(store->setTaskStatus(7, TaskStatus(2)));
     EXPECT_TRUE(store->incrementCount(7));
-    EXPECT_TRUE(store->setResult(7, emptyDictionary().get()));
+    EXPECT_TRUE(store->setResult(7, newDictionary().get()));
     EXPECT_EQ(Lines{"1|1|4|NULL"}, queryRows("select id, status, count, result from TaskTable"));
 }
 
@@ -86,25 +89,14 @@ TEST_F(TaskBookkeeping, ATimeThatIsNotLocalIsLoggedOnce)
     const Clock clock(LONG_MAX);
     EXPECT_FALSE(store->setLastRunTime(id));
     EXPECT_EQ(Lines{localTimeFailure}, takeLog());
-    EXPECT_TRUE(store->setResult(id, emptyDictionary().get()));
+    EXPECT_TRUE(store->setResult(id, newDictionary().get()));
     EXPECT_EQ(Lines{localTimeFailure}, takeLog());
-}
-
-TEST_F(TaskBookkeeping, NothingElseIsLogged)
-{
-    execSql("drop table TaskTable");
-    store->setTaskStatus(1, TaskStatus(2));
-    store->incrementCount(1);
-    store->setLastRunTime(1);
-    store->setResult(1, emptyDictionary().get());
-    store->setResult(1, nullptr);
-    EXPECT_EQ(Lines(), takeLog());
 }
 
 TEST_F(TaskBookkeeping, StoresAResultAsItsXml)
 {
     addRows(2, "");
-    const auto result = emptyDictionary();
+    const auto result = newDictionary();
     CFDictionarySetValue(result.get(), CFSTR("Threats"), kCFBooleanFalse);
     EXPECT_TRUE(store->setResult(2, result.get()));
     EXPECT_EQ((Lines{"1|null|NULL", "2|blob|" + xmlDocument("<dict>\n\t<key>Threats</key>\n\t<false/>\n</dict>")}),
@@ -116,7 +108,7 @@ TEST_F(TaskBookkeeping, StoresAResultAsItsXml)
 TEST_F(TaskBookkeeping, AnEmptyResultIsNotNull)
 {
     const int id = addRow();
-    EXPECT_TRUE(store->setResult(id, emptyDictionary().get()));
+    EXPECT_TRUE(store->setResult(id, newDictionary().get()));
     EXPECT_EQ(Lines{xmlDocument("<dict/>")}, queryRows("select result from TaskTable"));
     const orv::OwnedTask task = readTask(id);
     ASSERT_NE(nullptr, task->result);
@@ -134,30 +126,26 @@ TEST_F(TaskBookkeeping, AResultThatIsNullChangesNothing)
 TEST_F(TaskBookkeeping, AResultThatIsNotAPropertyListChangesNothing)
 {
     const int id = addRow("result=x'6b657074'");
-    const auto result = emptyDictionary();
+    const auto result = newDictionary();
     CFDictionarySetValue(result.get(), kCFBooleanTrue, CFSTR("value"));
     EXPECT_FALSE(store->setResult(id, result.get()));
     EXPECT_EQ(Lines{"kept"}, queryRows("select result from TaskTable"));
     EXPECT_EQ(1, CFGetRetainCount(result.get()));
 }
 
-TEST_F(TaskBookkeeping, AFailedStatementReturnsFalseAndThrowsNothing)
+TEST_F(TaskBookkeeping, AFailedStatementReturnsFalseAndIsNeitherThrownNorLogged)
 {
     execSql("drop table TaskTable");
-    EXPECT_FALSE(store->setTaskStatus(1, TaskStatus(2)));
-    EXPECT_FALSE(store->incrementCount(1));
-    EXPECT_FALSE(store->setLastRunTime(1));
-    EXPECT_FALSE(store->setResult(1, emptyDictionary().get()));
+    expectFailures();
+    EXPECT_EQ(Lines(), takeLog());
 }
 
-TEST_F(TaskBookkeeping, AFileThatCannotBeOpenedReturnsFalseAndThrowsNothing)
+TEST_F(TaskBookkeeping, AFileThatIsNoDatabaseReturnsFalseAndIsNeitherThrownNorLogged)
 {
     ASSERT_EQ(0, unlink(databasePath.c_str()));
     writeFile(databasePath, std::string(4096, 'x'));
-    EXPECT_FALSE(store->setTaskStatus(1, TaskStatus(2)));
-    EXPECT_FALSE(store->incrementCount(1));
-    EXPECT_FALSE(store->setLastRunTime(1));
-    EXPECT_FALSE(store->setResult(1, emptyDictionary().get()));
+    expectFailures();
+    EXPECT_EQ(Lines(), takeLog());
 }
 
 TEST_F(TaskBookkeeping, DoesNotBoundTheTable)
@@ -166,7 +154,7 @@ TEST_F(TaskBookkeeping, DoesNotBoundTheTable)
     store->setTaskStatus(1, TaskStatus(5));
     store->incrementCount(1);
     store->setLastRunTime(1);
-    store->setResult(1, emptyDictionary().get());
+    store->setResult(1, newDictionary().get());
     EXPECT_EQ(Lines{"45"}, queryRows("select count(*) from TaskTable"));
 }
 
@@ -175,7 +163,7 @@ TEST_F(TaskBookkeeping, NegativeIdsAreLikeAnyOther)
     addRow("id=-5, count=4");
     EXPECT_TRUE(store->incrementCount(-5));
     EXPECT_TRUE(store->setTaskStatus(-5, TaskStatus(2)));
-    EXPECT_TRUE(store->setResult(-5, emptyDictionary().get()));
+    EXPECT_TRUE(store->setResult(-5, newDictionary().get()));
     EXPECT_EQ(Lines{"5|2|blob"}, queryRows("select count, status, typeof(result) from TaskTable"));
 }
 

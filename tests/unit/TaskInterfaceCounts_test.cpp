@@ -56,22 +56,6 @@ TEST_F(TaskCounts, ListsTheTasksOfOneType)
     EXPECT_EQ((Ids{4}), idsOfType(-4));
 }
 
-TEST_F(TaskCounts, ATypeWithoutTasksHasNoList)
-{
-    addRow("type=1");
-    EXPECT_EQ(0, store->getNumTaskRecord(7));
-    EXPECT_EQ("Data not found (401)", failureOf([this] { store->getTaskIdArray(7); }));
-}
-
-TEST_F(TaskCounts, ATaskOfAUserCountsUpToStatus5)
-{
-    addRow("userId=501, status=1");
-    addRow("userId=501, status=2");
-    addRow("userId=501, status=6");
-    EXPECT_EQ(2, store->getNumTaskRecordForUser(anna));
-    EXPECT_EQ((Ids{1, 2}), idsOfUser(anna));
-}
-
 TEST_F(TaskCounts, ATaskOfAUserCountsWithAnyStatusThatIsNotAbove5)
 {
     for (const char* status : {"-2147483648", "-1", "0", "3", "4", "5", "6", "2147483647", "NULL"})

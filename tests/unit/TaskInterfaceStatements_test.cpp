@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "CfObjects.h"
 #include "CfRef.h"
 #include "StoreTest.h"
 #include <CoreFoundation/CoreFoundation.h>
@@ -30,6 +31,10 @@ std::ostream& operator<<(std::ostream& out, const Statements& statements)
 
 const std::string opened = "open " + databasePath;
 const std::string count = "select count(*) from TaskTable";
+const std::string countOfAnna = "select count(*) from TaskTable where userId=501 and status<=5";
+const std::string listOfAnna = "select id from TaskTable where userId=501 AND status<=5";
+const std::string countOfUsers = "select count(*) from (select distinct userId from TaskTable)";
+const std::string listOfUsers = "select distinct userId from TaskTable";
 
 template <class Operation> void withTask(Operation operation, bool withParameter)
 {
@@ -60,9 +65,7 @@ template <bool withParameter> void update(TaskInterface& store)
 
 void storeResult(TaskInterface& store)
 {
-    const orv::CfRef<CFMutableDictionaryRef> result(
-        CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
-    store.setResult(3, result.get());
+    store.setResult(3, newDictionary().get());
 }
 
 void readWhole(TaskInterface& store)
@@ -90,28 +93,23 @@ const Statements statements[] = {
     {"getNumTaskRecordOfAType", [](TaskInterface& store) { store.getNumTaskRecord(-7); },
         {opened, "select count(*) from TaskTable where type=-7", "close"}},
     {"getNumTaskRecordForUser", [](TaskInterface& store) { store.getNumTaskRecordForUser(501); },
-        {opened, "select count(*) from TaskTable where userId=501 and status<=5", "close"}},
-    {"getNumUser", [](TaskInterface& store) { store.getNumUser(); },
-        {opened, "select count(*) from (select distinct userId from TaskTable)", "close"}},
+        {opened, countOfAnna, "close"}},
+    {"getNumUser", [](TaskInterface& store) { store.getNumUser(); }, {opened, countOfUsers, "close"}},
     {"getTaskIdArray", [](TaskInterface& store) { takeArray(store.getTaskIdArray(), 0); },
         {opened, count, "close", opened, "select id from TaskTable", "close"}},
     {"getTaskIdArrayOfAType", [](TaskInterface& store) { takeArray(store.getTaskIdArray(1), 0); },
         {opened, "select count(*) from TaskTable where type=1", "close", opened,
             "select id from TaskTable where type=1", "close"}},
     {"getTaskIdArrayForUser", [](TaskInterface& store) { takeArray(store.getTaskIdArrayForUser(501), 0); },
-        {opened, "select count(*) from TaskTable where userId=501 and status<=5", "close", opened,
-            "select id from TaskTable where userId=501 AND status<=5", "close"}},
+        {opened, countOfAnna, "close", opened, listOfAnna, "close"}},
     {"taskIds", [](TaskInterface& store) { store.taskIds(); },
         {opened, count, "close", opened, "select id from TaskTable", "close"}},
     {"taskIdsForUser", [](TaskInterface& store) { store.taskIdsForUser(501); },
-        {opened, "select count(*) from TaskTable where userId=501 and status<=5", "close", opened,
-            "select id from TaskTable where userId=501 AND status<=5", "close"}},
+        {opened, countOfAnna, "close", opened, listOfAnna, "close"}},
     {"getNumUserArray", [](TaskInterface& store) { takeArray(store.getNumUserArray(), 0); },
-        {opened, "select count(*) from (select distinct userId from TaskTable)", "close", opened,
-            "select distinct userId from TaskTable", "close"}},
+        {opened, countOfUsers, "close", opened, listOfUsers, "close"}},
     {"userIds", [](TaskInterface& store) { store.userIds(); },
-        {opened, "select count(*) from (select distinct userId from TaskTable)", "close", opened,
-            "select distinct userId from TaskTable", "close"}},
+        {opened, countOfUsers, "close", opened, listOfUsers, "close"}},
     {"getTaskInfoObject", readWhole, {opened, "select * from TaskTable where id=3", "close"}},
     {"getTaskParameter", [](TaskInterface& store) { store.getTaskParameter(3, "crontime"); },
         {opened, "select crontime from TaskTable where id=3", "close"}},
@@ -170,8 +168,7 @@ TEST_F(StoreConnections, AnEmptyListOpensNoSecondConnection)
 {
     SqliteWatch watch;
     EXPECT_EQ("Data not found (401)", failureOf([this] { store->getTaskIdArrayForUser(501); }));
-    EXPECT_EQ(
-        (Lines{opened, "select count(*) from TaskTable where userId=501 and status<=5", "close"}), watch.takeCalls());
+    EXPECT_EQ((Lines{opened, countOfAnna, "close"}), watch.takeCalls());
 }
 
 TEST_F(StoreConnections, TheBoundDeletesEachTaskOnAConnectionOfItsOwn)

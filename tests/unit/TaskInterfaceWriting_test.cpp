@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "CfObjects.h"
 #include "CfRef.h"
 #include "StoreTest.h"
 #include <CoreFoundation/CoreFoundation.h>
@@ -60,10 +61,9 @@ protected:
 };
 
 /// A list that holds what no property list can hold: a key that is no text.
-orv::CfRef<CFMutableDictionaryRef> unstorableList()
+Owned<CFMutableDictionaryRef> unstorableList()
 {
-    orv::CfRef<CFMutableDictionaryRef> list(
-        CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
+    auto list = newDictionary();
     CFDictionarySetValue(list.get(), kCFBooleanTrue, CFSTR("value"));
     return list;
 }
@@ -224,8 +224,7 @@ TEST_F(TaskWriting, AParameterIsStoredAsItsXml)
 
 TEST_F(TaskWriting, TheResultOfATaskIsNotStoredWithIt)
 {
-    const orv::CfRef<CFMutableDictionaryRef> result(
-        CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
+    const auto result = newDictionary();
     task.result = result.get();
     task.id = store->writeDbTask(task);
     store->modifyDbTask(task);

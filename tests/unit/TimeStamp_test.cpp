@@ -1,5 +1,6 @@
 #include <climits>
 #include <ctime>
+#include <ostream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -28,44 +29,76 @@ time_t momentOf(const int (&fields)[9])
     return mktime(&local);
 }
 
-TEST(TimeStamp, HoldsTheNineFieldsSecondsFirstEachWithAComma)
+class TimeStamp : public testing::Test {
+protected:
+    TimeZone utc{"UTC0"};
+};
+
+TEST_F(TimeStamp, HoldsTheNineFieldsSecondsFirstEachWithAComma)
 {
-    const TimeZone utc("UTC0");
     EXPECT_EQ("5,30,8,16,10,126,1,319,0,", convertTmToString(1794817805));
+    EXPECT_EQ("59,59,23,31,11,-1,0,364,0,", convertTmToString(-2208988801));
+    EXPECT_EQ("59,59,23,31,11,2147483647,3,364,0,", convertTmToString(67768036191676799));
 }
 
-TEST(TimeStamp, OfTheEpochInUtc)
+/// A text and the moment that it is read as, in UTC.
+struct Reading {
+    const char* name;
+    const char* text;
+    time_t moment;
+};
+
+std::ostream& operator<<(std::ostream& out, const Reading& reading)
 {
-    const TimeZone utc("UTC0");
-    EXPECT_EQ("0,0,0,1,0,70,4,0,0,", convertTmToString(0));
-    EXPECT_EQ(0, convertStringToTm("0,0,0,1,0,70,4,0,0,"));
+    return out << reading.name;
 }
 
-TEST(TimeStamp, IsInLocalTime)
+class ReadTimeStamp : public TimeStamp, public testing::WithParamInterface<Reading> { };
+
+TEST_P(ReadTimeStamp, Rule)
+{
+    EXPECT_EQ(GetParam().moment, convertStringToTm(GetParam().text));
+}
+
+constexpr time_t lastDayOf1899 = -2209075200; // its first second
+
+const Reading readings[] = {
+    {"HasNineFields", "5,30,8,16,10,126,1,319,0,", 1794817805},
+    {"IsZeroAtTheEpoch", "0,0,0,1,0,70,4,0,0,", 0},
+    {"MayHaveNegativeFields", "59,59,23,31,11,-1,0,364,0,", -2208988801},
+    {"NeedsNoTrailingComma", "5,30,8,16,10,126,1,319,0", 1794817805},
+    {"EndsWithTheNinthNumber", "5,30,8,16,10,126,1,319,0,7,7,7", 1794817805},
+    {"EndsWithTheNinthField", "5,30,8,16,10,126,1,319,0,x", 1794817805},
+    {"IsTheLastDayOf1899IfItIsEmpty", "", lastDayOf1899},
+    {"IsTheLastDayOf1899IfItsFieldsAreEmpty", ",,,,,,,,,", lastDayOf1899},
+    {"HasFieldsThatEndAtTheFirstOtherCharacter", " 5x,+30, 8 ,16.9,10,126,?,?,?", 1794817805},
+    {"MayHaveANegativeSecond", "-5,0,0,1,0,70,0,0,0,", -5},
+    {"MayHaveSecondsAndHoursOutOfRange", "61,0,24,1,0,70,0,0,0,", day + 61},
+    {"MayHaveAMonthOutOfRange", "0,0,0,1,12,70,0,0,0,", 365 * day},
+    {"TakesWeekdayAndDayOfTheYearFromTheDate", "0,0,0,1,0,70,99,-99,0,", 0},
+    {"KeepsTheLow32BitsOfAField", "4294967308,0,0,1,0,70,0,0,0,", 12},
+    {"KeepsTheLow32BitsOfANegativeField", "-4294967308,0,0,1,0,70,0,0,0,", -12},
+    {"IsMinusOneIfItIsImpossible", "0,0,0,1,2147483647,2147483647,0,0,0,", -1},
+};
+
+INSTANTIATE_TEST_SUITE_P(
+    , ReadTimeStamp, testing::ValuesIn(readings), [](const auto& test) { return std::string(test.param.name); });
+
+TEST_F(TimeStamp, IsInLocalTime)
 {
     const TimeZone india("IST-5:30");
     EXPECT_EQ("0,30,5,1,0,70,4,0,0,", convertTmToString(0));
     EXPECT_EQ(0, convertStringToTm("0,30,5,1,0,70,4,0,0,"));
 }
 
-TEST(TimeStamp, FollowsAChangeOfTheTimeZone)
+TEST_F(TimeStamp, FollowsAChangeOfTheTimeZone)
 {
-    {
-        const TimeZone utc("UTC0");
-        EXPECT_EQ("0,0,0,1,0,70,4,0,0,", convertTmToString(0));
-    }
+    EXPECT_EQ("0,0,0,1,0,70,4,0,0,", convertTmToString(0));
     const TimeZone east("XXX-9");
     EXPECT_EQ("0,0,9,1,0,70,4,0,0,", convertTmToString(0));
 }
 
-TEST(TimeStamp, WritesNegativeFieldsWithAMinusSign)
-{
-    const TimeZone utc("UTC0");
-    EXPECT_EQ("59,59,23,31,11,-1,0,364,0,", convertTmToString(-2208988801));
-    EXPECT_EQ(-2208988801, convertStringToTm("59,59,23,31,11,-1,0,364,0,"));
-}
-
-TEST(TimeStamp, DistinguishesTheTwoHoursThatRepeatInAutumn)
+TEST_F(TimeStamp, DistinguishesTheTwoHoursThatRepeatInAutumn)
 {
     const TimeZone zone(centralEurope);
     EXPECT_EQ("0,30,2,25,9,126,0,297,1,", convertTmToString(summerRepeatHour));
@@ -74,7 +107,7 @@ TEST(TimeStamp, DistinguishesTheTwoHoursThatRepeatInAutumn)
     EXPECT_EQ(winterRepeatHour, convertStringToTm("0,30,2,25,9,126,0,297,0,"));
 }
 
-TEST(TimeStamp, ReadsBackWhatWasWritten)
+TEST_F(TimeStamp, ReadsBackWhatWasWritten)
 {
     for (const char* zone : {"UTC0", centralEurope, "NST3:30NDT,M3.2.0,M11.1.0", "XXX12", "YYY-14"}) {
         const TimeZone local(zone);
@@ -83,87 +116,33 @@ TEST(TimeStamp, ReadsBackWhatWasWritten)
     }
 }
 
-TEST(TimeStamp, ObeysTheDaylightFlagOfTheText)
+TEST_F(TimeStamp, ObeysTheDaylightFlagOfTheText)
 {
     const TimeZone zone(centralEurope);
     EXPECT_EQ(convertStringToTm("0,0,12,1,0,126,4,0,0,") - 3600, convertStringToTm("0,0,12,1,0,126,4,0,1,"));
 }
 
-TEST(TimeStamp, NeedsNoTrailingComma)
-{
-    const TimeZone utc("UTC0");
-    EXPECT_EQ(1794817805, convertStringToTm("5,30,8,16,10,126,1,319,0,"));
-    EXPECT_EQ(1794817805, convertStringToTm("5,30,8,16,10,126,1,319,0"));
-}
-
-TEST(TimeStamp, ReadsNothingAfterTheNinthField)
-{
-    const TimeZone utc("UTC0");
-    EXPECT_EQ(1794817805, convertStringToTm("5,30,8,16,10,126,1,319,0,7,7,7"));
-    EXPECT_EQ(1794817805, convertStringToTm("5,30,8,16,10,126,1,319,0,x"));
-}
-
-TEST(TimeStamp, ReadsAShortTextAgainFromItsBeginning)
+TEST_F(TimeStamp, ReadsAShortTextAgainFromItsBeginning)
 {
     const TimeZone zone(centralEurope);
     EXPECT_EQ(momentOf({7, 8, 7, 8, 7, 8, 7, 8, 7}), convertStringToTm("7,8"));
     EXPECT_EQ(momentOf({1, 2, 3, 1, 2, 3, 1, 2, 3}), convertStringToTm("1,2,3"));
 }
 
-TEST(TimeStamp, ReadsAnEmptyFieldAfterATrailingCommaBeforeItStartsAgain)
+TEST_F(TimeStamp, ReadsAnEmptyFieldAfterATrailingCommaBeforeItStartsAgain)
 {
     const TimeZone zone(centralEurope);
     EXPECT_EQ(momentOf({1, 2, 3, 0, 1, 2, 3, 0, 1}), convertStringToTm("1,2,3,"));
     EXPECT_EQ(momentOf({7, 0, 7, 0, 7, 0, 7, 0, 7}), convertStringToTm("7,"));
 }
 
-TEST(TimeStamp, ReadsATextWithoutACommaIntoEveryField)
+TEST_F(TimeStamp, ReadsATextWithoutACommaIntoEveryField)
 {
     const TimeZone zone(centralEurope);
     EXPECT_EQ(momentOf({9, 9, 9, 9, 9, 9, 9, 9, 9}), convertStringToTm("9"));
 }
 
-TEST(TimeStamp, ReadsAnEmptyTextAsTheLastDayOf1899)
-{
-    const TimeZone utc("UTC0");
-    EXPECT_EQ(-2209075200, convertStringToTm("")); // midnight at the start of 31 December 1899
-    EXPECT_EQ(-2209075200, convertStringToTm(",,,,,,,,,"));
-}
-
-TEST(TimeStamp, ReadsFieldsAsNumbersThatEndAtTheFirstOtherCharacter)
-{
-    const TimeZone utc("UTC0");
-    EXPECT_EQ(1794817805, convertStringToTm(" 5x,+30, 8 ,16.9,10,126,?,?,?"));
-    EXPECT_EQ(-5, convertStringToTm("-5,0,0,1,0,70,0,0,0,"));
-}
-
-TEST(TimeStamp, NormalisesFieldsThatAreOutOfRange)
-{
-    const TimeZone utc("UTC0");
-    EXPECT_EQ(86400 + 61, convertStringToTm("61,0,24,1,0,70,0,0,0,"));
-    EXPECT_EQ(convertStringToTm("0,0,0,1,0,71,0,0,0,"), convertStringToTm("0,0,0,1,12,70,0,0,0,"));
-}
-
-TEST(TimeStamp, TakesWeekdayAndDayOfTheYearFromTheDate)
-{
-    const TimeZone utc("UTC0");
-    EXPECT_EQ(0, convertStringToTm("0,0,0,1,0,70,99,-99,0,"));
-}
-
-TEST(TimeStamp, KeepsTheLow32BitsOfFieldsBeyondTheRangeOfInt)
-{
-    const TimeZone utc("UTC0");
-    EXPECT_EQ(12, convertStringToTm("4294967308,0,0,1,0,70,0,0,0,"));
-    EXPECT_EQ(-12, convertStringToTm("-4294967308,0,0,1,0,70,0,0,0,"));
-}
-
-TEST(TimeStamp, OfAnImpossibleTimeIsMinusOne)
-{
-    const TimeZone utc("UTC0");
-    EXPECT_EQ(-1, convertStringToTm("0,0,0,1,2147483647,2147483647,0,0,0,"));
-}
-
-TEST(TimeStamp, AMomentWithoutALocalTimeIsLoggedOnceAndGivesAnEmptyText)
+TEST_F(TimeStamp, AMomentWithoutALocalTimeIsLoggedOnceAndGivesAnEmptyText)
 {
     takeLog();
     EXPECT_EQ("", convertTmToString(LONG_MAX));
@@ -172,7 +151,7 @@ TEST(TimeStamp, AMomentWithoutALocalTimeIsLoggedOnceAndGivesAnEmptyText)
     EXPECT_EQ(Lines{"3: convertTmToString : Error while getting localtime() "}, takeLog());
 }
 
-TEST(TimeStamp, AMomentWithALocalTimeLogsNothing)
+TEST_F(TimeStamp, AMomentWithALocalTimeLogsNothing)
 {
     takeLog();
     convertTmToString(0);
@@ -180,15 +159,8 @@ TEST(TimeStamp, AMomentWithALocalTimeLogsNothing)
     EXPECT_EQ(Lines(), takeLog());
 }
 
-TEST(TimeStamp, OfTheFarFutureIsWhole)
+TEST_F(TimeStamp, CanBeWrittenAndReadByManyThreadsAtOnce)
 {
-    const TimeZone utc("UTC0");
-    EXPECT_EQ("59,59,23,31,11,2147483647,3,364,0,", convertTmToString(67768036191676799));
-}
-
-TEST(TimeStamp, CanBeWrittenAndReadByManyThreadsAtOnce)
-{
-    const TimeZone utc("UTC0");
     const auto roundTrips = [](time_t first) {
         for (time_t moment = first; moment < first + 2000 * day; moment += day + 61)
             ASSERT_EQ(moment, convertStringToTm(convertTmToString(moment)));
