@@ -35,7 +35,8 @@ double millisecondsBetween(const timespec& start, const timespec& end)
         + static_cast<double>(end.tv_nsec - start.tv_nsec) / 1e6;
 }
 
-// The child writes here when it starts the program: what making the process costs depends on this program alone.
+// The child writes here when it starts the program, so that the fork, whose cost depends on this process, does not
+// count.
 timespec& startSharedWithChild()
 {
     static void* const page
@@ -88,7 +89,7 @@ Run timedRun(const std::vector<std::string>& command)
     const int output = memfd_create("output", MFD_CLOEXEC);
     if (output < 0)
         fail("memfd_create");
-    const pid_t child = fork(); // not posix_spawn: the child would begin with this program's peak memory
+    const pid_t child = fork(); // not posix_spawn: the child would start with this process's peak memory
     if (child < 0)
         fail("fork");
     if (child == 0)

@@ -1,6 +1,7 @@
 #include "World.h"
 
 #include "PrivateWorld.h"
+#include "TaskLine.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -15,7 +16,7 @@ namespace fs = std::filesystem;
 namespace {
 
 const std::string spoolDirectory = "/var/spool/cron/crontabs/";
-constexpr int headerLines = 3; // that crontab puts before what it installs; one of them holds the time
+constexpr int headerLines = 3; // crontab puts them before what it installs; one of them has the time
 
 std::string withoutHeader(const std::string& installed)
 {
@@ -42,7 +43,7 @@ std::string bytesOf(const Files& files, const std::string& name)
     return file == files.end() ? "(no such file)" : file->second;
 }
 
-// From the first line on that is not the same, three lines.
+// Three lines of `text`, from the first that differs.
 std::string differentLines(const std::string& text, const std::string& other)
 {
     const auto same = std::mismatch(text.begin(), text.end(), other.begin(), other.end()).first - text.begin();
@@ -61,8 +62,7 @@ std::string firstDifference(const Files& left, const Files& right)
         const std::string one = bytesOf(left, file.first);
         const std::string other = bytesOf(right, file.first);
         if (one != other)
-            return "in " + file.first + " stands\n" + differentLines(one, other) + "in place of\n"
-                + differentLines(other, one);
+            return file.first + " has\n" + differentLines(one, other) + "instead of\n" + differentLines(other, one);
     }
     return "";
 }
@@ -72,7 +72,7 @@ std::string accountOf(int user)
     return "user" + std::to_string(user);
 }
 
-// None that has a short name, "@daily" say: python-crontab would write that in its place.
+// Never a time that has a name such as "@daily": python-crontab would write the name instead.
 std::string cronTimeOf(int task)
 {
     return std::to_string(task % 60) + " " + std::to_string(1 + task % 23) + " * * *";
@@ -83,7 +83,7 @@ std::string taskLines(int user, int tasksOfEach)
     std::string lines;
     for (int task = 1; task <= tasksOfEach; ++task) {
         const int id = user * tasksOfEach + task;
-        lines += taskLine(cronTimeOf(id), id);
+        lines += support::taskLine(id, cronTimeOf(id));
     }
     return lines;
 }
@@ -159,7 +159,7 @@ void Spool::restore() const
         support::writeFile(crontab.path, crontab.bytes);
         if (chown(crontab.path.c_str(), crontab.owner, crontab.group) != 0
             || chmod(crontab.path.c_str(), crontab.mode) != 0)
-            throw std::runtime_error("the crontab " + crontab.path + " cannot be put back");
+            throw std::runtime_error("cannot restore the crontab " + crontab.path);
     }
 }
 
@@ -179,11 +179,6 @@ std::string ownLines(int count)
         lines += std::to_string(line % 60) + " 3 * * * /usr/local/bin/backup --set " + std::to_string(line)
             + " --quiet >/dev/null\n";
     return lines;
-}
-
-std::string taskLine(const std::string& cronTime, int id)
-{
-    return cronTime + " " + support::taskManager + " " + std::to_string(id) + " >> /dev/null 2>&1\n";
 }
 
 void fillDatabase(int users, int tasksOfEach)

@@ -7,11 +7,11 @@
 /// File names with their bytes.
 using Files = std::map<std::string, std::string>;
 
-/// How much there is to do.
+/// What a pass has to work on.
 struct Load {
     int users;
     int tasksOfEach;
-    int linesOfEach; ///< lines of a user's own, beside those of the tasks
+    int linesOfEach; ///< a user's own lines, besides the task lines
 };
 
 /// What a pass leaves behind: the crontabs as they were installed, by account, and the scratch directory.
@@ -26,14 +26,14 @@ std::string difference(const Outcome& left, const Outcome& right);
 /// `files` without their empty lines.
 Files withoutEmptyLines(const Files& files);
 
-/// What is there now, in the private world.
+/// The present crontabs and scratch directory of the private world.
 Outcome presentOutcome();
 
-/// The spool of crontabs as it was found, to be put back before the next run.
+/// A copy of the crontab spool, to restore before the next run.
 class Spool {
 public:
     static Spool asItIs();
-    /// Puts it back, and empties the scratch directory.
+    /// Restores it, and empties the scratch directory.
     void restore() const;
 
 private:
@@ -47,7 +47,7 @@ private:
     std::vector<Crontab> m_crontabs;
 };
 
-/// A private world with a load. The private world must have been entered.
+/// Fills the private world, which must have been entered, with a load.
 class LoadedWorld {
 public:
     explicit LoadedWorld(const Load& load);
@@ -66,12 +66,9 @@ private:
     Spool m_cleanedSpool;
 };
 
-/// `count` lines of a user's own.
+/// `count` lines that are a user's own.
 std::string ownLines(int count);
 
-/// The line of the task `id`.
-std::string taskLine(const std::string& cronTime, int id);
-
-/// Makes the table and `users` x `tasksOfEach` tasks, user after user, of the users firstUser and up.
+/// Creates the table with `tasksOfEach` tasks for each of `users` users, whose user ids start at firstUser.
 void fillDatabase(int users, int tasksOfEach);
 constexpr int firstUser = 20000;

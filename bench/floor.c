@@ -1,6 +1,6 @@
-// The two passes as a plain C program makes them: what the measured program is held against. It makes the same calls -
-// every statement on a connection of its own, the same commands through the shell, the same flushes, look-ups and
-// removals - with SQLite as it is and nothing between.
+// The clean and the rebuild as a plain C program, for comparison. It does what the real program does: every statement
+// on a connection of its own, the same commands through the shell, the same flushes, look-ups and removals. But it
+// calls SQLite directly, and changes none of SQLite's settings.
 
 #include <fcntl.h>
 #include <pwd.h>
@@ -100,7 +100,7 @@ static int count(const char* sql)
     return rows;
 }
 
-// `rows` numbers, for the caller to free; NULL if there are not as many.
+// `rows` numbers, which the caller frees. NULL if there are none, or not as many.
 static int* readInts(const char* sql, int rows)
 {
     int* values = rows < 1 ? NULL : calloc((size_t)rows, sizeof *values);
@@ -142,7 +142,7 @@ static int* listTasks(int uid)
     return readInts(sql, countTasks(uid));
 }
 
-// The name of the account, until the next look-up; NULL if there is none.
+// The name of the account, valid until the next look-up; NULL if there is none.
 static const char* accountName(int uid)
 {
     const struct passwd* account = getpwuid((uid_t)uid);
@@ -180,7 +180,7 @@ static void install(const char* path, const char* account)
     pclose(pipe);
 }
 
-// One character more than a line can keep is read, to see the line feed behind the longest one.
+// Reads one character more than it keeps of a line, to see the line feed after the longest one.
 static void dropTaskLines(FILE* in, FILE* out)
 {
     char line[lineCapacity + 1];

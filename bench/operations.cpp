@@ -1,12 +1,13 @@
-// The operations of the store and the functions on text, one by one, each beside the plain SQLite and C calls that do
-// the same work: "plain" in a name. Runs in a private world. SQLite is set up as the program sets it up, for both,
-// unless the first argument is --as-a-library: then it is left as any other program of the product finds it.
+// Measures the operations of the store and the functions on text, each beside the plain SQLite or C calls that do the
+// same work ("Plain" in the name). Runs in a private world. SQLite has the program's settings, for both. If the first
+// argument is --as-a-library, it has its own, as in the product's other programs.
 
 #include "World.h"
 
 #include "CrontabText.h"
 #include "PrivateWorld.h"
 #include "TaskInterface.h"
+#include "TaskLine.h"
 
 #include <benchmark/benchmark.h>
 #include <cstdint>
@@ -32,7 +33,7 @@ constexpr const char* path = "/usr/local/Quarno/Kestrelcore/var/OrvMacDatabase.d
 void require(bool good, const std::string& what)
 {
     if (!good)
-        throw std::runtime_error(what + " went wrong");
+        throw std::runtime_error(what + " failed");
 }
 
 // --- Databases of several sizes --------------------------------------------------------------------------------------
@@ -48,7 +49,7 @@ void makeDatabase(int rows)
     std::filesystem::rename(path, databaseOf(rows));
 }
 
-// The database of `rows` rows takes the place of the present one.
+// Replaces the present database with the one that has `rows` rows.
 void useDatabase(std::int64_t rows)
 {
     std::filesystem::remove(path);
@@ -305,7 +306,7 @@ void wholeTask(benchmark::State& state)
     }
 }
 
-// One pass of the XML parser over each of the two lists; no object is made.
+// Parses the XML of both lists, but makes no objects of it.
 void wholeTaskPlain(benchmark::State& state)
 {
     givePropertyLists();
@@ -329,12 +330,12 @@ constexpr int linesOfText = 1000;
 constexpr const char* textFile = "/usr/local/private-world/test/text";
 constexpr const char* outputFile = "/usr/local/private-world/test/output";
 
-// Every fifth line is a task's.
+// Every fifth line is a task line.
 std::string mixedText()
 {
     std::string text;
     for (int line = 0; line < linesOfText; line += 5)
-        text += ownLines(4) + taskLine("7 3 * * *", line);
+        text += ownLines(4) + support::taskLine(line, "7 3 * * *");
     return text;
 }
 
@@ -362,7 +363,7 @@ void inFiles(benchmark::State& state, TextFunction function)
     state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(mixedText().size()));
 }
 
-// Without the flushes' writes: the work on the characters alone.
+// Without the writes of the flushes, so only the work on the text.
 void inMemory(benchmark::State& state, TextFunction function)
 {
     const std::string text = mixedText();

@@ -1,19 +1,20 @@
-// Whole runs of the built program beside a plain C program that makes the same calls, a shell script and a program over
-// python-crontab: the same crontabs, the same database, one after the other in each round, in a private world.
+// Measures whole runs of the built program, of a plain C program that makes the same calls (the floor), of a shell
+// script and of a program that uses python-crontab. They run in turn in each round, on the same crontabs and the same
+// database, in a private world.
 //
 //   passes [--rounds N] [--pair] [--program PATH] [--floor PATH] [--load USERS,TASKS,LINES]
 //
-// --pair leaves the script and python-crontab out; --program and --floor put other programs in the places of the two;
-// --load measures one load alone: so many users, with so many tasks and lines of their own each.
-// Ends with status 1 and the difference when the program leaves other crontabs or scratch files behind than the floor,
-// or than it should; so it does for the script and python-crontab, whose scratch files and empty lines are their own
-// affair.
+// --pair leaves out the script and python-crontab. --program and --floor replace these two programs by others. --load
+// measures one load alone: that many users, each with that many tasks and own lines. Ends with status 1, and shows the
+// difference, if one of them leaves other crontabs or scratch files than it should, or the program others than the
+// floor. The scratch files and empty lines of the script and of python-crontab do not count.
 
 #include "Runs.h"
 #include "World.h"
 
 #include "CrontabText.h"
 #include "PrivateWorld.h"
+#include "TaskLine.h"
 
 #include <algorithm>
 #include <chrono>
@@ -51,7 +52,7 @@ const char* const passNames[] = {"clean", "rebuild"};
 
 constexpr int slowRounds = 5;
 const std::string textFile = support::testDirectory + "text";
-constexpr std::size_t program = 0; // the places of the two in the list of contenders
+constexpr std::size_t program = 0; // the positions of these two in the list of contenders
 constexpr std::size_t floorProgram = 1;
 
 double secondsOf(const std::function<void()>& work)
@@ -95,14 +96,14 @@ void requireQuietEnd(const Run& run, const std::string& path)
 
 // --- The same result -------------------------------------------------------------------------------------------------
 
-// Everything that the rules treat in a way of their own: blank, short and long lines, a comment that mentions the task
-// manager, an owner without a crontab, one without an account, one-off tasks, tasks that do not count.
+// All special cases: blank, short and long lines, a comment that mentions the task manager, an owner without a crontab,
+// one without an account, tasks that run only once, and tasks with a status above 5.
 void makeOddWorld()
 {
     support::resetWorld();
     support::addAccount("dora", 504);
     support::addAccount("emil", 505);
-    const std::string task = taskLine("7 * * * *", 9);
+    const std::string task = support::taskLine(9, "7 * * * *");
     support::setCrontab("anna", "0 3 * * * /bin/a\n" + task + "# was: " + task + "5 4 * * * /bin/b\n");
     support::setCrontab("ben", "0 3 * * * /bin/a\n\n" + task + "5 4 * * * /bin/b\n");
     support::setCrontab("carla", "#1\n#2\n0 3 * * * /bin/a\n" + task + "#3\n");
@@ -113,7 +114,7 @@ void makeOddWorld()
           "('',1,'1 * * * *',1,501),('',2,'2 * * * *',5,502),('',3,'3 * * * *',1,501),('',1,'4 * * * *',6,501),"
           "('',6,'5 * * * *',1,503),('',1,'6 * * * *',1,504),('',1,'7 * * * *',1,777),('',1,'8 * * * *',1,505),"
           "('',1,'9 * * * *',2,501),('',1,'no schedule',1,0),('',1,'10 * * * *',6,506)");
-    support::addAccount("fred", 506); // whose only task does not count
+    support::addAccount("fred", 506); // his only task has status 6
 }
 
 std::vector<Outcome> outcomesInOddWorld(const std::string& path)
@@ -131,7 +132,7 @@ void requireSame(const Outcome& found, const Outcome& expected, const std::strin
 {
     const std::string where = difference(found, expected);
     if (!where.empty())
-        throw std::runtime_error(whose + " leaves something else behind: " + where);
+        throw std::runtime_error(whose + " leaves a different result: " + where);
 }
 
 void requireAgreement(const Options& options)
@@ -140,12 +141,12 @@ void requireAgreement(const Options& options)
     const auto theirs = outcomesInOddWorld(options.floor);
     for (std::size_t i = 0; i < ours.size(); ++i)
         requireSame(ours[i], theirs[i], options.program);
-    printf("Program and floor leave the same crontabs and scratch files behind in a world of odd crontabs.\n");
+    printf("Program and floor leave the same crontabs and scratch files in a world of odd crontabs.\n");
 }
 
 // --- Timing ----------------------------------------------------------------------------------------------------------
 
-// The commands of a pass and nothing else: what neither the program nor the floor can do without.
+// Only the commands of a pass, which the program and the floor have to run.
 double millisecondsOfCommands(Pass pass, const LoadedWorld& world)
 {
     pass == clean ? world.restoreRebuilt() : world.restoreCleaned();
@@ -160,12 +161,12 @@ double millisecondsOfCommands(Pass pass, const LoadedWorld& world)
 }
 
 struct Times {
-    std::vector<double> milliseconds; ///< of each round; of a slow contender, of the first rounds only
+    std::vector<double> milliseconds; ///< of each round; for a slow contender, only of the first rounds
     std::vector<double> processor;
     long peakKiB = 0;
 };
 
-// Program and floor change places from round to round, and so do the two slow ones behind them.
+// The program and the floor swap places after each round, and so do the two slow ones after them.
 std::vector<std::size_t> orderOfRound(int round, std::size_t contenders)
 {
     std::vector<std::size_t> order;
@@ -258,14 +259,14 @@ void printRow(Pass pass, const Load& load, const Measured& measured)
     std::fflush(stdout);
 }
 
-/// Loads that differ in one number, and what that number counts, of all users together.
+/// Loads that differ in one number, and the sum of that number over all users.
 struct Axis {
     const char* counted;
     std::function<int(const Load&)> count;
     std::vector<Load> loads;
 };
 
-// What one more of the counted costs, between each two neighbours on the axis.
+// What one more user, task or line costs, between neighbouring loads.
 void printGrowth(
     const Axis& axis, const std::vector<Contender>& contenders, const std::vector<Measured>& ofLoads, Pass pass)
 {
@@ -371,7 +372,7 @@ Load loadFrom(const char* text)
 {
     Load load{};
     if (std::sscanf(text, "%d,%d,%d", &load.users, &load.tasksOfEach, &load.linesOfEach) != 3)
-        throw std::runtime_error(std::string("what load is ") + text + "?");
+        throw std::runtime_error(std::string("not a load: ") + text);
     return load;
 }
 
@@ -383,7 +384,7 @@ Options optionsFrom(int argc, char** argv)
         if (name == "--pair")
             options.pair = true;
         else if (i + 1 == argc)
-            throw std::runtime_error("what is " + name + "?");
+            throw std::runtime_error("unknown option, or its value is missing: " + name);
         else if (name == "--rounds")
             options.rounds = std::max(1, std::atoi(argv[++i]));
         else if (name == "--program")
@@ -393,7 +394,7 @@ Options optionsFrom(int argc, char** argv)
         else if (name == "--load")
             options.load = loadFrom(argv[++i]);
         else
-            throw std::runtime_error("what is " + name + "?");
+            throw std::runtime_error("unknown option: " + name);
     }
     return options;
 }

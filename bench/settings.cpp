@@ -1,5 +1,5 @@
-// What each setting of SQLite does to an operation as the store makes them: a fresh connection, one statement, close.
-// Every setting in processes of its own, one after the other in each round. Runs in a private world.
+// Measures what each setting of SQLite does to an operation of the store: open a connection, run a statement, close.
+// Every setting has processes of its own, one in each round. Runs in a private world.
 //
 //   settings [ROUNDS]
 
@@ -115,14 +115,14 @@ double microsecondsOf(const Statement& statement, int flags)
     return time.count() / statement.repetitions;
 }
 
-// In a process of its own, which prints the figure: SQLite takes settings only before its first use, and what a setting
-// does for memory shows only in a process that has not used much before.
+// Runs in a process of its own, and prints the time. SQLite takes settings only before its first use, and what a
+// setting does for memory shows only in a process that has used little before.
 void measureHere(const Setting& setting, const Statement& statement)
 {
     setting.configure();
-    sqlite3* editors = nullptr; // as in the program, one connection is there throughout, and not used
+    sqlite3* editors = nullptr; // as in the program, one connection stays open and is not used
     require(sqlite3_open_v2(path, &editors, readWrite, nullptr));
-    sqlite3_exec(editors, support::createTaskTable.c_str(), nullptr, nullptr, nullptr); // refused: it is there
+    sqlite3_exec(editors, support::createTaskTable.c_str(), nullptr, nullptr, nullptr); // fails: the table exists
     rowsOf(statement.sql, setting.flags);
     std::printf("%.3f", microsecondsOf(statement, setting.flags));
 }
@@ -140,7 +140,7 @@ void measureStatement(std::size_t statement, int rounds)
     constexpr std::size_t count = std::size(settings);
     std::vector<double> times[count];
     for (int round = 0; round < rounds; ++round)
-        for (std::size_t i = 0; i < count; ++i) { // back and forth, so that each has every other before it
+        for (std::size_t i = 0; i < count; ++i) { // forwards and backwards in turn, so that the order favours none
             const std::size_t place = round % 2 == 0 ? i : count - 1 - i;
             times[place].push_back(measureInProcess(place, statement));
         }

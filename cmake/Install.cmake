@@ -1,4 +1,4 @@
-# What `cmake --install` puts where: the program and the libraries under the prefix, and the product's directories at
+# What `cmake --install` installs: the programs and the libraries under the prefix, and the product's directories at
 # their fixed place.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
@@ -6,7 +6,8 @@ include(CMakePackageConfigHelpers)
 set(orvHeaders ${CMAKE_INSTALL_INCLUDEDIR}/OrvScheduling)
 set(orvPlatformHeaders ${orvHeaders}/platform)
 set(orvPackage ${CMAKE_INSTALL_LIBDIR}/cmake/OrvScheduling)
-# The paths of the task database and of the scratch copies of crontabs are constants of the library, whatever the prefix.
+# The paths of the task database and of the scratch copies of crontabs are constants of the library, whatever the
+# prefix.
 set(orvVar /usr/local/Quarno/Kestrelcore/var)
 
 set(orvDirectories
@@ -25,7 +26,7 @@ endif()
 install(CODE "set(orvDirectories \"${orvDirectories}\")")
 install(SCRIPT cmake/MakeDirectories.cmake)
 
-# The programs edit and read other users' crontabs and are for root.
+# In sbin, because only root can edit and read other users' crontabs.
 install(TARGETS OrvCronCleaner crontab_preview RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
 
 set_target_properties(OrvScheduling PROPERTIES EXPORT_NAME Scheduling)
@@ -36,7 +37,7 @@ install(TARGETS OrvScheduling kblutils OrvLogger OrvCoreFoundation
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
   INCLUDES DESTINATION ${orvHeaders} ${orvPlatformHeaders})
 
-# Those that a user of the libraries includes; the others are for the sources alone.
+# The headers that a user of the libraries includes. The others are for the project's own sources.
 install(FILES
   Common/CfRef.h
   Common/CrontabText.h
@@ -67,7 +68,7 @@ if(APPLE)
 endif()
 install(EXPORT OrvSchedulingTargets NAMESPACE Orv:: DESTINATION ${orvPackage})
 
-# For builds without CMake. The libraries are static, so that a program names all of them, each before those it needs.
+# For builds without CMake. The libraries are static, so a program links all of them, each before those that it needs.
 set(orvPcRequires sqlite3)
 if(ORV_LOGGER_LIBRARY)
   set(orvPcLogger ${ORV_LOGGER_LIBRARY})
@@ -81,7 +82,7 @@ else()
   list(APPEND orvPcRequires pugixml)
 endif()
 list(JOIN orvPcRequires ", " orvPcRequires)
-# Found from where the file itself is, so that the tree can be moved, unless a folder was given as an absolute path.
+# Relative to the file itself, so that the tree can be moved, unless a folder was given as an absolute path.
 file(RELATIVE_PATH orvPcUp /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 set(orvPcPrefix "\${pcfiledir}/${orvPcUp}")
 set(orvPcLibdir "\${prefix}/${CMAKE_INSTALL_LIBDIR}")
@@ -110,13 +111,13 @@ install(FILES
   DESTINATION ${CMAKE_INSTALL_MANDIR}/man3)
 install(FILES man/man8/OrvCronCleaner.8 man/man8/crontab_preview.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 
-# The examples as sources, to read and to build.
+# The sources of the examples, to read and to build.
 install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN *.md)
 install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES tools/crontab_preview/TerminalText.cpp tools/crontab_preview/TerminalText.h
   DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 
-# The scratch copies are of all users' crontabs: nobody but root may look.
+# The scratch directory gets copies of all users' crontabs, which only root may read.
 install(DIRECTORY DESTINATION ${orvVar}
   DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 install(DIRECTORY DESTINATION ${orvVar}/tmp DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)

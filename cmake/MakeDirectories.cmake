@@ -1,6 +1,6 @@
-# Run at the beginning of an install: makes those of the directories in orvDirectories that are missing, with their
-# parents, so that all may search them. Left to CMake they would get what the umask leaves, and with one of 077 the task
-# lines of users other than root could not start what lies below.
+# Runs at the beginning of an install. Makes the missing ones of orvDirectories, with their parents, so that everybody
+# can search them. CMake would apply the umask. With 077, the task lines of users other than root could then not start
+# the task manager.
 foreach(directory IN LISTS orvDirectories)
   cmake_path(ABSOLUTE_PATH directory BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}")
   set(directory "$ENV{DESTDIR}${directory}")

@@ -1,6 +1,6 @@
-# What the targets of this project are compiled with. Users of the libraries get none of it.
+# The compiler's and linker's options for the targets of this project. Users of the libraries do not get them.
 
-# Every target links this one.
+# Every target links this one or the next.
 add_library(orv_warnings INTERFACE)
 target_compile_options(orv_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wformat=2)
 target_compile_features(orv_warnings INTERFACE cxx_std_17)
@@ -15,7 +15,7 @@ if(ORV_FUZZ)
   target_compile_options(orv_warnings INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
-# What runs as root links this one too. Linked to orv_warnings so that a target names one of the two.
+# What runs as root links this one instead, which includes orv_warnings.
 add_library(orv_hardening INTERFACE)
 target_link_libraries(orv_hardening INTERFACE orv_warnings)
 target_compile_options(orv_hardening INTERFACE -fstack-protector-strong)
@@ -28,7 +28,7 @@ if(NOT APPLE)
   target_link_options(orv_hardening INTERFACE -Wl,-z,relro -Wl,-z,now)
 endif()
 
-# For a program that runs for a few milliseconds, of which loading the C++ runtime would be a large part.
+# For a program that runs for a few milliseconds. Loading the C++ runtime would take a large part of them.
 function(orv_link_runtime_statically program)
   if(NOT APPLE AND NOT ORV_SANITIZE)
     target_link_options(${program} PRIVATE -static-libstdc++ -static-libgcc)

@@ -1,4 +1,4 @@
-# What `cpack` makes of the install: a Debian package, and an archive of the same tree from the root directory down.
+# What `cpack` makes: a Debian package, and an archive of the same tree from the root directory down.
 set(CPACK_GENERATOR TGZ)
 find_program(ORV_DPKG dpkg)
 mark_as_advanced(ORV_DPKG)
@@ -24,11 +24,11 @@ Neither installing nor removing this package changes a crontab.
 The package includes the libraries and headers with which the product's other
 programs create, change and delete tasks, and record their runs.")
 
-# The product's directories have a fixed place, which is not under the prefix: only a tree from "/" down holds both.
+# The product's directories have a fixed place outside the prefix, so the tree has to begin at "/".
 set(CPACK_SET_DESTDIR ON)
 set(CPACK_INSTALL_PREFIX /usr)
 if(APPLE)
-  set(CPACK_INSTALL_PREFIX /usr/local) # nobody writes to /usr there, not even root
+  set(CPACK_INSTALL_PREFIX /usr/local) # not even root can write to /usr there
 endif()
 set(CPACK_MONOLITHIC_INSTALL ON)
 set(CPACK_INCLUDE_TOPLEVEL_DIRECTORY OFF)

@@ -1,8 +1,8 @@
-# On a Mac, SQLite is the system's, by way of the SDK: another one, which Homebrew or MacPorts may have put in the way,
-# would not be there where the program is installed. Leaves SQLite3_INCLUDE_DIR and SQLite3_LIBRARY in the cache, where
-# find_package(SQLite3) takes them from. Installed beside the CMake package, whose users link the same library.
+# On a Mac, the programs use the system's SQLite, which the SDK has. CMake might find another one, from Homebrew or
+# MacPorts, that is missing where the programs are installed. Sets SQLite3_INCLUDE_DIR and SQLite3_LIBRARY in the cache,
+# where find_package(SQLite3) looks first. Installed with the CMake package, because its users link the same library.
 set(orvSdk "${CMAKE_OSX_SYSROOT}")
-if(NOT IS_DIRECTORY "${orvSdk}") # the name of an SDK, or none: the compiler's own choice
+if(NOT IS_DIRECTORY "${orvSdk}") # the name of an SDK or, if empty, the default one
   if(NOT orvSdk)
     set(orvSdk macosx)
   endif()

@@ -15,7 +15,7 @@ using Words = std::vector<std::string>;
 struct Field {
     int lowest;
     int highest;
-    Words names; // of the values from the lowest on
+    Words names; // of the values, from the lowest
 };
 
 const std::array<Field, 5> fields = {{{0, 59, {}}, {0, 23, {}}, {1, 31, {}},
@@ -62,7 +62,7 @@ bool isRange(const std::string& text, const Field& field)
     return text == "*" || (ends.size() <= 2 && first != none && first <= last);
 }
 
-// "*", "7", "1-5", and, for a range, "/2" behind it.
+// "7", "1-5" or "*", the last two also with a step: "1-5/2".
 bool isItem(const std::string& text, const Field& field)
 {
     const Words parts = split(text, '/');

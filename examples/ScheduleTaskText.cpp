@@ -30,7 +30,7 @@ std::string lastRunOf(const TaskInfo& task)
     return text;
 }
 
-// One that nobody has named ends in a line break.
+// A default description ends with a line feed.
 std::string descriptionOf(const TaskInfo& task)
 {
     return visible(task.description.substr(0, task.description.find_last_not_of('\n') + 1));

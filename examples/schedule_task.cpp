@@ -45,7 +45,7 @@ int toUid(const std::string& name)
                                                                      : throw UsageError("there is no account " + name);
 }
 
-// It goes into a statement and into a crontab as it stands, and so must be nothing but time fields.
+// The library puts it into SQL and into a crontab unchanged, so it must be nothing but a schedule.
 std::string toSchedule(const std::string& text)
 {
     return isSchedule(text) ? text
@@ -80,7 +80,7 @@ orv::CfRef<CFMutableDictionaryRef> toDictionary(const Words& pairs)
     return made;
 }
 
-// Puts what was given into `task`, which only borrows the parameters; null is none.
+// Sets in `task` what was given. It only borrows the parameters; NULL means none.
 void fill(TaskInfo& task, Options options, CFMutableDictionaryRef parameters)
 {
     task.type = options.count('t') ? toType(options['t']) : task.type;
@@ -94,7 +94,7 @@ void fill(TaskInfo& task, Options options, CFMutableDictionaryRef parameters)
 void create(TaskEditor& editor, int, Options options, const Words& pairs)
 {
     const auto parameters = toDictionary(pairs);
-    TaskInfo task(options.count('t') ? toType(options['t']) : taskTypeScan); // its first description names it
+    TaskInfo task(options.count('t') ? toType(options['t']) : taskTypeScan); // the default description names the type
     fill(task, options, parameters.get());
     std::printf("%d\n", editor.createTask(task, options.count('r') > 0, "LocalTask"));
 }
@@ -103,7 +103,7 @@ void list(TaskEditor& editor, int, Options options, const Words&)
 {
     const int uid = options.count('u') ? toUid(options['u']) : 0;
     std::fputs(taskTableHead, stdout);
-    const bool any = editor.getNumTaskRecord() > 0; // or else the list would throw
+    const bool any = editor.getNumTaskRecord() > 0; // without a task, the list would throw
     for (const int id : any ? editor.taskIds() : TaskInterface::IdList()) {
         const orv::OwnedTask task = editor.task(id);
         if (options.empty() || uid == task->userId)
@@ -115,9 +115,9 @@ void modify(TaskEditor& editor, int id, Options options, const Words& pairs)
 {
     const auto parameters = toDictionary(pairs);
     TaskInfo task = *editor.task(id);
-    task.parameter = nullptr; // the property lists went with the record
+    task.parameter = nullptr; // released with the task that this is a copy of
     task.result = nullptr;
-    fill(task, options, parameters.get()); // where no parameters are given, those in the table stay
+    fill(task, options, parameters.get()); // if no parameters are given, the task keeps those in the table
     editor.modifyTask(task, false);
 }
 
@@ -143,7 +143,7 @@ void remove(TaskEditor& editor, int id, Options, const Words&)
 struct Command {
     void (*run)(TaskEditor& editor, int id, Options options, const Words& pairs);
     std::string options;
-    std::size_t arguments; // in front of the pairs
+    std::size_t arguments; // before the pairs
     bool takesPairs;
 };
 const std::map<std::string, Command> commands

@@ -4,16 +4,16 @@
 #include <cstdlib>
 #include <string>
 
-/// Ends the process, so that the fuzzer keeps the input, if what must hold does not.
+/// Ends the process if `condition` is false, so that the fuzzer keeps the input.
 #define EXPECT(condition)                                                                                              \
     do {                                                                                                               \
         if (!(condition)) {                                                                                            \
-            std::fprintf(stderr, "%s:%d: not so: %s\n", __FILE__, __LINE__, #condition);                               \
+            std::fprintf(stderr, "%s:%d: false: %s\n", __FILE__, __LINE__, #condition);                                \
             std::abort();                                                                                              \
         }                                                                                                              \
     } while (false)
 
-/// As EXPECT, for two texts, which it prints if they differ.
+/// The same for two texts that must be equal. Prints both if they differ.
 #define EXPECT_SAME(found, expected) expectSame(__FILE__, __LINE__, found, expected)
 
 /// `text` as a string literal would hold it.

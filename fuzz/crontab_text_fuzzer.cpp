@@ -1,7 +1,7 @@
-// Any text as a crontab, through the three functions that edit crontabs, against a second implementation that goes over
-// the text with C's own functions.
+// Gives any text as a crontab to the three functions that edit crontabs, and compares the results with those of a
+// second implementation, which uses C's string functions.
 //
-// Input: one byte that chooses the function; for the removal of one task a byte with its id; for the split a line with
+// Input: a byte that chooses the function; for the removal of one task a byte with its id, for the split a line with
 // the schedule of task 0; then the crontab.
 #include "CrontabText.h"
 #include "Expect.h"
@@ -32,7 +32,7 @@ public:
     {
     }
 
-    // "" when there are no more
+    // "" after the last one
     std::string next()
     {
         if (m_cut || m_at == m_text.size())
@@ -125,7 +125,7 @@ std::string expectedSplit(const std::string& text, const std::string& schedule)
 std::string takeLine(std::string& text)
 {
     const std::size_t end = std::min(text.find('\n'), text.size());
-    const std::string line = text.substr(0, end).c_str(); // schedules that the second implementation can hold
+    const std::string line = text.substr(0, end).c_str(); // the second implementation ends at a zero byte
     text.erase(0, end + 1);
     return line;
 }

@@ -1,5 +1,5 @@
-// Any bytes as a task's property lists: they are read as nothing or as a list, and a list that was read is written and
-// read again without a change.
+// Stores any bytes as a task's property lists. They must be read as nothing or as a list, and a list must not change
+// when it is written and read again.
 //
 // Input: the bytes of both columns.
 #include "CfRef.h"
@@ -40,7 +40,7 @@ std::string column(const char* name)
     return bytes == nullptr ? "" : std::string(bytes, static_cast<std::size_t>(sqlite3_column_bytes(select.get(), 0)));
 }
 
-// A date beyond the years that are written, say, can be read all the same.
+// Some lists can be read but not written, for example one with a date after the year 9999.
 bool canBeWritten(CFPropertyListRef list)
 {
     const orv::CfRef<CFDataRef> data(
@@ -77,7 +77,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     EXPECT(again->parameter != nullptr);
     EXPECT(CFGetTypeID(again->parameter) == CFGetTypeID(task->parameter));
     if (written.find("\xef\xbb\xbf") != std::string::npos)
-        return 0; // a byte-order mark at the front of a text is lost each time that it is read
+        return 0; // each reading drops a byte-order mark from the front of a text
     EXPECT(TaskEditor::getInstance()->modifyDbTask(*again));
     EXPECT_SAME(column("parameter"), written);
     return 0;

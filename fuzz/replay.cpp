@@ -1,5 +1,5 @@
-// Runs a fuzzer's function over every file of the folders that are named on the command line. For compilers without
-// libFuzzer, and for the kept inputs in every test run.
+// Calls a fuzzer's function for every file in the folders that the arguments name. For compilers without libFuzzer, and
+// for the kept inputs in every test run.
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
@@ -16,7 +16,7 @@ extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv);
 
 namespace {
 
-std::string namedOnFailure; // what is printed if the function does not come back
+std::string namedOnFailure; // what is printed if the function does not return
 
 void nameInput(int signal)
 {
@@ -36,8 +36,8 @@ int replay(const std::filesystem::path& folder)
             std::fprintf(stderr, "%s cannot be read\n", entry.path().c_str());
             return -1;
         }
-        const std::vector<std::uint8_t> input(bytes.begin(), bytes.end()); // of its own size, so that overreads show
-        namedOnFailure = "The input that fails: " + entry.path().string() + "\n";
+        const std::vector<std::uint8_t> input(bytes.begin(), bytes.end()); // exactly as large, so that overreads show
+        namedOnFailure = "The failing input: " + entry.path().string() + "\n";
         LLVMFuzzerTestOneInput(input.data(), input.size());
         ++inputs;
     }
@@ -57,7 +57,7 @@ int main(int argc, char** argv)
     for (const auto& folder : folders) {
         const int replayed = replay(folder);
         if (replayed < 1) {
-            std::fprintf(stderr, "%s holds no input\n", folder.c_str());
+            std::fprintf(stderr, "%s has no inputs\n", folder.c_str());
             return 1;
         }
         inputs += replayed;

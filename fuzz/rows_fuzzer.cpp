@@ -1,5 +1,5 @@
-// A row with any kind of value in any column, through every operation that reads: each gives what SQLite itself makes
-// of the value, or the exception of a row that is not found.
+// Stores a row with any kind of value in any column, and calls every operation that reads. Each must return what SQLite
+// itself makes of the value, or throw that the row was not found.
 //
 // Input: for each of the twelve columns a byte that chooses the kind of its value, a length byte where that kind has
 // one, and the value's bytes.
@@ -20,7 +20,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
     support::enterPrivateWorld();
     support::resetWorld();
-    // no types: SQLite then stores each value as the kind that it is
+    // without column types, SQLite stores each value as the kind that it is
     support::execSql("create table TaskTable(id, description, type, crontime, parameter, result, created, lastRun, "
                      "status, count, userId, recType)");
     run(prepared("insert into TaskTable(id) values(null)"));
@@ -76,7 +76,7 @@ void bindValue(const Statement& update, int position, Input& input)
         sqlite3_bind_int64(update.get(), position, numberFrom<std::int64_t>(input.take(8)));
         break;
     case 1:
-        sqlite3_bind_int64(update.get(), position, input.byte() % 4); // ids and types that are there
+        sqlite3_bind_int64(update.get(), position, input.byte() % 4); // ids and types that exist
         break;
     case 2:
         sqlite3_bind_double(update.get(), position, numberFrom<double>(input.take(8)));

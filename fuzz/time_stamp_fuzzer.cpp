@@ -1,4 +1,5 @@
-// Any text as a time stamp, against a second reader of its fields; any moment there and back.
+// Reads any text as a time stamp, and compares the result with that of a second reader. Also writes any moment as a
+// time stamp, and reads it back.
 //
 // Input: eight bytes of a moment, then a text.
 #include "Expect.h"
@@ -26,7 +27,7 @@ int asInt(const std::string& field)
     return static_cast<int>(strtoll(field.c_str(), nullptr, 10));
 }
 
-// The fields of the text, over and over: each text without a comma behind it is followed by the beginning.
+// The first nine fields. If there are fewer, they repeat from the beginning.
 std::vector<int> nineFields(const std::string& text)
 {
     std::vector<std::string> fields(1);
@@ -68,7 +69,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::memcpy(&moment, data, sizeof moment);
     const std::string stamp = convertTmToString(moment);
     EXPECT(stamp.empty() || (stamp.back() == ',' && stamp.size() < 100));
-    // Before 1970 clocks were also set back without an end of daylight-saving time, which no flag tells.
+    // Before 1970, clocks were also set back when no daylight-saving time ended. The flag does not tell those hours
+    // apart.
     EXPECT(stamp.empty() || moment < 0 || convertStringToTm(stamp) == moment);
 
     const std::string text(reinterpret_cast<const char*>(data) + sizeof moment, size - sizeof moment);

@@ -1,5 +1,5 @@
-# Run by cpack on the tree that it is about to pack: adds what only a Debian package has, puts the documents where Debian
-# has them, and compresses the manual pages.
+# Run by cpack on the tree that it is about to pack: adds what only a Debian package has, puts the documents where
+# Debian has them, and compresses the manual pages.
 if(NOT CPACK_GENERATOR STREQUAL "DEB")
   return()
 endif()
