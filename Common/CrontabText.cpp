@@ -38,11 +38,6 @@ std::string_view readLine(std::istream& in, LineBuffer& buffer)
     return buffer; // up to the first zero byte
 }
 
-bool mentions(std::string_view line, std::string_view text)
-{
-    return line.find(text) != std::string_view::npos;
-}
-
 void writeLine(std::ostream& out, std::string_view line)
 {
     out << line << '\n' << std::flush;
@@ -117,10 +112,14 @@ private:
 
 } // namespace
 
+std::string taskManagerCommand(int id)
+{
+    return tmanagerPath + std::string(managerName) + ' ' + std::to_string(id);
+}
+
 void writeTaskLine(std::ostream& out, const std::string& cronTime, int id)
 {
-    writeLine(
-        out, cronTime + ' ' + tmanagerPath + std::string(managerName) + ' ' + std::to_string(id) + errorRedirection);
+    writeLine(out, cronTime + ' ' + taskManagerCommand(id) + errorRedirection);
 }
 
 void dropTaskLines(std::istream& in, std::ostream& out)
@@ -130,7 +129,7 @@ void dropTaskLines(std::istream& in, std::ostream& out)
         const std::string_view line = readLine(in, buffer);
         if (line.empty())
             break; // the jobs below an empty line are lost too: a clean has always done that
-        if (mentions(line, managerPath))
+        if (line.find(managerPath) != std::string_view::npos)
             continue;
         if (line.size() >= shortestLineWithEnd)
             writeLine(out, line);
@@ -159,7 +158,7 @@ void splitTaskLines(const CronTimeOf& cronTimeOf, std::istream& in, std::ostream
         const std::string_view line = readLine(in, buffer);
         if (line.empty())
             break;
-        if (mentions(line, managerPath))
+        if (line.find(managerPath) != std::string_view::npos)
             LineSplitter(cronTimeOf, line, out).split();
         else
             writeLine(out, line);

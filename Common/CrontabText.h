@@ -12,8 +12,11 @@ namespace orv {
 // the first 499 characters of a longer line; the rest of the crontab is not written. A stream that cannot be read has
 // no lines. Lines keep their order. A task line is a line that starts the task manager for one task.
 
-/// Writes the task line of the task `id` and flushes `out`: `cronTime` unchanged, then the task manager's path and the
-/// id, with the output discarded.
+/// The shell command that starts the task manager for the task `id`: its path and the id.
+std::string taskManagerCommand(int id);
+
+/// Writes the task line of the task `id` and flushes `out`: `cronTime` unchanged, then the task manager's command, with
+/// the output discarded.
 void writeTaskLine(std::ostream& out, const std::string& cronTime, int id);
 
 /// Copies the lines that do not contain the task manager's path. A line of 1 or 2 characters is written without its
