@@ -9,34 +9,29 @@ namespace {
 
 constexpr CFIndex maxObjects = 1 << 20;
 
-void takeValue(const void* key, const void* value, void* left);
-
-// Subtracts one from `left` for the list and for each use of an object in it. The reader limits how deep a list is.
-void take(CFPropertyListRef list, CFIndex& left)
+// Subtracts one from `*left`, a CFIndex, for `list` and for each use of an object in it. The reader limits the depth.
+void take(const void* list, void* left)
 {
-    if (left == 0)
+    CFIndex& objects = *static_cast<CFIndex*>(left);
+    if (objects == 0)
         return;
-    --left;
+    --objects;
+    const auto takeValue = [](const void*, const void* value, void* rest) { take(value, rest); };
     if (CFGetTypeID(list) == CFDictionaryGetTypeID())
-        CFDictionaryApplyFunction(static_cast<CFDictionaryRef>(list), takeValue, &left);
-    if (CFGetTypeID(list) != CFArrayGetTypeID())
-        return;
-    const auto array = static_cast<CFArrayRef>(list);
-    for (CFIndex i = 0; i < CFArrayGetCount(array) && left > 0; ++i)
-        take(CFArrayGetValueAtIndex(array, i), left);
-}
-
-void takeValue(const void*, const void* value, void* left)
-{
-    take(value, *static_cast<CFIndex*>(left));
+        CFDictionaryApplyFunction(static_cast<CFDictionaryRef>(list), takeValue, left);
+    else if (CFGetTypeID(list) == CFArrayGetTypeID())
+        for (CFIndex i = 0; i < CFArrayGetCount(static_cast<CFArrayRef>(list)) && objects > 0; ++i)
+            take(CFArrayGetValueAtIndex(static_cast<CFArrayRef>(list), i), left);
 }
 
 } // namespace
 
 CfRef<CFPropertyListRef> mutableCopy(CFPropertyListRef list)
 {
+    if (list == nullptr)
+        return nullptr;
     CFIndex left = maxObjects;
-    take(list, left);
+    take(list, &left);
     if (left == 0)
         return nullptr;
     return CfRef<CFPropertyListRef>(

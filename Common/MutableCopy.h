@@ -6,8 +6,8 @@
 
 namespace orv {
 
-/// A copy of a property list in which every container is new and mutable. Null if there is no memory, or if the copy
-/// would have 2^20 objects or more: a short binary list can use one array in so many places that copying takes hours.
+/// A copy of `list` with new, mutable containers. Null if `list` is null, if there is no memory, or if the copy would
+/// have 2^20 objects or more: a short binary list can use one array in so many places that copying takes hours.
 CfRef<CFPropertyListRef> mutableCopy(CFPropertyListRef list);
 
 } // namespace orv

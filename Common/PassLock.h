@@ -17,24 +17,18 @@ namespace orv {
 /// first without a limit; on the same thread, that is for ever.
 class [[nodiscard]] PassLock {
 public:
-    /// Whether the commands that the program starts inherit the lock.
-    enum class Commands {
-        none, ///< The lock ends with the program, even while a crontab command that it started still runs.
-        hold, ///< The lock lasts until those commands have ended too.
-    };
+    /// Which commands that the program starts keep the lock if it is killed. With `none`, its last crontab command can
+    /// install a file that another program has just written. `hold` is for a program that starts nothing but crontab
+    /// commands: a task manager that createTask starts on any thread would keep the lock as long as it runs.
+    enum class Commands { none, hold };
 
     /// Waits until no other PassLock exists, in this program or another.
-    ///
-    /// Commands::hold is for a program that starts nothing but crontab commands. If it is killed, its last command
-    /// keeps the lock, so no other program changes the scratch files under it. But every program started meanwhile, on
-    /// any thread, keeps the lock: a task manager that createTask starts would do so as long as it runs. With
-    /// Commands::none, a killed program's crontab command can install a file that another program has just written.
     [[nodiscard]] explicit PassLock(Commands commands = Commands::none)
-        : m_directory(openDirectory(commands == Commands::hold ? 0 : O_CLOEXEC))
+        : m_directory(openDirectory(commands == Commands::hold ? F_DUPFD : F_DUPFD_CLOEXEC))
     {
-        int locked = -1;
-        while (m_directory >= 0 && (locked = flock(m_directory, LOCK_EX)) != 0 && errno == EINTR) { }
-        m_held = locked == 0;
+        do
+            m_held = m_directory >= 0 && flock(m_directory, LOCK_EX) == 0;
+        while (!m_held && m_directory >= 0 && errno == EINTR);
     }
 
     PassLock(const PassLock&) = delete;
@@ -51,13 +45,11 @@ public:
     bool held() const { return m_held; }
 
 private:
-    static int openDirectory(int closeOnExec)
+    static int openDirectory(int duplicate)
     {
-        const int directory = open(tempPath.c_str(), O_RDONLY | O_DIRECTORY | closeOnExec);
-        if (directory < 0 || directory > STDERR_FILENO)
-            return directory;
-        // A standard descriptor was closed, and the lock got its number: a command would replace it by its own.
-        const int moved = fcntl(directory, closeOnExec == 0 ? F_DUPFD : F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+        const int directory = open(tempPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        // Never a standard descriptor's number, which is free if that was closed: a command would replace the lock.
+        const int moved = fcntl(directory, duplicate, STDERR_FILENO + 1);
         close(directory);
         return moved;
     }

@@ -43,13 +43,11 @@ struct FileCloser {
 };
 using File = std::unique_ptr<FILE, FileCloser>;
 
-// How far a command's output got into the scratch file.
+// What of a command's output is in the scratch file.
 enum class Copy {
-    notStarted, // the command did not start
-    notOpened, // the file could not be opened
-    incomplete, // the file holds a part of the output
-    whole, // the file holds all of it
-    notOurs, // an earlier run's file is still there, and must be neither read nor installed
+    none, // nothing: the command did not start, or the file could not be opened
+    whole, // all of it
+    unusable, // a part of it, or an earlier run's; neither may be installed
 };
 
 // What is still there after removing a scratch file.
@@ -85,14 +83,14 @@ Copy copyOutput(const char* command, const char* path)
 {
     Pipe pipe(popen(command, "r")); // first: if the command does not start, the file keeps its contents
     if (pipe == nullptr)
-        return Copy::notStarted;
+        return Copy::none;
     File file(std::fopen(path, "w"));
     if (file == nullptr)
-        return Copy::notOpened;
+        return Copy::none;
     const bool copied = copyToEnd(pipe.get(), file.get());
     pipe.reset();
     const bool closed = std::fclose(file.release()) == 0;
-    return copied && closed ? Copy::whole : Copy::incomplete;
+    return copied && closed ? Copy::whole : Copy::unusable;
 }
 
 // Nothing if the file cannot be opened or read to its end.
@@ -108,12 +106,6 @@ std::optional<std::string> contentsOf(const std::string& path)
     return std::ferror(file.get()) ? std::nullopt : std::optional<std::string>(std::move(contents));
 }
 
-bool started(const std::string& command)
-{
-    const Pipe pipe(popen(command.c_str(), "r"));
-    return pipe != nullptr; // the destructor waits for the command, and ignores its exit status
-}
-
 std::optional<std::string> accountName(int uid)
 {
     std::vector<char> strings(1024);
@@ -124,15 +116,8 @@ std::optional<std::string> accountName(int uid)
     return found == nullptr ? std::nullopt : std::optional<std::string>(found->pw_name);
 }
 
-std::string crontabCopy()
-{
-    return tempPath + "crontemp.txt";
-}
-
-std::string filteredCopy()
-{
-    return tempPath + "temp2.txt";
-}
+const std::string crontabCopy = tempPath + "crontemp.txt";
+const std::string filteredCopy = tempPath + "temp2.txt";
 
 // One user's crontab. The account is looked up once: if a first look-up failed before reading, and a second one
 // succeeded before installing, an empty crontab would be installed.
@@ -143,34 +128,35 @@ public:
     static Crontab ofUser(int uid)
     {
         const auto name = accountName(uid);
-        return name ? Crontab(command + ("-u " + *name + " ")) : Crontab();
+        return Crontab(name ? command + ("-u " + *name + " ") : "");
     }
 
     bool hasAccount() const { return !m_command.empty(); }
 
     Copy read() const
     {
-        return hasAccount() ? copyOutput((m_command + "-l").c_str(), crontabCopy().c_str()) : Copy::notStarted;
+        return hasAccount() ? copyOutput((m_command + "-l").c_str(), crontabCopy.c_str()) : Copy::none;
     }
 
     // The copy has the same name for all users. One from an earlier run holds another user's jobs: remove it, or else
     // overwrite it, or else do not use it.
     Copy readAnew() const
     {
-        const Leftover leftover = removeLeftover(crontabCopy());
+        const Leftover leftover = removeLeftover(crontabCopy);
         if (leftover == Leftover::other)
-            return Copy::notOurs;
+            return Copy::unusable;
         const Copy copy = read();
-        const bool made = copy == Copy::incomplete || copy == Copy::whole;
-        return made || leftover == Leftover::none ? copy : Copy::notOurs;
+        return copy == Copy::none && leftover == Leftover::file ? Copy::unusable : copy;
     }
 
-    bool install(const std::string& file) const { return hasAccount() && started(m_command + file); }
+    // True if the command started. Waits for it, and ignores its exit status.
+    bool install(const std::string& file) const
+    {
+        return hasAccount() && Pipe(popen((m_command + file).c_str(), "r")) != nullptr;
+    }
 
 private:
     static constexpr auto command = "/usr/bin/crontab ";
-
-    Crontab() = default;
 
     explicit Crontab(std::string beginning)
         : m_command(std::move(beginning))
@@ -193,17 +179,9 @@ bool closeWritten(std::ofstream& out)
 // The text of the copied crontab. Nothing if it may be incomplete or another user's.
 std::optional<std::string> copiedText(Copy copy)
 {
-    switch (copy) {
-    case Copy::notStarted:
-    case Copy::notOpened:
+    if (copy == Copy::none)
         return ""; // the contract: no copy counts as an empty crontab
-    case Copy::whole:
-        return contentsOf(crontabCopy());
-    case Copy::incomplete:
-    case Copy::notOurs:
-        break;
-    }
-    return std::nullopt;
+    return copy == Copy::whole ? contentsOf(crontabCopy) : std::nullopt;
 }
 
 using TextEdit = std::function<void(std::istream& in, std::ostream& out)>;
@@ -214,7 +192,7 @@ bool writeFilteredCopy(const std::string& text, Leftover leftover, const TextEdi
     std::istringstream in(text);
     std::ofstream out;
     if (leftover != Leftover::other)
-        out.open(filteredCopy());
+        out.open(filteredCopy);
     const bool ours = out.is_open() || leftover == Leftover::none;
     edit(in, out);
     return closeWritten(out) && ours;
@@ -224,12 +202,12 @@ bool writeFilteredCopy(const std::string& text, Leftover leftover, const TextEdi
 // files.
 void rewriteCrontab(const Crontab& crontab, const TextEdit& edit)
 {
-    const Leftover leftover = removeLeftover(filteredCopy());
+    const Leftover leftover = removeLeftover(filteredCopy);
     const std::optional<std::string> text = copiedText(crontab.readAnew());
     if (text && writeFilteredCopy(*text, leftover, edit))
-        crontab.install(filteredCopy());
-    std::remove(crontabCopy().c_str());
-    std::remove(filteredCopy().c_str());
+        crontab.install(filteredCopy);
+    std::remove(crontabCopy.c_str());
+    std::remove(filteredCopy.c_str());
 }
 
 // The table may have changed between `count` and `list`.
@@ -257,8 +235,8 @@ void appendTaskLines(TaskEditor& editor, int uid, const Crontab& crontab)
 {
     const Copy copy = crontab.readAnew();
     std::ofstream out;
-    if (copy != Copy::notOurs)
-        out.open(crontabCopy(), std::ios::app);
+    if (copy != Copy::unusable)
+        out.open(crontabCopy, std::ios::app);
     const int count = editor.getNumTaskRecordForUser(uid); // what this throws ends the pass
     if (count < 1)
         return; // nothing to install; the copy stays
@@ -275,16 +253,16 @@ void appendTaskLines(TaskEditor& editor, int uid, const Crontab& crontab)
             continue; // a task that was deleted meanwhile, say; the others still get their lines
         }
     }
-    if (closeWritten(out) && copy != Copy::incomplete && copy != Copy::notOurs)
-        crontab.install(crontabCopy());
-    std::remove(crontabCopy().c_str());
+    if (closeWritten(out) && copy != Copy::unusable)
+        crontab.install(crontabCopy);
+    std::remove(crontabCopy.c_str());
 }
 
 void startTaskManager(int id, const std::string& source)
 {
     // NOLINTNEXTLINE(readability-redundant-string-cstr): a zero byte ends the source, as it would end the command
     const std::string argument = source == "LocalTask" ? "" : std::string(" ") + source.c_str();
-    const std::string command = tmanagerPath + "TessaraTaskManager " + std::to_string(id) + argument + " &";
+    const std::string command = orv::taskManagerCommand(id) + argument + " &";
     // A cut command would lose its "&", or run something else.
     Pipe pipe(command.size() <= maxCommandLength ? popen(command.c_str(), "r") : nullptr);
     if (pipe == nullptr)
@@ -297,8 +275,7 @@ void startTaskManager(int id, const std::string& source)
 
 bool executeCommand(const char* command, const char* path)
 {
-    const Copy copy = copyOutput(command, path);
-    return copy == Copy::whole || copy == Copy::incomplete;
+    return copyOutput(command, path) != Copy::none;
 }
 
 TaskEditor* TaskEditor::getInstance()
@@ -327,13 +304,13 @@ TaskEditor::TaskEditor() = default;
 std::string TaskEditor::readCron()
 {
     Crontab::own().read();
-    return crontabCopy();
+    return crontabCopy;
 }
 
 std::string TaskEditor::readCron(int uid)
 {
     Crontab::ofUser(uid).read();
-    return crontabCopy();
+    return crontabCopy;
 }
 
 bool TaskEditor::writeCron(std::string file)
@@ -391,10 +368,9 @@ bool TaskEditor::deleteTask(int id, bool fromDatabase, bool)
 {
     const std::lock_guard<std::mutex> lock(gMutex);
     const orv::OwnedTask read = task(id);
-    const bool deleted = !fromDatabase || deleteDbTask(id);
-    if (read->type != taskTypeScanNow)
-        deleteCronEntry(id, read->userId);
-    return deleted;
+    if (fromDatabase)
+        deleteDbTask(id);
+    return read->type == taskTypeScanNow || deleteCronEntry(id, read->userId);
 }
 
 bool TaskEditor::deleteCronEntry(int taskId, int uid)

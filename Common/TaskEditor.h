@@ -16,9 +16,9 @@ bool executeCommand(const char* command, const char* path);
 
 /// The task store, and the crontabs that start its tasks.
 ///
-/// Only one operation that reads or installs crontabs may run on a machine at a time, because all editors share the
-/// scratch files "crontemp.txt" and "temp2.txt" in tempPath. No operation takes care of that: hold an orv::PassLock
-/// around it, as OrvCronCleaner does. An editor itself belongs to one thread; getInstance() gives each thread its own.
+/// Hold an orv::PassLock around each operation that reads or installs crontabs: none takes it, and all editors on the
+/// machine share the scratch files "crontemp.txt" and "temp2.txt" in tempPath. An editor belongs to one thread;
+/// getInstance() gives each thread its own.
 ///
 /// Crontabs are read and installed by /usr/bin/crontab, through the shell. Its exit status is ignored: a crontab that
 /// it rejects stays unchanged, and no error is reported. Only the super-user can edit another user's crontab.
@@ -37,11 +37,8 @@ public:
     /// throws; this thread must not call it again after that, because it would wait for ever.
     static TaskEditor* getInstance();
 
-    /// Destroys this thread's editor, if there is one.
-    static void ReleaseInstance();
-
-    /// Opens the task database; see TaskInterface().
-    TaskEditor();
+    static void ReleaseInstance(); ///< Destroys this thread's editor, if there is one.
+    TaskEditor(); ///< Opens the task database; see TaskInterface().
 
     // Crontab I/O.
 
@@ -90,9 +87,8 @@ public:
     /// Writes `task` as modifyDbTask does. The flag is ignored. The crontab is not changed.
     bool modifyTask(TaskInfo& task, bool);
 
-    /// Deletes the task `id`: its row, if `fromDatabase`, then its task line as deleteCronEntry does, unless its type
-    /// is
-    /// 3. The last flag is ignored. Returns true. Throws what getTaskInfoObject and deleteDbTask throw; the crontab is
+    /// Deletes the task `id`: if `fromDatabase`, its row; then, unless its type is 3, its task lines (deleteCronEntry).
+    /// The last flag is ignored. Returns true. Throws what getTaskInfoObject and deleteDbTask throw; the crontab is
     /// then not changed.
     bool deleteTask(int id, bool fromDatabase, bool);
 

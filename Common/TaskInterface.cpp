@@ -11,7 +11,6 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <ctime>
 #include <memory>
 #include <string>
@@ -45,23 +44,22 @@ std::unique_ptr<SqliteDb> openFirstRow(const std::string& sql, const char* failu
     return db;
 }
 
-// The number in the only column of the row, by its position or its name.
-template <class Column> int takeInt(SqliteDb& db, Column column)
+// The number in the only column of the row.
+int takeInt(SqliteDb& db)
 {
     if (db.columnType(0) == SqliteDb::columnBlob) // its cell would hold an address
         return orv::toInt(db.getColumn(0));
-    const std::unique_ptr<valueCell> cell(static_cast<valueCell*>(db[column])); // delete needs the type
+    const std::unique_ptr<valueCell> cell(static_cast<valueCell*>(db[0])); // delete needs the type
     return cell->integer;
 }
 
 int readInt(const std::string& sql, const char* failure)
 {
-    return takeInt(*openFirstRow(sql, failure), 0);
+    return takeInt(*openFirstRow(sql, failure));
 }
 
 // `count` is from an earlier statement: the table may have changed since.
-template <class Column>
-TaskInterface::IdList readIds(int count, const std::string& sql, const char* failure, Column column)
+TaskInterface::IdList readIds(int count, const std::string& sql, const char* failure)
 {
     if (count < 1)
         throw dataNotFound();
@@ -70,62 +68,23 @@ TaskInterface::IdList readIds(int count, const std::string& sql, const char* fai
     int rows = 0;
     for (; db->nextRow(); ++rows)
         if (rows < count)
-            list.ids[static_cast<std::size_t>(rows)] = takeInt(*db, column);
+            list.ids[static_cast<std::size_t>(rows)] = takeInt(*db);
     if (rows != count)
         throw dataNotFound();
     return list;
-}
-
-struct Freer {
-    void operator()(void* bytes) const { std::free(bytes); }
-};
-
-// Bytes that a statement binds.
-struct Bytes {
-    std::unique_ptr<void, Freer> data;
-    unsigned long length = 0;
-};
-
-Bytes columnBytes(SqliteDb& db, int column)
-{
-    const std::unique_ptr<valueCell> cell(static_cast<valueCell*>(db[column]));
-    return {std::unique_ptr<void, Freer>(cell->blob), static_cast<unsigned long>(db.getColumnByte(column))};
-}
-
-orv::CfRef<CFDataRef> dataOf(const void* bytes, std::size_t length)
-{
-    return orv::CfRef<CFDataRef>(
-        CFDataCreate(kCFAllocatorDefault, static_cast<const UInt8*>(bytes), static_cast<CFIndex>(length)));
-}
-
-// The column may be a blob or a text, but only a blob's cell holds a pointer.
-orv::CfRef<CFDataRef> columnData(SqliteDb& db, int column)
-{
-    if (db.columnType(column) == SqliteDb::columnBlob) {
-        const Bytes blob = columnBytes(db, column);
-        return dataOf(blob.data.get(), blob.length);
-    }
-    const std::string text = db.getColumn(column);
-    return dataOf(text.data(), text.size());
 }
 
 orv::CfRef<CFPropertyListRef> readPropertyList(SqliteDb& db, int column)
 {
     if (db.columnType(column) == SqliteDb::columnNull)
         return nullptr;
-    const orv::CfRef<CFDataRef> data = columnData(db, column);
+    const std::string bytes = db.getColumn(column); // of a blob or a text
+    const orv::CfRef<CFDataRef> data(CFDataCreate(
+        kCFAllocatorDefault, reinterpret_cast<const UInt8*>(bytes.data()), static_cast<CFIndex>(bytes.size())));
     if (data == nullptr)
         return nullptr;
     return orv::CfRef<CFPropertyListRef>(
         CFPropertyListCreateWithData(kCFAllocatorDefault, data.get(), 0, nullptr, nullptr));
-}
-
-CFPropertyListRef readParameter(SqliteDb& db, int column)
-{
-    const orv::CfRef<CFPropertyListRef> list = readPropertyList(db, column);
-    if (list == nullptr)
-        return nullptr;
-    return orv::mutableCopy(list.get()).release();
 }
 
 CFMutableDictionaryRef readResult(SqliteDb& db, int column)
@@ -137,23 +96,28 @@ CFMutableDictionaryRef readResult(SqliteDb& db, int column)
     return CFDictionaryCreateMutableCopy(kCFAllocatorDefault, 0, static_cast<CFDictionaryRef>(list.get()));
 }
 
-// XML. No bytes if `list` is null or not a property list, or if there is no memory.
-Bytes serialised(CFPropertyListRef list)
+// XML. Null if `list` is null or not a property list, or if there is no memory.
+orv::CfRef<CFDataRef> serialised(CFPropertyListRef list)
 {
     if (list == nullptr)
-        return {};
-    CFErrorRef error = nullptr;
-    const orv::CfRef<CFDataRef> data(
-        CFPropertyListCreateData(kCFAllocatorDefault, list, kCFPropertyListXMLFormat_v1_0, 0, &error));
-    const orv::CfRef<CFErrorRef> unused(error);
-    if (data == nullptr)
-        return {};
-    const CFIndex length = CFDataGetLength(data.get());
-    Bytes bytes{std::unique_ptr<void, Freer>(std::malloc(static_cast<std::size_t>(length))),
-        static_cast<unsigned long>(length)};
-    if (bytes.data != nullptr)
-        CFDataGetBytes(data.get(), CFRangeMake(0, length), static_cast<UInt8*>(bytes.data.get()));
-    return bytes;
+        return nullptr;
+    return orv::CfRef<CFDataRef>(
+        CFPropertyListCreateData(kCFAllocatorDefault, list, kCFPropertyListXMLFormat_v1_0, 0, nullptr));
+}
+
+using Values = std::vector<SqliteDataContainer>;
+
+// A statement only reads what is bound to it.
+void bindText(Values& values, const std::string& text, int index)
+{
+    TaskInterface::PushSqliteDataContainerIntoVector(
+        values, const_cast<char*>(text.data()), text.size(), sqliteDataText, index);
+}
+
+void bindData(Values& values, CFDataRef data, int index)
+{
+    TaskInterface::PushSqliteDataContainerIntoVector(values, const_cast<UInt8*>(CFDataGetBytePtr(data)),
+        static_cast<unsigned long>(CFDataGetLength(data)), sqliteDataBlob, index);
 }
 
 std::string quoted(const std::string& text)
@@ -243,7 +207,7 @@ int* TaskInterface::getTaskIdArray()
 int* TaskInterface::getTaskIdArray(int type)
 {
     const std::string sql = "select id from TaskTable where type=" + std::to_string(type);
-    return readIds(getNumTaskRecord(type), sql, "Error in taskType", "id").ids.release();
+    return readIds(getNumTaskRecord(type), sql, "Error in taskType").ids.release();
 }
 
 int* TaskInterface::getTaskIdArrayForUser(int uid)
@@ -258,19 +222,19 @@ int* TaskInterface::getNumUserArray()
 
 TaskInterface::IdList TaskInterface::taskIds()
 {
-    return readIds(getNumTaskRecord(), "select id from TaskTable", "TaskTable not found", "id");
+    return readIds(getNumTaskRecord(), "select id from TaskTable", "TaskTable not found");
 }
 
 TaskInterface::IdList TaskInterface::taskIdsForUser(int uid)
 {
     const std::string sql
         = "select id from TaskTable where userId=" + std::to_string(uid) + " AND status<=" + countsAsUsersTask;
-    return readIds(getNumTaskRecordForUser(uid), sql, "Error in taskType", "id");
+    return readIds(getNumTaskRecordForUser(uid), sql, "Error in taskType");
 }
 
 TaskInterface::IdList TaskInterface::userIds()
 {
-    return readIds(getNumUser(), "select distinct userId from TaskTable", "Error in reading values", 0);
+    return readIds(getNumUser(), "select distinct userId from TaskTable", "Error in reading values");
 }
 
 bool TaskInterface::getTaskInfoObject(int id, TaskInfo** out)
@@ -284,7 +248,7 @@ bool TaskInterface::getTaskInfoObject(int id, TaskInfo** out)
     read->id = number(0);
     read->description = db->getColumn(1);
     read->cronTime = db->getColumn(3);
-    read->parameter = readParameter(*db, 4);
+    read->parameter = orv::mutableCopy(readPropertyList(*db, 4).get()).release();
     read->result = readResult(*db, 5);
     read->created = convertStringToTm(db->getColumn(6));
     read->lastRun = convertStringToTm(db->getColumn(7));
@@ -312,7 +276,7 @@ std::string TaskInterface::getTaskParameter(int id, const char* columnName)
 int TaskInterface::getTaskIdByName(std::string name)
 {
     const std::string sql = "select id from TaskTable where description = '" + name + "'";
-    return takeInt(*openFirstRow(sql, "Error in taskName"), "id");
+    return readInt(sql, "Error in taskName");
 }
 
 int TaskInterface::getTaskType(int id)
@@ -327,11 +291,10 @@ int TaskInterface::getTaskStatus(int id)
 
 int TaskInterface::writeDbTask(TaskInfo& task)
 {
-    std::string description = task.description;
     std::string columns = "description";
     std::string literals = "?1";
-    std::vector<SqliteDataContainer> values;
-    PushSqliteDataContainerIntoVector(values, description.data(), description.size(), sqliteDataText, 1);
+    Values values;
+    bindText(values, task.description, 1);
 
     const auto add = [&columns, &literals](const char* column, const std::string& literal) {
         columns += std::string(",") + column;
@@ -339,10 +302,10 @@ int TaskInterface::writeDbTask(TaskInfo& task)
     };
     add("type", std::to_string(task.type));
     add("cronTime", quoted(task.cronTime));
-    const Bytes parameter = serialised(task.parameter);
-    if (task.parameter != nullptr) {
+    const orv::CfRef<CFDataRef> parameter = serialised(task.parameter);
+    if (parameter != nullptr) {
         add("parameter", "?2");
-        PushSqliteDataContainerIntoVector(values, parameter.data.get(), parameter.length, sqliteDataBlob, 2);
+        bindData(values, parameter.get(), 2);
     }
     add("created", quoted(convertTmToString(task.created)));
     add("lastRun", quoted(convertTmToString(task.lastRun)));
@@ -351,7 +314,7 @@ int TaskInterface::writeDbTask(TaskInfo& task)
     const std::string sql = "insert into TaskTable (" + columns + ") values (" + literals + ")";
 
     SqliteDb db(databaseName.c_str(), false);
-    const bool storable = task.parameter == nullptr || parameter.data != nullptr;
+    const bool storable = task.parameter == nullptr || parameter != nullptr;
     if (!storable)
         db.lastError = SqliteDb::resultMisuse;
     const bool written = storable && db.doWriteSql(sql.c_str(), values);
@@ -363,17 +326,15 @@ int TaskInterface::writeDbTask(TaskInfo& task)
 
 bool TaskInterface::modifyDbTask(TaskInfo& task)
 {
-    std::string description = task.description;
-    std::vector<SqliteDataContainer> values;
-    PushSqliteDataContainerIntoVector(values, description.data(), description.size(), sqliteDataText, 1);
-
+    Values values;
+    bindText(values, task.description, 1);
     std::string sql = "update TaskTable set description=?1";
     sql += ", type=" + std::to_string(task.type);
     sql += ", cronTime=" + quoted(task.cronTime);
-    const Bytes parameter = serialised(task.parameter);
-    if (parameter.data != nullptr) { // else the stored one stays
+    const orv::CfRef<CFDataRef> parameter = serialised(task.parameter);
+    if (parameter != nullptr) { // else the stored one stays
         sql += ", parameter=?2";
-        PushSqliteDataContainerIntoVector(values, parameter.data.get(), parameter.length, sqliteDataBlob, 2);
+        bindData(values, parameter.get(), 2);
     }
     sql += ", userId=" + std::to_string(task.userId);
     sql += std::string(", recType=") + flag(task.recType);
@@ -439,17 +400,17 @@ bool TaskInterface::setLastRunTime(int id)
 bool TaskInterface::setResult(int id, CFMutableDictionaryRef result)
 {
     convertTmToString(time(nullptr)); // only for what it logs if there is no local time
-    const Bytes bytes = serialised(result);
-    if (bytes.data == nullptr)
+    const orv::CfRef<CFDataRef> data = serialised(result);
+    if (data == nullptr)
         return false;
-    std::vector<SqliteDataContainer> values;
-    PushSqliteDataContainerIntoVector(values, bytes.data.get(), bytes.length, sqliteDataBlob, 1);
+    Values values;
+    bindData(values, data.get(), 1);
     const std::string sql = "update TaskTable set result=? where id=" + std::to_string(id);
     return SqliteDb(databaseName.c_str(), false).doWriteSql(sql.c_str(), values);
 }
 
 void TaskInterface::PushSqliteDataContainerIntoVector(
-    std::vector<SqliteDataContainer>& values, void* data, unsigned long length, SqliteDataType type, int index)
+    Values& values, void* data, unsigned long length, SqliteDataType type, int index)
 {
     values.push_back({type, data, static_cast<std::int32_t>(length), index});
 }

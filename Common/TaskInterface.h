@@ -42,43 +42,22 @@ public:
     /// Throws SqliteException with SQLite's code if the file cannot be opened or the table cannot be created.
     TaskInterface();
 
-    // Counts and lists. Each list counts first, and throws what that count throws. It throws 401 if the count is 0, or
-    // if the number of rows has changed since. An int* is an array made with new int[n], where n is that count; the
-    // caller frees it with delete[].
+    // Counts, and lists of ids. Each list counts first, and throws what that count throws. It throws 401 if the count
+    // is 0, or if the number of rows has changed since. An int* is an array made with new int[n], where n is that
+    // count; the caller frees it with delete[].
 
-    /// The number of tasks. Throws "TaskTable doesn't exist-1".
-    int getNumTaskRecord();
-
-    /// The number of tasks of type `type`. Throws "Error in taskType".
-    int getNumTaskRecord(int type);
-
+    int getNumTaskRecord(); ///< The number of tasks. Throws "TaskTable doesn't exist-1".
+    int getNumTaskRecord(int type); ///< The number of tasks of type `type`. Throws "Error in taskType".
     /// The number of tasks of user `uid` with status 5 or less. Throws "TaskTable doesn't exist-2".
     int getNumTaskRecordForUser(int uid);
-
-    /// The number of users that own tasks of any status. Throws "Error in taskType".
-    int getNumUser();
-
-    /// The ids of all tasks, getNumTaskRecord() of them. Throws "TaskTable not found".
-    int* getTaskIdArray();
-
-    /// The ids of the tasks of type `type`, getNumTaskRecord(type) of them. Throws "Error in taskType".
-    int* getTaskIdArray(int type);
-
-    /// The ids of the tasks of user `uid` with status 5 or less, getNumTaskRecordForUser(uid) of them. Throws "Error in
-    /// taskType".
-    int* getTaskIdArrayForUser(int uid);
-
-    /// The users that own tasks of any status, getNumUser() of them. Throws "Error in reading values".
-    int* getNumUserArray();
-
-    /// As getTaskIdArray(), with its length.
-    IdList taskIds();
-
-    /// As getTaskIdArrayForUser(uid), with its length.
-    IdList taskIdsForUser(int uid);
-
-    /// As getNumUserArray(), with its length.
-    IdList userIds();
+    int getNumUser(); ///< The number of users that own tasks of any status. Throws "Error in taskType".
+    int* getTaskIdArray(); ///< Ids that getNumTaskRecord() counts. Throws "TaskTable not found".
+    int* getTaskIdArray(int type); ///< Ids that getNumTaskRecord(type) counts. Throws "Error in taskType".
+    int* getTaskIdArrayForUser(int uid); ///< Ids that getNumTaskRecordForUser(uid) counts. Throws "Error in taskType".
+    int* getNumUserArray(); ///< Ids that getNumUser() counts. Throws "Error in reading values".
+    IdList taskIds(); ///< As getTaskIdArray(), with its length.
+    IdList taskIdsForUser(int uid); ///< As getTaskIdArrayForUser(uid), with its length.
+    IdList userIds(); ///< As getNumUserArray(), with its length.
 
     // Reading one task.
 
@@ -99,11 +78,8 @@ public:
     /// apostrophes: it must hold none, and must come from the program. Throws "Error in taskName".
     int getTaskIdByName(std::string name);
 
-    /// The type of the task `id`. Throws "Database error".
-    int getTaskType(int id);
-
-    /// The status of the task `id`. Throws "Error in taskId".
-    int getTaskStatus(int id);
+    int getTaskType(int id); ///< The type of the task `id`. Throws "Database error".
+    int getTaskStatus(int id); ///< The status of the task `id`. Throws "Error in taskId".
 
     // Writing tasks. dbMaxRecordCleaner runs after each insert, even a failed one, and after each successful update. If
     // it throws, the caller gets that exception, but what was written stays.
@@ -120,8 +96,7 @@ public:
     /// Throws "Database: Write failed".
     bool modifyDbTask(TaskInfo& task);
 
-    /// Deletes the task `id`; true even if there is none. Throws "Deletion failed".
-    bool deleteDbTask(int id);
+    bool deleteDbTask(int id); ///< Deletes the task `id`; true even if there is none. Throws "Deletion failed".
 
     /// Deletes all tasks and returns true. Their ids are not used again. Throws "Deletion failed".
     bool clearDatabase();
@@ -134,11 +109,8 @@ public:
     // Recording what a task did. Each changes one column of one row. True if SQLite ran the statement, even if there is
     // no such task; else false. They do not throw SqliteException.
 
-    /// Sets the status of the task `id`, to any number.
-    bool setTaskStatus(int id, TaskStatus status);
-
-    /// Adds 1 to the run count of the task `id`.
-    bool incrementCount(int id);
+    bool setTaskStatus(int id, TaskStatus status); ///< Sets the status of the task `id`, to any number.
+    bool incrementCount(int id); ///< Adds 1 to the run count of the task `id`.
 
     /// Always returns false and changes nothing: its statement lacks quotes, so SQLite rejects it. To store the time of
     /// a run, use modifyDbTask.

@@ -46,12 +46,12 @@ int bind(sqlite3_stmt* statement, const SqliteDataContainer& value)
     return SQLITE_MISUSE;
 }
 
-void* copyOf(const char* bytes, std::size_t size)
+void* copyOf(const std::string& bytes)
 {
-    void* copy = std::malloc(std::max<std::size_t>(size, 1)); // an empty blob has an address too
+    void* copy = std::malloc(std::max<std::size_t>(bytes.size(), 1)); // an empty blob has an address too
     if (copy == nullptr)
         throw std::bad_alloc();
-    return std::memcpy(copy, bytes, size);
+    return std::memcpy(copy, bytes.data(), bytes.size());
 }
 
 } // namespace
@@ -61,7 +61,7 @@ void SqliteDb::Closer::operator()(sqlite3* connection) const
     sqlite3_close(connection);
 }
 
-void SqliteDb::Finalizer::operator()(sqlite3_stmt* statement) const
+void SqliteDb::Closer::operator()(sqlite3_stmt* statement) const
 {
     sqlite3_finalize(statement);
 }
@@ -111,22 +111,17 @@ bool SqliteDb::doReadSql(const char* sql)
 
 bool SqliteDb::nextRow()
 {
-    if (m_rowsPassed > m_rows)
-        return false;
-    ++m_rowsPassed;
-    return m_rowsPassed <= m_rows;
+    return m_rowsPassed <= m_rows && ++m_rowsPassed <= m_rows;
 }
 
 void* SqliteDb::operator[](int column)
 {
     auto cell = std::make_unique<valueCell>();
-    cell->blob = nullptr;
-    if (const Value* value = valueAt(column)) {
-        if (value->type == SQLITE_BLOB)
-            cell->blob = copyOf(m_bytes.data() + value->begin, static_cast<std::size_t>(value->size));
-        else
-            cell->integer = static_cast<std::int32_t>(value->integer);
-    }
+    const Value& value = valueAt(column);
+    if (value.type == SQLITE_BLOB)
+        cell->blob = copyOf(value.text);
+    else
+        cell->integer = static_cast<std::int32_t>(value.integer);
     return cell.release();
 }
 
@@ -139,22 +134,17 @@ void* SqliteDb::operator[](const char* name)
 
 std::string SqliteDb::getColumn(int column)
 {
-    const Value* value = valueAt(column);
-    return value == nullptr ? std::string() : textOf(*value);
+    return valueAt(column).text;
 }
 
 int SqliteDb::getColumnByte(int column)
 {
-    const Value* value = valueAt(column);
-    if (value == nullptr)
-        return 0;
-    return value->type == SQLITE_INTEGER ? static_cast<int>(textOf(*value).size()) : value->size;
+    return static_cast<int>(valueAt(column).text.size());
 }
 
 int SqliteDb::columnType(int column)
 {
-    const Value* value = valueAt(column);
-    return value == nullptr ? SQLITE_NULL : value->type;
+    return valueAt(column).type;
 }
 
 const char* SqliteDb::resultText(int code)
@@ -189,42 +179,30 @@ int SqliteDb::readRows(const char* sql)
     if (result != SQLITE_OK)
         return result;
     while ((result = sqlite3_step(statement.get())) == SQLITE_ROW) {
-        // after the first step: there SQLite prepares the statement again if the table has changed
-        if (m_rows == 0 && (result = readColumnNames(statement.get())) != SQLITE_OK)
-            return result;
         if ((result = readRow(statement.get())) != SQLITE_OK)
             return result;
     }
     return result == SQLITE_DONE ? SQLITE_OK : result;
 }
 
-int SqliteDb::readColumnNames(sqlite3_stmt* statement)
-{
-    for (int column = 0; column < sqlite3_column_count(statement); ++column) {
-        const char* name = sqlite3_column_name(statement, column);
-        if (name == nullptr)
-            return SQLITE_NOMEM;
-        m_columnNames.emplace_back(name);
-    }
-    return SQLITE_OK;
-}
-
 int SqliteDb::readRow(sqlite3_stmt* statement)
 {
-    const int columns = sqlite3_column_count(statement);
-    for (int column = 0; column < columns; ++column) {
-        Value value{0, m_bytes.size(), 0, sqlite3_column_type(statement, column)};
-        value.integer = sqlite3_column_int64(statement, column);
-        if (value.type != SQLITE_INTEGER && value.type != SQLITE_NULL) {
-            const void* bytes = value.type == SQLITE_BLOB
-                ? sqlite3_column_blob(statement, column)
-                : static_cast<const void*>(sqlite3_column_text(statement, column));
-            value.size = sqlite3_column_bytes(statement, column);
-            if (bytes == nullptr && (value.type != SQLITE_BLOB || value.size > 0))
+    for (int column = 0; column < sqlite3_column_count(statement); ++column) {
+        if (m_rows == 0) { // not earlier: the first step prepares the statement again if the table has changed
+            const char* name = sqlite3_column_name(statement, column);
+            if (name == nullptr)
                 return SQLITE_NOMEM;
-            m_bytes.append(static_cast<const char*>(bytes), static_cast<std::size_t>(value.size));
+            m_columnNames.emplace_back(name);
         }
-        m_values.push_back(value);
+        const int type = sqlite3_column_type(statement, column); // first: the others can change it
+        const std::int64_t integer = sqlite3_column_int64(statement, column);
+        const void* bytes = type == SQLITE_BLOB ? sqlite3_column_blob(statement, column)
+                                                : static_cast<const void*>(sqlite3_column_text(statement, column));
+        const int size = sqlite3_column_bytes(statement, column);
+        if (bytes == nullptr && type != SQLITE_NULL && (type != SQLITE_BLOB || size > 0))
+            return SQLITE_NOMEM;
+        m_values.push_back(
+            {type, integer, std::string(static_cast<const char*>(bytes), static_cast<std::size_t>(size))});
     }
     ++m_rows;
     return SQLITE_OK;
@@ -258,24 +236,15 @@ void SqliteDb::forgetRows()
 {
     m_columnNames.clear();
     m_values.clear();
-    m_bytes.clear();
     m_rows = 0;
     m_rowsPassed = 0;
 }
 
-const SqliteDb::Value* SqliteDb::valueAt(int column) const
+const SqliteDb::Value& SqliteDb::valueAt(int column) const
 {
+    static const Value none{SQLITE_NULL, 0, {}};
     const bool current = m_rowsPassed > 0 && m_rowsPassed <= m_rows;
     if (!current || column < 0 || static_cast<std::size_t>(column) >= m_columnNames.size())
-        return nullptr;
-    return &m_values[(m_rowsPassed - 1) * m_columnNames.size() + static_cast<std::size_t>(column)];
-}
-
-std::string SqliteDb::textOf(const Value& value) const
-{
-    if (value.type == SQLITE_NULL)
-        return {};
-    if (value.type == SQLITE_INTEGER)
-        return std::to_string(value.integer);
-    return m_bytes.substr(value.begin, static_cast<std::size_t>(value.size));
+        return none;
+    return m_values[(m_rowsPassed - 1) * m_columnNames.size() + static_cast<std::size_t>(column)];
 }

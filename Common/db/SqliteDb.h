@@ -33,12 +33,9 @@ union valueCell {
 /// Only one thread at a time may use it. It never changes the file's journal mode, schema or settings by itself.
 class SqliteDb {
 public:
-    /// What columnType() returns for NULL.
-    static constexpr int columnNull = 5;
-    /// What columnType() returns for a blob.
-    static constexpr int columnBlob = 4;
-    /// SQLite's result code for misuse.
-    static constexpr int resultMisuse = 21;
+    static constexpr int columnNull = 5; ///< what columnType() returns for NULL
+    static constexpr int columnBlob = 4; ///< what columnType() returns for a blob
+    static constexpr int resultMisuse = 21; ///< SQLite's result code for misuse
 
     /// Makes SQLite faster for a program that uses it on one thread only: no locking between threads, no memory
     /// statistics, a few pages in static memory. It holds for the whole process. Call it before the first connection;
@@ -56,8 +53,7 @@ public:
     SqliteDb(const SqliteDb&) = delete;
     SqliteDb& operator=(const SqliteDb&) = delete;
 
-    /// Closes the connection.
-    virtual ~SqliteDb();
+    virtual ~SqliteDb(); ///< Closes the connection.
 
     /// Runs the read statement `sql` and keeps all of its rows. Other connections can write as soon as it returns. No
     /// row is current yet. Returns false on any error, with lastError set and no rows. It is true even if there are no
@@ -80,8 +76,7 @@ public:
     /// "" for NULL, or if there is no such column or no current row.
     std::string getColumn(int column);
 
-    /// The number of bytes in getColumn(column).
-    int getColumnByte(int column);
+    int getColumnByte(int column); ///< The number of bytes in getColumn(column).
 
     /// SQLite's type code of column `column` of the current row: 1 integer, 2 float, 3 text, 4 blob, 5 NULL. Also 5
     /// if there is no such column or no current row.
@@ -107,36 +102,28 @@ public:
 private:
     struct Closer {
         void operator()(sqlite3* connection) const;
-    };
-
-    /// One value of a row. A float, text or blob has its bytes in m_bytes.
-    struct Value {
-        std::int64_t integer;
-        std::size_t begin;
-        std::int32_t size;
-        std::int32_t type;
-    };
-
-    struct Finalizer {
         void operator()(sqlite3_stmt* statement) const;
     };
-    using Statement = std::unique_ptr<sqlite3_stmt, Finalizer>;
+    using Statement = std::unique_ptr<sqlite3_stmt, Closer>;
+
+    struct Value {
+        int type;
+        std::int64_t integer;
+        std::string text; ///< of a blob: its bytes
+    };
 
     int prepare(const char* sql, Statement& statement) const;
     int readRows(const char* sql);
-    int readColumnNames(sqlite3_stmt* statement);
     int readRow(sqlite3_stmt* statement);
     int write(const char* sql, const std::vector<SqliteDataContainer>& values);
     bool succeeded(int resultCode);
     void forgetRows();
-    const Value* valueAt(int column) const;
-    std::string textOf(const Value& value) const;
+    const Value& valueAt(int column) const;
 
     std::unique_ptr<sqlite3, Closer> m_connection; ///< null if the file could not be opened
     int m_openResult; ///< SQLite's result code for opening the file
     std::vector<std::string> m_columnNames;
     std::vector<Value> m_values; ///< row after row
-    std::string m_bytes;
     std::size_t m_rows = 0;
     std::size_t m_rowsPassed = 0; ///< the current row is the last of these
 };

@@ -14,17 +14,13 @@ public:
     /// The message, NUL-terminated, at most 4095 characters. It is a part of the exception object.
     virtual char* getMessage();
 
-    /// The code, a signed 32-bit number.
-    virtual int getErrorCode();
+    virtual int getErrorCode(); ///< The code, a signed 32-bit number.
 
     // For a failure caught by const reference. Not virtual: programs built earlier rely on the table of virtual
     // functions.
 
-    /// As getMessage() above.
-    const char* getMessage() const { return m_message; }
-
-    /// As getErrorCode() above.
-    int getErrorCode() const { return m_errorCode; }
+    const char* getMessage() const { return m_message; } ///< As getMessage() above.
+    int getErrorCode() const { return m_errorCode; } ///< As getErrorCode() above.
 
 protected:
     /// Copies `message`, cut to 4095 characters, and keeps the low 32 bits of `code`.
