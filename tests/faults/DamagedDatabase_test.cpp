@@ -36,12 +36,7 @@ const std::string crontabBefore = foreignJobs + oldTaskLine + lastForeignJob;
 const std::string crontabCleaned = foreignJobs + lastForeignJob;
 const std::vector<std::string> accounts = {"root", "anna", "ben", "carla"};
 
-std::string textOf(const Ending& ending)
-{
-    return ending.threw ? ending.text + " (" + std::to_string(ending.code) + ")" : ending.text;
-}
-
-// How the operation ends over what `put` makes of the database, its editor having been made before that.
+// How the operation ends when its editor was made first, and then `put` changed the database.
 Ending endingOver(const Put& put, const StoreOperation& operation)
 {
     putSoundDatabase();
@@ -60,7 +55,7 @@ std::string resultOver(const Put& put, const std::string& operation)
     return textOf(endingOver(put, storeOperation(operation)));
 }
 
-// 0, or the code of the exception with which making an editor ends.
+// The code of the exception that making an editor throws; 0 if it throws none.
 int codeOfMaking()
 {
     try {
@@ -104,7 +99,7 @@ void expectForeignJobsKept(bool rebuild)
     }
 }
 
-// True if the tool did its work, false if it said that it could not.
+// True if the tool did its work, false if it printed its message.
 bool toolWorksOver(const Put& put, bool rebuild)
 {
     put();
@@ -298,20 +293,15 @@ void expectOnlyNamingOperationsFail(const Put& put, const std::string& column)
 
 class WrongSchema : public DamagedDatabase, public testing::WithParamInterface<std::string> { };
 
-TEST_P(WrongSchema, WithoutAColumnFailsWhatNamesIt)
+TEST_P(WrongSchema, WithoutAColumnOrWithARenamedOneFailsWhatNamesIt)
 {
-    const Put put = [column = GetParam()] { putDatabaseWithoutColumn(column); };
-    expectOnlyNamingOperationsFail(put, GetParam());
-    EXPECT_EQ(0, codeOfMakingOver(put));
-    expectToolLosesNothing(put);
-}
-
-TEST_P(WrongSchema, WithARenamedColumnFailsWhatNamesIt)
-{
-    const Put put = [column = GetParam()] { putDatabaseWithRenamedColumn(column); };
-    expectOnlyNamingOperationsFail(put, GetParam());
-    EXPECT_EQ(0, codeOfMakingOver(put));
-    expectToolLosesNothing(put);
+    for (const auto& change : {putDatabaseWithoutColumn, putDatabaseWithRenamedColumn}) {
+        SCOPED_TRACE(change == putDatabaseWithoutColumn ? "without it" : "renamed");
+        const Put put = [change, column = GetParam()] { change(column); };
+        expectOnlyNamingOperationsFail(put, GetParam());
+        EXPECT_EQ(0, codeOfMakingOver(put));
+        expectToolLosesNothing(put);
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -365,7 +355,7 @@ TEST_F(DamagedDatabase, InWalModeWorksAndStaysInIt)
 // The sound database, and what the killed writer's transaction would have made of it.
 class KilledWriter : public DamagedDatabase {
 protected:
-    // What each operation gives over the table before the transaction, and over that after it.
+    // What each operation returns before the transaction and after it.
     struct Expected {
         std::set<std::string> results;
         std::set<std::vector<std::string>> tables;
@@ -418,7 +408,7 @@ TEST_F(KilledWriter, LeavesItsTransactionUndoneWhateverReadsTheFileNext)
     const auto all = wrecks("delete");
     const auto hot
         = [](const DatabaseFiles& files) { return !files.journal.empty() && files.database != soundDatabase(); };
-    EXPECT_GT(std::count_if(all.begin(), all.end(), hot), 2); // changed in part, with what it takes to undo that
+    EXPECT_GT(std::count_if(all.begin(), all.end(), hot), 2); // partly changed, with a journal to undo that
     expectAllOrNothing("delete", all);
     for (const DatabaseFiles& wreck : all) {
         putFiles(wreck);
@@ -460,43 +450,38 @@ Put puttingStrange(const std::string& column, const std::string& value)
     return [=] { putDatabaseAfter("update or ignore TaskTable set " + column + "=" + value); };
 }
 
-Put puttingStrangeId(const std::string& value)
+// Calls `check` over the sound database with each strange value in the column. Ids are unique and integers only.
+void forEachStrangeValue(const std::string& column, const std::function<void(const Put&)>& check)
 {
-    return [=] { putDatabaseAfter("update or ignore TaskTable set id=" + value + " where id=1"); };
+    for (const std::string& value : strangeValues) {
+        SCOPED_TRACE(value);
+        if (column != "id")
+            check(puttingStrange(column, value));
+        else if (value.find_first_not_of("-0123456789") == std::string::npos)
+            check([&value] { putDatabaseAfter("update or ignore TaskTable set id=" + value + " where id=1"); });
+    }
 }
 
 class StrangeValues : public DamagedDatabase, public testing::WithParamInterface<std::string> { };
 
 TEST_P(StrangeValues, EndEveryOperationAsDocumented)
 {
-    for (const std::string& value : strangeValues) {
-        SCOPED_TRACE(value);
-        const bool key = GetParam() == "id"; // takes integers only
-        if (!key)
-            expectEveryOperationDocumented(puttingStrange(GetParam(), value));
-        else if (value.find_first_not_of("-0123456789") == std::string::npos)
-            expectEveryOperationDocumented(puttingStrangeId(value));
-    }
+    forEachStrangeValue(GetParam(), expectEveryOperationDocumented);
 }
 
 TEST_P(StrangeValues, CostNobodyAJob)
 {
     const std::set<std::string> toolReads = {"id", "type", "crontime", "status", "userId"};
     if (toolReads.count(GetParam()) == 0)
-        return expectToolLosesNothing(puttingStrange(GetParam(), "x'3132'"));
-    for (const std::string& value : strangeValues) {
-        SCOPED_TRACE(value);
-        if (GetParam() != "id")
-            expectToolLosesNothing(puttingStrange(GetParam(), value));
-        else if (value.find_first_not_of("-0123456789") == std::string::npos)
-            expectToolLosesNothing(puttingStrangeId(value));
-    }
+        expectToolLosesNothing(puttingStrange(GetParam(), "x'3132'"));
+    else
+        forEachStrangeValue(GetParam(), expectToolLosesNothing);
 }
 
 INSTANTIATE_TEST_SUITE_P(
     , StrangeValues, testing::ValuesIn(taskColumns), [](const auto& column) { return column.param; });
 
-// What an id list and a single number make of a value.
+// What a task's type is read as.
 std::string typeRead(const std::string& value)
 {
     return resultOver(puttingStrange("type", value), "getTaskType");
@@ -524,18 +509,18 @@ TEST_F(DamagedDatabase, WithABlobForANumberGivesTheNumberItBeginsWith)
     EXPECT_EQ("501,", resultOver(puttingStrange("userId", "x'353031'"), "userIds"));
 }
 
-// --- What the system's permissions keep from a program that is not root ---
+// --- Files and directories that a program without root's rights may not use ---
 
 class NoPermission : public DamagedDatabase {
 protected:
     void SetUp() override
     {
         DamagedDatabase::SetUp();
-        m_tool = testDirectory + "tool"; // where the build lies, anna may not look
+        m_tool = testDirectory + "tool"; // anna may not read the build's directory
         fs::copy_file(ORV_CRON_CLEANER, m_tool);
     }
 
-    // Runs `checks` as anna. What they find wrong they have told when this returns.
+    // Runs `checks` as anna, in a process of their own. A failed one fails the test.
     static void asAnna(const std::function<void()>& checks)
     {
         std::cout << std::flush;
@@ -555,7 +540,7 @@ protected:
 
     static void setMode(const std::string& path, mode_t mode) { ASSERT_EQ(0, chmod(path.c_str(), mode)); }
 
-    // The tool says its message, and nobody's crontab is another.
+    // The tool prints its message and changes no crontab.
     void expectToolRefuses() const
     {
         for (const std::string& account : accounts)
@@ -584,7 +569,7 @@ protected:
         asAnna([code] { EXPECT_EQ(code, codeOfMaking()); });
     }
 
-    // Reads give what they give to root, writes fail.
+    // Reads return what they return to root, writes fail.
     static void expectOnlyReadsWork(int code)
     {
         for (const StoreOperation& operation : storeOperations()) {
@@ -622,14 +607,14 @@ TEST_F(NoPermission, ForTheDirectoryIsReportedByEveryOperation)
 
 TEST_F(NoPermission, ToWriteTheFileIsReportedByEveryWriteAndByNoRead)
 {
-    umask(022); // so is every file that is put
+    umask(022); // anna may read every file that is put, but not write it
     expectOnlyReadsWork(SQLITE_READONLY);
-    asAnna([] { EXPECT_EQ(0, codeOfMaking()); }); // the table is there, and no more is wanted
+    asAnna([] { EXPECT_EQ(0, codeOfMaking()); }); // the table exists, so there is nothing to write
 }
 
 TEST_F(NoPermission, ToWriteTheDirectoryIsReportedByEveryWriteAndByNoRead)
 {
-    umask(0); // files are for all to write; the directory is not
+    umask(0); // anybody may write the files, but not the directory
     expectOnlyReadsWork(SQLITE_READONLY);
     umask(022);
 }

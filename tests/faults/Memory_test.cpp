@@ -32,13 +32,13 @@
 #include "WorldTest.h"
 #include <CoreFoundation/CoreFoundation.h>
 
-// The operations with the first, second, ... request for memory refused, once and from then on, until a run meets no
-// refusal any more. Where the C library cannot go on for want of memory, it fails as it does for other reasons (popen,
-// fopen, getpwuid_r give null), and what follows is what follows then.
+// Runs the operations with the first request for memory refused, then with the second, and so on until a run meets no
+// refusal: once with that request alone, and once with all later ones, too. In the C library, popen, fopen and
+// getpwuid_r then return null, as they do when they fail for other reasons.
 
 namespace {
 
-char gLogged[256]; // taken down without memory
+char gLogged[256]; // needs no memory
 int gLogLines = 0;
 
 } // namespace
@@ -64,7 +64,7 @@ struct Outcome {
     int code = 0;
     long requests = 0;
     bool refused = false;
-    std::string within; // popen, fopen or getpwuid_r, which then give null
+    std::string within; // popen, fopen or getpwuid_r, if one of them made the request
     std::string place;
 };
 
@@ -130,9 +130,9 @@ struct Sweep {
     std::function<void(const Outcome&, Failing)> check; // after every run that met a refusal
 };
 
-// SQLite makes some 300 requests for each statement of the store, all of them while the statement runs. They are
-// refused one by one where the statement is all there is. In the passes, which run many statements and the crontab
-// program, and in the slow builds, each one that SQLite did not make is refused, and of all of them every so-manieth.
+// SQLite makes some 300 requests for each statement of the store. The tests of a single statement refuse them one by
+// one. The passes run many statements and the crontab program: their tests, and those of slow builds, refuse one by one
+// only what SQLite did not request, and of all requests every stepOf...th.
 constexpr long stepOfStore = FailingMemory::refusesEverything ? 1 : 7;
 constexpr long stepOfPasses = FailingMemory::refusesEverything ? 11 : 61;
 
@@ -178,7 +178,8 @@ protected:
 
 // --- The store ---
 
-// SQLite's own code for want of memory; that for misuse, where a property list could not be made into bytes.
+// An exception must have SQLite's code for too little memory, or that for misuse if a property list could not be made
+// into bytes.
 void expectOutOfMemory(const Outcome& outcome, const std::vector<std::string>& texts)
 {
     if (outcome.end != End::sqliteException)
@@ -256,7 +257,7 @@ INSTANTIATE_TEST_SUITE_P(, StoreMemory, testing::ValuesIn(storeOperations()), na
 
 // --- The making of an editor ---
 
-// In a thread that is new: one that could not make its editor must not ask again.
+// In a new thread each time: a thread that could not make its editor must not ask again.
 Outcome makeEditor(long n, Failing failing)
 {
     return std::async(std::launch::async, [=] {
@@ -339,6 +340,10 @@ std::string lineOfTask(int id)
     return taskLine(id, std::to_string(id) + " 4 * * *");
 }
 
+const std::string annasCrontab = annasStart + lineOfTask(3) + annasEnd;
+const std::string annasCleaned = annasStart + annasEnd;
+const std::string bensCrontab = bensJobs + lineOfTask(6);
+
 class CrontabMemory : public Memory {
 protected:
     void SetUp() override
@@ -357,15 +362,23 @@ protected:
 
     void TearDown() override { m_crontab.reset(); }
 
-    // Each run finds what an earlier one of somebody else's may have left, too.
+    // Also the scratch files that an earlier run for another user may have left.
     void putEverything() const
     {
         putDatabase(m_database);
-        setCrontab("anna", annasStart + lineOfTask(3) + annasEnd);
-        setCrontab("ben", bensJobs + lineOfTask(6));
+        setCrontab("anna", annasCrontab);
+        setCrontab("ben", bensCrontab);
         setCrontab("carla", carlasCrontab);
         writeFile(scratchDirectory + "crontemp.txt", "# somebody else's\n");
         writeFile(scratchDirectory + "temp2.txt", "# somebody else's\n");
+    }
+
+    /// Sweeps over `edit`, from crontabs and rows as putEverything() makes them.
+    template <class Edit> void sweepEdits(Edit edit, const std::function<void(const Outcome&, Failing)>& check)
+    {
+        sweepAll(
+            {[this] { putEverything(); }, [&edit](TaskEditor& editor) { return std::to_string(edit(editor)); }, check},
+            stepOfPasses);
     }
 
     void alsoInDatabase(const std::string& sql)
@@ -376,7 +389,7 @@ protected:
 
     using Texts = std::set<std::string>;
 
-    // `whole`: what the crontab may be. `withoutCopy`: what comes of it where the C library could not copy it.
+    // The crontab must be one of `whole` or, if the C library failed before the copy was made, `withoutCopy`.
     void expectCrontab(const std::string& account, const Outcome& outcome, Failing failing, const Texts& whole,
         const std::string& withoutCopy)
     {
@@ -388,7 +401,7 @@ protected:
         EXPECT_EQ(carlasCrontab, crontabOf("carla"));
     }
 
-    // That the C library has been made to fail: it then leaves no copy, and what counts as empty is installed.
+    // Shows that the C library was made to fail: without a copy, the crontab counts as empty.
     void expectSomeUncopied() const { EXPECT_EQ(FailingMemory::refusesEverything, m_uncopied > 0); }
 
     Rows rowsNow() const { return queryRows("select * from TaskTable order by id"); }
@@ -407,8 +420,8 @@ protected:
         std::string whole;
     };
 
-    /// Counts one run that ended with std::bad_alloc. Whether an exception was let out shows only where one request
-    /// was refused; where all are, the next step throws, too.
+    /// Counts one run that ended with std::bad_alloc. Only where a single request was refused does that show that the
+    /// exception was let out; where all later ones are refused, the next step throws, too.
     void countCameOut(bool installed, Failing failing, const Edit& edit)
     {
         if (installed || failing == Failing::fromThenOn)
@@ -436,7 +449,7 @@ protected:
         return std::filesystem::exists(path) ? readFile(path) : "";
     }
 
-    /// That one refusal did not show: the operation returned, and the C library was not made to fail.
+    /// Whether one refusal changed nothing: the operation returned, and no function of the C library failed.
     static bool wentOn(const Outcome& outcome, Failing failing)
     {
         return outcome.end == End::returned && outcome.within.empty() && failing == Failing::once;
@@ -451,12 +464,10 @@ private:
 
 TEST_F(CrontabMemory, ForACleanRunsOutAnywhereWithoutALostJob)
 {
-    const std::string annas = annasStart + lineOfTask(3) + annasEnd;
-    const std::string annasCleaned = annasStart + annasEnd;
     const auto check = [&](const Outcome& outcome, Failing failing) {
         expectOutOfMemory(outcome, {"Error in taskType", "Error in reading values"});
-        expectCrontab("anna", outcome, failing, {annas, annasCleaned}, "");
-        expectCrontab("ben", outcome, failing, {bensJobs + lineOfTask(6), bensJobs}, "");
+        expectCrontab("anna", outcome, failing, {annasCrontab, annasCleaned}, "");
+        expectCrontab("ben", outcome, failing, {bensCrontab, bensJobs}, "");
         const bool annaDone = crontabOf("anna") == annasCleaned;
         const bool benDone = crontabOf("ben") == bensJobs;
         if (wentOn(outcome, failing)) {
@@ -464,13 +475,11 @@ TEST_F(CrontabMemory, ForACleanRunsOutAnywhereWithoutALostJob)
         }
         if (outcome.end == End::outOfMemory) { // whoever comes later is not reached
             EXPECT_TRUE(annaDone || !benDone);
-            EXPECT_TRUE(annaDone || scratchText("crontemp.txt") != bensJobs + lineOfTask(6));
-            countCameOut(annaDone, failing, {"temp2.txt", annas, annasCleaned});
+            EXPECT_TRUE(annaDone || scratchText("crontemp.txt") != bensCrontab);
+            countCameOut(annaDone, failing, {"temp2.txt", annasCrontab, annasCleaned});
         }
     };
-    sweepAll(
-        {[this] { putEverything(); }, [](TaskEditor& editor) { return std::to_string(editor.cleanCron()); }, check},
-        stepOfPasses);
+    sweepEdits([](TaskEditor& editor) { return editor.cleanCron(); }, check);
     EXPECT_EQ(annasCleaned, crontabOf("anna"));
     expectSomeUncopied();
     expectCameOutAtEachStep();
@@ -479,37 +488,35 @@ TEST_F(CrontabMemory, ForACleanRunsOutAnywhereWithoutALostJob)
 
 TEST_F(CrontabMemory, ForARebuildRunsOutAnywhereWithoutALostJob)
 {
-    const std::string annas = annasStart + lineOfTask(3) + annasEnd;
-    const std::string bens = bensJobs + lineOfTask(6);
     int leftOut = 0;
     int withoutALine = 0;
     const auto check = [&](const Outcome& outcome, Failing failing) {
         expectOutOfMemory(outcome, {"Error in taskType", "Error in reading values", "TaskTable doesn't exist-2"});
         expectCrontab("anna", outcome, failing,
-            {annas, annas + lineOfTask(3), annas + lineOfTask(5), annas + lineOfTask(3) + lineOfTask(5)},
+            {annasCrontab, annasCrontab + lineOfTask(3), annasCrontab + lineOfTask(5),
+                annasCrontab + lineOfTask(3) + lineOfTask(5)},
             lineOfTask(3) + lineOfTask(5));
-        expectCrontab("ben", outcome, failing, {bens, bens + lineOfTask(6)}, lineOfTask(6));
+        expectCrontab("ben", outcome, failing, {bensCrontab, bensCrontab + lineOfTask(6)}, lineOfTask(6));
         const std::string annasNow = crontabOf("anna");
-        const bool benDone = crontabOf("ben") == bens + lineOfTask(6);
-        const bool annaWhole = annasNow == annas + lineOfTask(3) + lineOfTask(5);
+        const bool benDone = crontabOf("ben") == bensCrontab + lineOfTask(6);
+        const bool annaWhole = annasNow == annasCrontab + lineOfTask(3) + lineOfTask(5);
         if (wentOn(outcome, failing)) {
-            EXPECT_TRUE(annaWhole || benDone); // one of them goes without, no more
-            leftOut += annasNow == annas ? 1 : 0;
-            withoutALine += !annaWhole && annasNow != annas ? 1 : 0;
+            EXPECT_TRUE(annaWhole || benDone); // at most one of them misses a line
+            leftOut += annasNow == annasCrontab ? 1 : 0;
+            withoutALine += !annaWhole && annasNow != annasCrontab ? 1 : 0;
         }
         if (outcome.end == End::outOfMemory) { // not while a task is read or its line written
             EXPECT_TRUE(annaWhole || !benDone);
             if (failing == Failing::once) {
-                EXPECT_NE(annas + lineOfTask(3), scratchText("crontemp.txt"));
+                EXPECT_NE(annasCrontab + lineOfTask(3), scratchText("crontemp.txt"));
             }
-            countCameOut(annasNow != annas, failing, {"crontemp.txt", annas, annas + lineOfTask(3) + lineOfTask(5)});
+            countCameOut(annasNow != annasCrontab, failing,
+                {"crontemp.txt", annasCrontab, annasCrontab + lineOfTask(3) + lineOfTask(5)});
         }
     };
-    sweepAll(
-        {[this] { putEverything(); }, [](TaskEditor& editor) { return std::to_string(editor.putCronFromDB()); }, check},
-        stepOfPasses);
-    EXPECT_EQ(annas + lineOfTask(3) + lineOfTask(5), crontabOf("anna"));
-    EXPECT_EQ(bens + lineOfTask(6), crontabOf("ben"));
+    sweepEdits([](TaskEditor& editor) { return editor.putCronFromDB(); }, check);
+    EXPECT_EQ(annasCrontab + lineOfTask(3) + lineOfTask(5), crontabOf("anna"));
+    EXPECT_EQ(bensCrontab + lineOfTask(6), crontabOf("ben"));
     expectSomeUncopied();
     expectCameOutAtEachStep();
     EXPECT_GT(leftOut, 0);
@@ -529,7 +536,7 @@ TEST_F(CrontabMemory, ForARefreshRunsOutAnywhereWithoutALostJob)
     const auto check = [&](const Outcome& outcome, Failing failing) {
         expectOutOfMemory(outcome, {"Error in taskType", "Error in reading values", "Error in querying table"});
         expectCrontab("anna", outcome, failing, {annas, refreshed}, "");
-        expectCrontab("ben", outcome, failing, {bensJobs + lineOfTask(6)}, "");
+        expectCrontab("ben", outcome, failing, {bensCrontab}, "");
         if (wentOn(outcome, failing)) {
             EXPECT_EQ(refreshed, crontabOf("anna"));
         }
@@ -546,13 +553,11 @@ TEST_F(CrontabMemory, ForTheRemovalOfALineRunsOutAnywhereWithoutALostJob)
 {
     const auto check = [this](const Outcome& outcome, Failing failing) {
         EXPECT_NE(End::sqliteException, outcome.end) << outcome;
-        expectCrontab("anna", outcome, failing, {annasStart + lineOfTask(3) + annasEnd, annasStart + annasEnd}, "");
-        EXPECT_EQ(bensJobs + lineOfTask(6), crontabOf("ben"));
+        expectCrontab("anna", outcome, failing, {annasCrontab, annasCleaned}, "");
+        EXPECT_EQ(bensCrontab, crontabOf("ben"));
     };
-    sweepAll({[this] { putEverything(); },
-                 [](TaskEditor& editor) { return std::to_string(editor.deleteCronEntry(3, anna)); }, check},
-        stepOfPasses);
-    EXPECT_EQ(annasStart + annasEnd, crontabOf("anna"));
+    sweepEdits([](TaskEditor& editor) { return editor.deleteCronEntry(3, anna); }, check);
+    EXPECT_EQ(annasCleaned, crontabOf("anna"));
     expectSomeUncopied();
 }
 
@@ -563,22 +568,19 @@ TEST_F(CrontabMemory, ForTheDeletionOfATaskRunsOutAnywhereWithoutALostJob)
     const Rows after(before.begin() + 1, before.end());
     const auto check = [&](const Outcome& outcome, Failing failing) {
         expectOutOfMemory(outcome, {"Error in querying table", "Deletion failed"});
-        expectCrontab("anna", outcome, failing, {annasStart + lineOfTask(3) + annasEnd, annasStart + annasEnd}, "");
-        EXPECT_EQ(bensJobs + lineOfTask(6), crontabOf("ben"));
+        expectCrontab("anna", outcome, failing, {annasCrontab, annasCleaned}, "");
+        EXPECT_EQ(bensCrontab, crontabOf("ben"));
         const Rows rows = rowsNow();
         EXPECT_TRUE(rows == after || (rows == before && outcome.end != End::returned)) << testing::PrintToString(rows);
-        EXPECT_TRUE(rows == after || crontabOf("anna") == annasStart + lineOfTask(3) + annasEnd); // the row goes first
+        EXPECT_TRUE(rows == after || crontabOf("anna") == annasCrontab); // the row goes first
         if (wentOn(outcome, failing)) {
-            EXPECT_EQ(annasStart + annasEnd, crontabOf("anna"));
+            EXPECT_EQ(annasCleaned, crontabOf("anna"));
         }
         if (outcome.end == End::outOfMemory && rows == after)
-            countCameOut(crontabOf("anna") == annasStart + annasEnd, failing,
-                {"temp2.txt", annasStart + lineOfTask(3) + annasEnd, annasStart + annasEnd});
+            countCameOut(crontabOf("anna") == annasCleaned, failing, {"temp2.txt", annasCrontab, annasCleaned});
     };
-    sweepAll({[this] { putEverything(); },
-                 [](TaskEditor& editor) { return std::to_string(editor.deleteTask(3, true, false)); }, check},
-        stepOfPasses);
-    EXPECT_EQ(annasStart + annasEnd, crontabOf("anna"));
+    sweepEdits([](TaskEditor& editor) { return editor.deleteTask(3, true, false); }, check);
+    EXPECT_EQ(annasCleaned, crontabOf("anna"));
     expectSomeUncopied();
     expectCameOutAtEachStep();
 }
@@ -645,9 +647,7 @@ TEST_F(CrontabMemory, ForAChangedTaskRunsOutAnywhereWithoutHalfAChange)
         const bool changed = rows == after || rows == afterWithoutParameter; // which then stays as it was: null
         EXPECT_TRUE(changed || (rows == before && outcome.end != End::returned)) << testing::PrintToString(rows);
     };
-    sweepAll({[this] { putEverything(); },
-                 [&task](TaskEditor& editor) { return std::to_string(editor.modifyTask(task, false)); }, check},
-        stepOfPasses);
+    sweepEdits([&task](TaskEditor& editor) { return editor.modifyTask(task, false); }, check);
 }
 
 TEST_F(Memory, ForANewRecordRunsOutAnywhere)
@@ -683,7 +683,7 @@ bool newIsRefused()
     }
 }
 
-// That the sweeps above refuse what they are to refuse.
+// Shows that the sweeps above refuse what they should.
 TEST_F(Memory, IsRefusedAsFarAsTheBuildAllows)
 {
     FailingMemory memory;

@@ -13,8 +13,8 @@
 #include "TaskEditor.h"
 #include "WorldTest.h"
 
-// Each operation of the store with SQLite's first, second, ... call of a kind failing, once and from then on, until a
-// run meets no failure any more.
+// Runs each operation of the store with SQLite's first call of a kind failing, then its second, and so on until a run
+// meets no failure: once with that call alone, and once with all later ones, too.
 
 namespace support {
 namespace {
@@ -88,7 +88,7 @@ protected:
         return result;
     }
 
-    // How often there was something to fail.
+    // How many calls there were to fail.
     int sweep(const Fault& fault, Failing failing)
     {
         for (int n = 1;; ++n) {
@@ -139,7 +139,7 @@ private:
         const Rows rows = taskRows();
         const bool succeeded = !ending.threw && ending.text == m_undisturbed.text;
         if (GetParam().effect == Effect::none || GetParam().effect == Effect::oneStatement) {
-            // Once its journal is removed the statement stands, also when that is all that can be said of the removal.
+            // The statement is done once its journal is removed, even if it is not known whether the removal lasts.
             const bool done = succeeded || (fault.code == SQLITE_IOERR_DIR_FSYNC && rows == m_after);
             EXPECT_EQ(done ? m_after : m_before, rows);
         } else {
@@ -154,7 +154,7 @@ private:
         EXPECT_EQ("ok", integrity());
     }
 
-    // The row that the undisturbed operation has added or changed.
+    // The row that the undisturbed operation added or changed.
     std::string changedRow() const
     {
         const auto isNew = [this](const std::string& row) { return !contains(m_before, row); };
@@ -191,7 +191,7 @@ TEST_P(StoreUnderFaults, ReportsEachOneAndLeavesTheTableWhole)
     EXPECT_GT(points, 0);
 }
 
-// That the sweep above has met what it is about.
+// Shows that the sweep above does meet the faults.
 TEST_P(StoreUnderFaults, MakesTheCallsThatAreMadeToFail)
 {
     const bool writes = GetParam().effect != Effect::none;
@@ -206,14 +206,13 @@ TEST_P(StoreUnderFaults, MakesTheCallsThatAreMadeToFail)
 
 INSTANTIATE_TEST_SUITE_P(, StoreUnderFaults, testing::ValuesIn(storeOperations()), nameOfOperation);
 
-// What an operation's exception says when its first opening, or its first lock, fails.
-std::string failureAt(const Fault& fault, const char* operation)
+// How an operation ends when its n-th call and all later ones meet the fault.
+std::string failureAt(const Fault& fault, const char* operation, int n = 1)
 {
     FailingVfs vfs;
     TaskEditor editor;
-    vfs.failNth(fault.call, 1, fault.code, Failing::fromThenOn);
-    const Ending ending = endingOf(storeOperation(operation), editor);
-    return ending.text + (ending.threw ? " (" + std::to_string(ending.code) + ")" : "");
+    vfs.failNth(fault.call, n, fault.code, Failing::fromThenOn);
+    return textOf(endingOf(storeOperation(operation), editor));
 }
 
 class StoreFailure : public WorldTest {
@@ -251,22 +250,13 @@ TEST_F(StoreFailure, OfEachWriteHasItsOwnWords)
     EXPECT_EQ("false", failureAt(fullFault, "setResult"));
 }
 
-// The second connection of a list operation fails, its count having succeeded.
-std::string failureOfList(const char* operation)
-{
-    FailingVfs vfs;
-    TaskEditor editor;
-    vfs.failNth(FileCall::open, 2, SQLITE_CANTOPEN, Failing::once);
-    const Ending ending = endingOf(storeOperation(operation), editor);
-    return ending.text + (ending.threw ? " (" + std::to_string(ending.code) + ")" : "");
-}
-
 TEST_F(StoreFailure, OfAListHasOtherWordsThanThatOfItsCount)
 {
-    EXPECT_EQ("TaskTable not found (14)", failureOfList("getTaskIdArray"));
-    EXPECT_EQ("Error in taskType (14)", failureOfList("getTaskIdArrayOfType"));
-    EXPECT_EQ("Error in taskType (14)", failureOfList("getTaskIdArrayForUser"));
-    EXPECT_EQ("Error in reading values (14)", failureOfList("getNumUserArray"));
+    // The first connection counts, the second lists.
+    EXPECT_EQ("TaskTable not found (14)", failureAt(openFault, "getTaskIdArray", 2));
+    EXPECT_EQ("Error in taskType (14)", failureAt(openFault, "getTaskIdArrayOfType", 2));
+    EXPECT_EQ("Error in taskType (14)", failureAt(openFault, "getTaskIdArrayForUser", 2));
+    EXPECT_EQ("Error in reading values (14)", failureAt(openFault, "getNumUserArray", 2));
 }
 
 TEST_F(StoreFailure, OfALockComesAfterFiveSecondsOfWaiting)
@@ -287,7 +277,7 @@ TEST_F(StoreFailure, OfALockDoesNotHappenIfItIsReleasedInTime)
     EXPECT_EQ(1, vfs.failures());
 }
 
-// How making an editor ended, in a thread that is new: one that could not make its editor must not ask again.
+// How making an editor ended. In a new thread each time: a thread that could not make its editor must not ask again.
 struct Making {
     bool made = false;
     bool same = false;
@@ -317,7 +307,7 @@ class EditorUnderFaults : public WorldTest {
 protected:
     using Put = void (*)();
 
-    // How often there was something to fail.
+    // How many calls there were to fail.
     static int sweep(Put put, const Fault& fault, Failing failing)
     {
         for (int n = 1;; ++n) {

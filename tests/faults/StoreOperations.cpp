@@ -210,6 +210,11 @@ std::ostream& operator<<(std::ostream& out, const Ending& ending)
     return ending.threw ? out << " (" << ending.code << ")" : out;
 }
 
+std::string textOf(const Ending& ending)
+{
+    return ending.threw ? ending.text + " (" + std::to_string(ending.code) + ")" : ending.text;
+}
+
 Ending endingOf(const StoreOperation& operation, TaskEditor& editor)
 {
     try {

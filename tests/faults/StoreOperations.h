@@ -24,11 +24,11 @@ struct StoreOperation {
     /// Calls it and gives what it returned, as text.
     std::function<std::string(TaskEditor&)> run;
     Effect effect;
-    /// The texts of the SqliteExceptions that carry SQLite's code. An operation without any reports failures as false.
+    /// The messages of the SqliteExceptions with a code of SQLite's. An operation without any returns false on failure.
     std::vector<std::string> failures;
 };
 
-/// All of them but the constructor.
+/// Every operation but the constructor.
 const std::vector<StoreOperation>& storeOperations();
 const StoreOperation& storeOperation(const std::string& name);
 
@@ -40,20 +40,22 @@ struct Ending {
 };
 
 std::ostream& operator<<(std::ostream& out, const Ending& ending);
+/// Its text, and behind it the code of an exception: "Database error (14)".
+std::string textOf(const Ending& ending);
 
-/// Calls the operation. Any exception but a SqliteException comes out of it.
+/// Calls the operation. Throws every exception but a SqliteException on.
 Ending endingOf(const StoreOperation& operation, TaskEditor& editor);
 
-/// Whether `ending` is one that the operation may have when SQLite meets an error: a result, or one of its exceptions
-/// with a code of SQLite's, or the exception that says that there is no such task.
+/// Whether the operation may end like this when SQLite fails: with a result, with one of its exceptions and a code of
+/// SQLite's, or with the exception for a task that does not exist.
 bool isDocumented(const StoreOperation& operation, const Ending& ending);
 
 /// Name for a test that has an operation as its parameter.
 std::string nameOfOperation(const testing::TestParamInfo<StoreOperation>& info);
 std::ostream& operator<<(std::ostream& out, const StoreOperation& operation);
 
-/// To be called where TaskEditor::getInstance() has thrown: whether this thread's lock is left held. Lets it go,
-/// because where it lies another thread's will lie.
+/// Call this after TaskEditor::getInstance() has thrown. Returns whether this thread's lock is still held, and unlocks
+/// it: the next thread's lock may lie at the same address.
 bool letGoOfEditorLock();
 
 /// How many descriptors this process has open.

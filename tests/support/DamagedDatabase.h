@@ -6,8 +6,8 @@
 
 #include "FailingVfs.h"
 
-/// Task databases as a crash, a bad disk, another program or a person can leave them. Each function that makes one
-/// takes the place of whatever is at the task database's path, journals included.
+/// Task databases as a crash, a bad disk, another program or a person can leave them. Each put...() first removes
+/// whatever is at the task database's path, journals included.
 namespace support {
 
 /// The bytes of a sound database over several pages. Its tasks are 1 to 42, the schedule of task n being "n 4 * * *":
@@ -16,15 +16,12 @@ namespace support {
 /// as parameter and as result, task 2 a parameter of 6000 bytes, which takes overflow pages.
 const std::string& soundDatabase();
 
-/// What there is at the end, when the record bound has been enforced: the tasks that it takes first.
-inline const std::vector<int> removableTasks = {10, 20, 30, 40};
-
 void putSoundDatabase();
 void putDatabase(const std::string& bytes);
 
 /// No file at all.
 void putNoDatabase();
-/// A file of no bytes, which SQLite takes for a database without tables.
+/// An empty file, which SQLite reads as a database without tables.
 void putEmptyFile();
 /// Text, longer than a page.
 void putTextFile();
@@ -34,17 +31,17 @@ void putForeignDatabase();
 
 /// The sound database's first `size` bytes.
 void putCutDatabase(std::size_t size);
-/// The sound database with the bits of `mask` turned over in the byte at `offset`.
+/// The sound database with the bits of `mask` flipped in the byte at `offset`.
 void putFlippedDatabase(std::size_t offset, unsigned char mask);
 
 /// The names of TaskTable's columns, in their order.
 extern const std::vector<std::string> taskColumns;
 void putDatabaseWithoutColumn(const std::string& column);
-/// The column has "_old" behind its name.
+/// "_old" is appended to the name of the column.
 void putDatabaseWithRenamedColumn(const std::string& column);
 /// The columns from last to first.
 void putDatabaseWithReversedColumns();
-/// TaskTable is a view of another table: it can be read, and not written.
+/// TaskTable is a view of another table: it can be read but not written.
 void putDatabaseWithView();
 
 /// The sound database after `sql`.
@@ -52,11 +49,11 @@ void putDatabaseAfter(const std::string& sql);
 /// The sound database in WAL mode.
 void putWalDatabase();
 
-/// What is left of the sound database, in `mode` ("delete" or "wal"), by a program that is killed at its n-th call of
-/// this kind while it changes every task in one transaction; it is short of memory, so that much has reached the file
-/// before the end of the transaction. False if the program came to its end before that.
+/// The sound database in `mode` ("delete" or "wal") after a program was killed at its n-th call of this kind, in a
+/// transaction that changes every task. Its cache is small, so much of the change is in the file before the end of the
+/// transaction. False if the program ended before that call.
 bool putDatabaseOfKilledWriter(const std::string& mode, FileCall call, int n);
-/// The files that stand for the database at this moment, to be put back with putFiles().
+/// The database and its journals as they are now, for putFiles().
 struct DatabaseFiles {
     std::string database;
     std::string journal; ///< "" if there is none
@@ -67,7 +64,7 @@ void putFiles(const DatabaseFiles& files);
 
 /// Every row of TaskTable, all columns.
 std::vector<std::string> taskRows();
-/// What SQLite says of the whole file: "ok" if it is sound.
+/// SQLite's verdict on the whole file: "ok" if it is sound.
 std::string integrity();
 
 } // namespace support

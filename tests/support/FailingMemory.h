@@ -6,9 +6,9 @@
 
 namespace support {
 
-/// Counts the requests for memory of the thread that made it, and refuses the one that it is told to: malloc, calloc,
-/// realloc and their kin, whoever calls them, and so operator new, SQLite, the C library. In a build with sanitizers,
-/// which need malloc for themselves, operator new and SQLite's allocator only.
+/// Counts the requests for memory of the thread that made it, and refuses those that it is told to refuse. These are
+/// the calls of malloc, calloc, realloc and their like, also by operator new, SQLite and the C library. Sanitizers need
+/// malloc for themselves: a build with them refuses only requests of operator new and SQLite's allocator.
 ///
 /// One at a time.
 class FailingMemory {
@@ -35,13 +35,12 @@ public:
 
     long requests() const;
     long failures() const;
-    /// Which of popen, fopen and getpwuid_r, which give null for want of memory, the first refused request was made in;
-    /// "" if in none.
+    /// Which of popen, fopen and getpwuid_r made the first refused request, and so returned null; "" if none did.
     std::string within() const;
-    /// The functions of shared libraries that the first refused request came from, innermost first, as far as they have
-    /// names.
+    /// The functions that the first refused request came from, innermost first, if they are in shared libraries and
+    /// have names.
     std::string place() const;
-    /// How many blocks of memory are in use that this has seen being handed out, in this thread or another.
+    /// How many blocks of memory are in use, in all threads, of those that were requested through this program.
     static long blocks();
 };
 

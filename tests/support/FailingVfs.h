@@ -8,24 +8,23 @@ namespace support {
 enum class FileCall {
     open,
     read,
-    write, ///< one that fails has written the first half of its bytes, as on a full disk
+    write, ///< a failing one writes the first half of its bytes, as on a full disk
     sync,
     lock,
-    remove, ///< with SQLITE_IOERR_DIR_FSYNC the file is gone nevertheless: that is what the code says
+    remove, ///< with SQLITE_IOERR_DIR_FSYNC the file is removed: only syncing the directory has failed
     truncate,
     fileSize,
-    access ///< the question whether a file is there
+    access ///< asks whether a file exists
 };
 
 constexpr int fileCallCount = 9;
 
 enum class Failing { once, fromThenOn };
 
-/// Lies over SQLite's own file layer, for every connection that is opened while it lives: passes each call on, and
-/// fails the one that it is told to. One at a time, for one thread; connections opened under it must be closed before
-/// it ends.
+/// Wraps SQLite's own file layer for every connection that is opened while it lives: passes each call on, or fails it
+/// if told to. One at a time, for one thread; connections opened under it must be closed before it ends.
 ///
-/// Waiting for a lock takes no time under it: SQLite's sleeps are added up instead.
+/// Waiting for a lock takes no time under it: SQLite's sleeps are only added up.
 class FailingVfs {
 public:
     FailingVfs();
@@ -33,8 +32,8 @@ public:
     FailingVfs(const FailingVfs&) = delete;
     FailingVfs& operator=(const FailingVfs&) = delete;
 
-    /// The n-th call of this kind from now on, the first being 1, gives the SQLite result code `code`; with fromThenOn,
-    /// so does each after it. Takes the place of what it was told before, and sets the numbers below to 0.
+    /// The n-th call of this kind from now on, the first being 1, returns the SQLite result code `code`; with
+    /// fromThenOn, so does each after it. Replaces what it was told before, and sets the numbers below to 0.
     void failNth(FileCall call, int n, int code, Failing failing);
     /// The n-th call of this kind from now on ends the process with SIGKILL before it does anything.
     void killAtNth(FileCall call, int n);

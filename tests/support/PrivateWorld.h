@@ -3,15 +3,15 @@
 #include <string>
 #include <vector>
 
-/// What the tests of the store, the editor and the program live in: a mount namespace of the test process's own, with
-/// its own accounts, its own crontab spool and its own product directory. Nothing in it is seen outside, and it is gone
-/// with the process. Everything below enterPrivateWorld() refuses to work outside of such a world.
+/// The world of the tests of the store, the editor and the program: a mount namespace of the test process's own, with
+/// its own accounts, crontab spool and product directory. Nothing in it is visible outside, and it vanishes with the
+/// process. Everything below enterPrivateWorld() refuses to work outside of such a world.
 ///
 /// Every function that cannot do what its name says throws std::runtime_error with a sentence that names the file or
 /// the call and the system's reason, unless it says otherwise.
 namespace support {
 
-/// The product's fixed paths, written out here a second time so that a wrong constant of the product shows.
+/// The product's fixed paths, written out here so that a wrong constant of the product shows.
 inline const std::string productDirectory = "/usr/local/Quarno/Kestrelcore/";
 inline const std::string databasePath = productDirectory + "var/OrvMacDatabase.db";
 inline const std::string scratchDirectory = productDirectory + "var/tmp/";
@@ -25,10 +25,10 @@ inline const std::string testDirectory = "/usr/local/private-world/test/";
 constexpr int anna = 501;
 constexpr int ben = 502;
 constexpr int carla = 503;
-/// An uid that has no account until a test adds one.
+/// A user id without an account until a test adds one.
 constexpr int nobodysUid = 777;
 
-/// Moves the calling process into a new private world. To be called once, before any thread is started.
+/// Moves the calling process into a new private world. Call it once, before any thread is started.
 /// The spool's folders are made as the machine has them. The shell text in the environment variable ORV_START_SERVICE
 /// is then run to its end in that world: it starts the service that some crontab programs need. Ends the process with
 /// status 1 and one sentence on standard error when that is not possible (not root, no crontab program, a mount that
@@ -41,7 +41,7 @@ void resetWorld();
 
 /// Adds an account to the private /etc/passwd.
 void addAccount(const std::string& name, int uid);
-/// Takes an account out of the private /etc/passwd; its crontab stays.
+/// Removes an account from the private /etc/passwd; its crontab stays.
 void removeAccount(const std::string& name);
 
 /// What `crontab -u name -l` prints: the crontab without the three lines that Debian's crontab puts before it.
@@ -53,16 +53,16 @@ bool hasCrontab(const std::string& name);
 /// ends with a newline; the recording one takes any bytes.
 void setCrontab(const std::string& name, const std::string& text);
 
-/// The bytes of a crontab in the spool of the real crontab, without the three lines that Debian's puts before it.
+/// The bytes of a crontab in the spool of the real crontab, without the three lines that Debian's crontab puts first.
 std::string storedCrontab(const std::string& name);
-/// Puts these bytes there without asking the crontab program, behind those three lines if it writes them.
+/// Puts these bytes into the spool without the crontab program, after those three lines if it writes them.
 void storeCrontab(const std::string& name, const std::string& text);
 
-/// Lets /etc/cron.deny name the account, and takes /etc/cron.allow away, until the next resetWorld().
+/// Names the account in /etc/cron.deny and removes /etc/cron.allow, until the next resetWorld().
 void denyCron(const std::string& name);
 
-/// Puts the recording crontab in the place of /usr/bin/crontab until useRealCrontab() or resetWorld(): it keeps each
-/// crontab byte for byte, checks nothing and writes down its calls. Its crontabs are its own: none at the start.
+/// Replaces /usr/bin/crontab with the recording crontab until useRealCrontab() or resetWorld(). That one keeps each
+/// crontab byte for byte, checks nothing and records its calls. Its crontabs are its own: none at the start.
 void useRecordingCrontab();
 void useRealCrontab();
 /// The arguments of each call of the recording crontab since it was put in place, one call an element: "-u anna -l".
@@ -77,20 +77,20 @@ void onCrontabCall(const std::string& shellText);
 std::string readFile(const std::string& path);
 /// Makes or replaces a file.
 void writeFile(const std::string& path, const std::string& bytes);
-/// The names of what lies in the scratch directory, sorted.
+/// The names of the files in the scratch directory, sorted.
 std::vector<std::string> scratchFiles();
-/// Lays a file system of this many bytes (a multiple of the page size) and this many files over the scratch directory,
-/// until the next resetWorld(). 0 stands for no limit.
+/// Mounts on the scratch directory a file system of this many bytes (a multiple of the page size) and this many files,
+/// until the next resetWorld(). 0 means no limit.
 void limitScratchDirectory(long bytes, int files);
-/// Makes a file of the scratch directory, until the next resetWorld(), one that can be neither opened nor removed, not
-/// even by root. It is listed by scratchFiles().
+/// Replaces a file of the scratch directory, until the next resetWorld(), with one that not even root can open or
+/// remove. scratchFiles() lists it.
 void blockScratchFile(const std::string& name);
 
 /// Runs SQL statements on the task database, which is made if it is missing.
 void execSql(const std::string& sql);
 /// The rows of a query on the task database, the columns of a row joined with "|"; NULL reads "NULL".
 std::vector<std::string> queryRows(const std::string& sql);
-/// The statement that makes TaskTable, written out here a second time.
+/// The statement that makes TaskTable, written out here so that a change of the product's shows.
 extern const std::string createTaskTable;
 
 } // namespace support

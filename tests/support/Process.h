@@ -9,8 +9,8 @@ namespace support {
 /// Where a started program's standard output goes.
 enum class StandardOutput {
     captured, ///< kept, to be compared
-    closed, ///< there is none: descriptor 1 is not open
-    full, ///< a device on which every write fails for want of space
+    closed, ///< file descriptor 1 is not open
+    full, ///< /dev/full: every write fails, as on a full disk
     withoutReader ///< a pipe whose reading end is closed
 };
 
@@ -19,16 +19,16 @@ struct ProgramEnd {
     int status = -1; ///< exit status; -1 if a signal ended the program
     int signal = 0; ///< the signal that ended the program, or 0
     std::string output; ///< what it wrote to standard output, if that was captured
-    std::string errors; ///< what it, and what it started, wrote to standard error
+    std::string errors; ///< what it and its children wrote to standard error
 };
 
-/// A program that is started by the constructor, in the test's own environment but for what `environment`
-/// ("NAME=value") sets, with standard input from /dev/null. Throws std::runtime_error if it cannot be started.
+/// Its constructor starts a program in the test's own environment, changed by `environment` ("NAME=value"), with
+/// standard input from /dev/null. It throws std::runtime_error if the program cannot be started.
 class StartedProgram {
 public:
     explicit StartedProgram(const std::vector<std::string>& arguments,
         StandardOutput standardOutput = StandardOutput::captured, const std::vector<std::string>& environment = {});
-    /// Kills and collects a program that wait() was not called for.
+    /// Kills the program, and waits for it, unless wait() has been called.
     ~StartedProgram();
     StartedProgram(const StartedProgram&) = delete;
     StartedProgram& operator=(const StartedProgram&) = delete;
@@ -36,7 +36,7 @@ public:
     pid_t pid() const { return m_pid; }
     /// Whether the program has not ended yet.
     bool running() const;
-    /// Waits for the end. To be called once.
+    /// Waits for the end. Call it once.
     ProgramEnd wait();
 
 private:

@@ -10,13 +10,13 @@
 #include "TaskEditor.h" // IWYU pragma: export
 #include "TaskLine.h" // IWYU pragma: export
 
-/// What the tests of the editor stand on: each command that the program starts goes through this test program, which
-/// writes it down, refuses it, or lets something happen before it; so does each connection that it opens.
+/// For the tests of the editor: this test program intercepts each command that the product starts, and each connection
+/// that it opens, so it can record it, refuse it, or do something before it.
 namespace support {
 
 using Lines = std::vector<std::string>;
 
-/// While it lives, it stands between the product and the shell. One at a time.
+/// Intercepts the commands that the product starts while it lives. One at a time.
 class CommandWatch {
 public:
     CommandWatch();
@@ -24,7 +24,7 @@ public:
     CommandWatch(const CommandWatch&) = delete;
     CommandWatch& operator=(const CommandWatch&) = delete;
 
-    /// The commands that were to be started since the last call of this, refused ones included.
+    /// The commands since the last call of this, refused ones included.
     Lines takeCommands();
     /// From now on `command` cannot be started.
     void refuse(const std::string& command);
@@ -32,7 +32,7 @@ public:
     void beforeEach(std::function<void()> action);
 };
 
-/// While it lives, it counts the connections to SQLite that are opened, other than by its own actions. One at a time.
+/// Counts the connections to SQLite that are opened while it lives, except by its own actions. One at a time.
 class ConnectionWatch {
 public:
     ConnectionWatch();
@@ -40,22 +40,21 @@ public:
     ConnectionWatch(const ConnectionWatch&) = delete;
     ConnectionWatch& operator=(const ConnectionWatch&) = delete;
 
-    /// Runs `action` before anything is done with the connection of this number; the first is 1.
+    /// Runs `action` as soon as the connection of this number has been opened; the first is 1.
     void before(int number, std::function<void()> action);
-    /// As before(), for every connection.
+    /// The same for every connection.
     void beforeEach(std::function<void()> action);
-    /// How many there were.
+    /// How many connections were opened.
     int count() const;
 };
 
-/// Runs `body` in another process with these user ids, on what this process has open. What it expects in vain fails the
-/// test.
+/// Runs `body` in a child process with these user ids. An expectation that fails there fails the test.
 void asUser(uid_t real, uid_t effective, const std::function<void()>& body);
 
-/// Whether another thread finds gMutex taken.
+/// Whether gMutex is locked.
 bool taskLockHeld();
 
-/// What a scratch file holds.
+/// The contents of a scratch file.
 std::string scratchFile(const std::string& name);
 
 /// Lets everybody write to the scratch directory.
@@ -66,13 +65,13 @@ std::string reading(const std::string& name);
 /// The command that installs a scratch file as the crontab of an account.
 std::string installing(const std::string& name, const std::string& scratchFile = "temp2.txt");
 
-/// A foreign job, with its line feed.
+/// A crontab line that has nothing to do with the product, with its line feed.
 inline const std::string backup = "0 1 * * * /bin/backup\n";
-/// Another one.
+/// Another such line.
 inline const std::string tidy = "@daily /bin/tidy\n";
 
-/// A test that finds an open editor over an empty TaskTable, the recording crontab in place, and nothing logged. When
-/// it has ended, no connection may be open any more, and gMutex must be free.
+/// A test that starts with an open editor over an empty TaskTable, the recording crontab, and an empty log. When it
+/// ends, no connection may be open, and gMutex must be unlocked.
 class EditorTest : public WorldTest {
 protected:
     void SetUp() override;

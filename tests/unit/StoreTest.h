@@ -12,14 +12,14 @@
 #include "WorldTest.h" // IWYU pragma: export
 #include <CoreFoundation/CoreFoundation.h>
 
-/// What the tests of the store stand on: the program's LogMsg, its time() and its calls of SQLite all go through this
-/// test program, which writes them down, sets them, or lets something happen between two of them.
+/// For the tests of the store: this test program has its own LogMsg and time() and intercepts the calls of SQLite, so
+/// it can record them, set them, or do something between two of them.
 namespace support {
 
-/// What LogMsg was told since the last call of this: "3: the text" each.
+/// The messages logged since the last call of this, each as "3: the text".
 std::vector<std::string> takeLog();
 
-/// While it lives, time() gives `moment` at its first call, and at each further call `step` seconds more.
+/// While it lives, time() returns `moment` at its first call, and `step` seconds more at each further call.
 class Clock {
 public:
     explicit Clock(time_t moment, time_t step = 0);
@@ -40,8 +40,7 @@ private:
     std::optional<std::string> m_before;
 };
 
-/// While it lives, it stands between the product and SQLite. One at a time, and not beside other threads that use
-/// SQLite.
+/// Intercepts the product's calls of SQLite while it lives. One at a time, and only while no other thread uses SQLite.
 class SqliteWatch {
 public:
     SqliteWatch();
@@ -55,19 +54,19 @@ public:
     void beforePreparing(const std::string& statement, std::function<void()> action);
     /// Runs `action` once, when a statement with this text has been prepared and is about to run.
     void beforeRunning(const std::string& statement, std::function<void()> action);
-    /// Statements end without having given a row.
+    /// From now on statements return no rows.
     void hideRows();
-    /// Connections begin as those of an SQLite that was built to take words in double quotes for names only.
+    /// New connections are like those of an SQLite that was built to read words in double quotes only as names.
     void refuseDoubleQuotedTexts();
 };
 
-/// How many descriptors of this process stand for the task database, its journals included.
+/// How many file descriptors of this process are open on the task database and its journals.
 int openDatabaseDescriptors();
 
 /// "message (code)" of the SqliteException that `operation` throws; "no exception" if it throws none.
 std::string failureOf(const std::function<void()>& operation);
 
-/// The elements of an array that the store has made, which is released.
+/// The elements of an array made by the store. Deletes the array.
 std::vector<int> takeArray(int* array, int count);
 
 /// Adds a row to TaskTable as another program does, with these columns set: "status=3, userId=501". Returns its id.
@@ -75,17 +74,17 @@ int addRow(const std::string& assignments = "");
 /// Adds `count` such rows.
 void addRows(int count, const std::string& assignments);
 
-/// The property list that an XML or binary text denotes; null if it denotes none.
+/// The property list read from XML or the binary format; null if it is none.
 orv::CfRef<CFPropertyListRef> listOf(const std::string& text);
 /// The XML of a property list; "" for null.
 std::string xmlOf(CFPropertyListRef list);
-/// `element` as a whole XML property list, as it is stored.
+/// The whole XML property list with this element, as the store writes it.
 std::string xmlDocument(const std::string& element);
 /// A text as an SQL blob literal.
 std::string blobLiteral(const std::string& bytes);
 
-/// A test that finds an open store over an empty TaskTable, in UTC, and nothing logged. When it has ended, no
-/// connection of an operation may be open any more.
+/// A test that starts with an open store over an empty TaskTable, in UTC, and an empty log. When it ends, no connection
+/// may be open.
 class StoreTest : public WorldTest {
 protected:
     void SetUp() override;
