@@ -84,8 +84,19 @@ protected:
         return failureOf([&] { SqliteDb(file.c_str(), false, createSql.c_str()); });
     }
 
+    /// The connection under test, opened when it is first used.
+    SqliteDb& db()
+    {
+        if (m_db == nullptr)
+            m_db = std::make_unique<SqliteDb>(file.c_str(), false);
+        return *m_db;
+    }
+
     std::string file;
     std::unique_ptr<SqliteDb> other;
+
+private:
+    std::unique_ptr<SqliteDb> m_db;
 };
 
 /// The one row of "select EXPRESSION", current.
@@ -275,18 +286,16 @@ TEST_F(SqliteDbTest, ReadsWordsInDoubleQuotesAsTextHoweverSqliteWasBuilt)
     run(createNumbers);
     SqliteWatch watch;
     watch.refuseDoubleQuotedTexts();
-    SqliteDb db(file.c_str(), false);
-    EXPECT_TRUE(db.doWriteSql("insert into Numbers values (1, \"0 3 * * *\")"));
-    EXPECT_TRUE(db.doWriteSql("update Numbers set value=\"5 3 * * *\""));
+    EXPECT_TRUE(db().doWriteSql("insert into Numbers values (1, \"0 3 * * *\")"));
+    EXPECT_TRUE(db().doWriteSql("update Numbers set value=\"5 3 * * *\""));
     EXPECT_EQ(Lines{"5 3 * * *"}, column("select value from Numbers"));
 }
 
 TEST_F(SqliteDbTest, WaitsFiveSecondsForALockedFile)
 {
-    SqliteDb db(file.c_str(), false);
-    ASSERT_TRUE(db.doReadSql("PRAGMA busy_timeout"));
-    ASSERT_TRUE(db.nextRow());
-    EXPECT_EQ("5000", db.getColumn(0));
+    ASSERT_TRUE(db().doReadSql("PRAGMA busy_timeout"));
+    ASSERT_TRUE(db().nextRow());
+    EXPECT_EQ("5000", db().getColumn(0));
 }
 
 TEST_F(SqliteDbTest, GetsItsTurnWhenTheLockIsReleased)
@@ -297,8 +306,7 @@ TEST_F(SqliteDbTest, GetsItsTurnWhenTheLockIsReleased)
         usleep(50000);
         EXPECT_TRUE(other->doWriteSql("commit"));
     });
-    SqliteDb db(file.c_str(), false);
-    EXPECT_TRUE(db.doWriteSql("insert into Numbers values (1, 2)"));
+    EXPECT_TRUE(db().doWriteSql("insert into Numbers values (1, 2)"));
     owner.join();
     EXPECT_EQ(Lines{"2"}, column("select value from Numbers"));
 }
@@ -307,18 +315,16 @@ TEST_F(SqliteDbTest, GetsItsTurnWhenTheLockIsReleased)
 
 TEST_F(SqliteDbTest, AReadWithoutRowsSucceeds)
 {
-    SqliteDb db(file.c_str(), false);
-    EXPECT_TRUE(db.doReadSql("select 1 where 0"));
-    EXPECT_FALSE(db.nextRow());
-    EXPECT_FALSE(db.nextRow());
+    EXPECT_TRUE(db().doReadSql("select 1 where 0"));
+    EXPECT_FALSE(db().nextRow());
+    EXPECT_FALSE(db().nextRow());
 }
 
 TEST_F(SqliteDbTest, StepsThroughTheRowsInOrder)
 {
-    SqliteDb db(file.c_str(), false);
-    ASSERT_TRUE(db.doReadSql("values (3, 'c'), (1, 'a'), (2, 'b')"));
-    EXPECT_EQ((Lines{"3 c", "1 a", "2 b"}), rowsOf(db, 2));
-    EXPECT_FALSE(db.nextRow());
+    ASSERT_TRUE(db().doReadSql("values (3, 'c'), (1, 'a'), (2, 'b')"));
+    EXPECT_EQ((Lines{"3 c", "1 a", "2 b"}), rowsOf(db(), 2));
+    EXPECT_FALSE(db().nextRow());
 }
 
 TEST_F(SqliteDbTest, NoRowIsCurrentBeforeTheFirstAndAfterTheLast)
@@ -344,15 +350,14 @@ TEST_F(SqliteDbTest, NoRowIsCurrentBeforeTheFirstAndAfterTheLast)
 
 TEST_F(SqliteDbTest, ANewReadReplacesTheRowsOfTheLast)
 {
-    SqliteDb db(file.c_str(), false);
-    ASSERT_TRUE(db.doReadSql("values (1, 2), (3, 4)"));
-    ASSERT_TRUE(db.nextRow());
-    ASSERT_TRUE(db.doReadSql("select 'new' as word"));
-    EXPECT_EQ("", db.getColumn(0));
-    ASSERT_TRUE(db.nextRow());
-    EXPECT_EQ("new", db.getColumn(0));
-    EXPECT_EQ("", db.getColumn(1));
-    EXPECT_FALSE(db.nextRow());
+    ASSERT_TRUE(db().doReadSql("values (1, 2), (3, 4)"));
+    ASSERT_TRUE(db().nextRow());
+    ASSERT_TRUE(db().doReadSql("select 'new' as word"));
+    EXPECT_EQ("", db().getColumn(0));
+    ASSERT_TRUE(db().nextRow());
+    EXPECT_EQ("new", db().getColumn(0));
+    EXPECT_EQ("", db().getColumn(1));
+    EXPECT_FALSE(db().nextRow());
 }
 
 TEST_F(SqliteDbTest, AMissingColumnIsAnEmptyValue)
@@ -504,60 +509,54 @@ TEST_F(SqliteDbTest, ReadsTextsOfAUtf16File)
     run("PRAGMA encoding='UTF-16'");
     run(createNumbers);
     run("insert into Numbers values (1, 'a\u00e4\U0001f600')");
-    SqliteDb db(file.c_str(), false);
-    ASSERT_TRUE(db.doReadSql("select value as \"\u00e4\" from Numbers"));
-    ASSERT_TRUE(db.nextRow());
-    EXPECT_EQ("a\u00e4\U0001f600", db.getColumn(0));
-    EXPECT_EQ(7, db.getColumnByte(0));
+    ASSERT_TRUE(db().doReadSql("select value as \"\u00e4\" from Numbers"));
+    ASSERT_TRUE(db().nextRow());
+    EXPECT_EQ("a\u00e4\U0001f600", db().getColumn(0));
+    EXPECT_EQ(7, db().getColumnByte(0));
 }
 
 TEST_F(SqliteDbTest, AStatementThatCannotBeReadIsReported)
 {
     run(createNumbers);
-    SqliteDb db(file.c_str(), false);
     for (const char* sql :
         {"select * from Missing", "select missing from Numbers", "selec", "select * from Numbers where '"}) {
-        db.lastError = 0;
-        EXPECT_FALSE(db.doReadSql(sql)) << sql;
-        EXPECT_EQ(SQLITE_ERROR, db.lastError) << sql;
-        EXPECT_FALSE(db.nextRow()) << sql;
+        db().lastError = 0;
+        EXPECT_FALSE(db().doReadSql(sql)) << sql;
+        EXPECT_EQ(SQLITE_ERROR, db().lastError) << sql;
+        EXPECT_FALSE(db().nextRow()) << sql;
     }
 }
 
 TEST_F(SqliteDbTest, AnEmptyStatementIsReported)
 {
-    SqliteDb db(file.c_str(), false);
-    EXPECT_FALSE(db.doReadSql(""));
-    EXPECT_EQ(SQLITE_MISUSE, db.lastError);
-    EXPECT_FALSE(db.doWriteSql("-- nothing"));
-    EXPECT_EQ(SQLITE_MISUSE, db.lastError);
+    EXPECT_FALSE(db().doReadSql(""));
+    EXPECT_EQ(SQLITE_MISUSE, db().lastError);
+    EXPECT_FALSE(db().doWriteSql("-- nothing"));
+    EXPECT_EQ(SQLITE_MISUSE, db().lastError);
 }
 
 TEST_F(SqliteDbTest, AFileThatIsNotADatabaseIsReportedByTheRead)
 {
     writeFile(file, std::string(4096, 'x'));
-    SqliteDb db(file.c_str(), false);
-    EXPECT_FALSE(db.doReadSql("select * from Numbers"));
-    EXPECT_EQ(SQLITE_NOTADB, db.lastError);
+    EXPECT_FALSE(db().doReadSql("select * from Numbers"));
+    EXPECT_EQ(SQLITE_NOTADB, db().lastError);
 }
 
 TEST_F(SqliteDbTest, ARowThatCannotBeReadMakesTheReadFail)
 {
-    SqliteDb db(file.c_str(), false);
-    EXPECT_FALSE(db.doReadSql("select 1 union all select abs(-9223372036854775807 - 1)"));
-    EXPECT_EQ(SQLITE_ERROR, db.lastError);
-    EXPECT_FALSE(db.nextRow());
-    EXPECT_EQ("", db.getColumn(0));
+    EXPECT_FALSE(db().doReadSql("select 1 union all select abs(-9223372036854775807 - 1)"));
+    EXPECT_EQ(SQLITE_ERROR, db().lastError);
+    EXPECT_FALSE(db().nextRow());
+    EXPECT_EQ("", db().getColumn(0));
 }
 
 TEST_F(SqliteDbTest, AFailedReadLeavesNoRowsOfThePreviousOne)
 {
-    SqliteDb db(file.c_str(), false);
-    ASSERT_TRUE(db.doReadSql("values (1), (2)"));
-    ASSERT_TRUE(db.nextRow());
-    EXPECT_FALSE(db.doReadSql("select * from Missing"));
-    EXPECT_EQ("", db.getColumn(0));
-    EXPECT_FALSE(db.nextRow());
+    ASSERT_TRUE(db().doReadSql("values (1), (2)"));
+    ASSERT_TRUE(db().nextRow());
+    EXPECT_FALSE(db().doReadSql("select * from Missing"));
+    EXPECT_EQ("", db().getColumn(0));
+    EXPECT_FALSE(db().nextRow());
 }
 
 TEST_F(SqliteDbTest, ADamagedFileIsReportedWhicheverPageIsDamaged)
@@ -585,12 +584,11 @@ TEST_F(SqliteDbTest, AColumnThatVanishesBeforeTheReadRunsIsMissing)
     run("insert into T values (1, 2, 3), (4, 5, 6)");
     SqliteWatch watch;
     watch.beforeRunning("select * from T", [this] { run("alter table T drop column b"); });
-    SqliteDb db(file.c_str(), false);
-    ASSERT_TRUE(db.doReadSql("select * from T"));
+    ASSERT_TRUE(db().doReadSql("select * from T"));
     Lines rows;
-    while (db.nextRow())
-        rows.push_back(db.getColumn(0) + " " + db.getColumn(1) + " " + db.getColumn(2) + " "
-            + std::to_string(integerOf(db["b"])) + " " + std::to_string(integerOf(db["c"])));
+    while (db().nextRow())
+        rows.push_back(db().getColumn(0) + " " + db().getColumn(1) + " " + db().getColumn(2) + " "
+            + std::to_string(integerOf(db()["b"])) + " " + std::to_string(integerOf(db()["c"])));
     EXPECT_EQ((Lines{"1 3  0 3", "4 6  0 6"}), rows);
 }
 
@@ -600,39 +598,35 @@ TEST_F(SqliteDbTest, AColumnThatAppearsBeforeTheReadRunsIsReadToo)
     run("insert into T values (1, 2), (4, 5)");
     SqliteWatch watch;
     watch.beforeRunning("select * from T", [this] { run("alter table T add column c default 'new'"); });
-    SqliteDb db(file.c_str(), false);
-    ASSERT_TRUE(db.doReadSql("select * from T"));
-    EXPECT_EQ((Lines{"1 2 new", "4 5 new"}), rowsOf(db, 3));
+    ASSERT_TRUE(db().doReadSql("select * from T"));
+    EXPECT_EQ((Lines{"1 2 new", "4 5 new"}), rowsOf(db(), 3));
 }
 
 TEST_F(SqliteDbTest, LastErrorIsThatOfTheLastFailure)
 {
-    SqliteDb db(file.c_str(), false);
-    EXPECT_EQ(0, db.lastError);
-    EXPECT_FALSE(db.doReadSql("select * from Missing"));
-    EXPECT_TRUE(db.doReadSql("select 1"));
-    EXPECT_EQ(SQLITE_ERROR, db.lastError);
+    EXPECT_EQ(0, db().lastError);
+    EXPECT_FALSE(db().doReadSql("select * from Missing"));
+    EXPECT_TRUE(db().doReadSql("select 1"));
+    EXPECT_EQ(SQLITE_ERROR, db().lastError);
 }
 
 TEST_F(SqliteDbTest, AReadLeavesNoLockOnTheFile)
 {
     run(createNumbers);
     run("insert into Numbers values (1, 'a'), (2, 'b')");
-    SqliteDb db(file.c_str(), false);
-    ASSERT_TRUE(db.doReadSql("select value from Numbers"));
+    ASSERT_TRUE(db().doReadSql("select value from Numbers"));
     run("PRAGMA busy_timeout=0");
     run("begin exclusive");
     run("delete from Numbers");
     run("commit");
-    EXPECT_EQ((Lines{"a", "b"}), rowsOf(db, 1));
+    EXPECT_EQ((Lines{"a", "b"}), rowsOf(db(), 1));
 }
 
 TEST_F(SqliteDbTest, AFailedReadLeavesNoLockOnTheFile)
 {
     run(createNumbers);
     run("insert into Numbers values (1, 0), (2, -9223372036854775807 - 1)");
-    SqliteDb db(file.c_str(), false);
-    ASSERT_FALSE(db.doReadSql("select abs(value) from Numbers"));
+    ASSERT_FALSE(db().doReadSql("select abs(value) from Numbers"));
     run("PRAGMA busy_timeout=0");
     run("begin exclusive");
 }
@@ -702,9 +696,8 @@ TEST(SqliteDb, HasAVirtualDestructorAndNextRow)
 
 TEST_F(SqliteDbTest, AWriteIsDoneWhenItReturns)
 {
-    SqliteDb db(file.c_str(), false);
-    EXPECT_TRUE(db.doWriteSql(createNumbers.c_str()));
-    EXPECT_TRUE(db.doWriteSql("insert into Numbers values (1, 'a'), (2, 'b')"));
+    EXPECT_TRUE(db().doWriteSql(createNumbers.c_str()));
+    EXPECT_TRUE(db().doWriteSql("insert into Numbers values (1, 'a'), (2, 'b')"));
     EXPECT_EQ((Lines{"a", "b"}), column("select value from Numbers"));
 }
 
@@ -712,79 +705,72 @@ TEST_F(SqliteDbTest, AWriteThatFailsIsReportedWithItsPrimaryCode)
 {
     run("CREATE TABLE T(x INTEGER PRIMARY KEY, y UNIQUE NOT NULL)");
     run("insert into T values (1, 1)");
-    SqliteDb db(file.c_str(), false);
     for (const char* sql :
         {"insert into T values (1, 2)", "insert into T values (2, 1)", "insert into T values (2, NULL)"}) {
-        db.lastError = 0;
-        EXPECT_FALSE(db.doWriteSql(sql)) << sql;
-        EXPECT_EQ(SQLITE_CONSTRAINT, db.lastError) << sql;
+        db().lastError = 0;
+        EXPECT_FALSE(db().doWriteSql(sql)) << sql;
+        EXPECT_EQ(SQLITE_CONSTRAINT, db().lastError) << sql;
     }
-    EXPECT_FALSE(db.doWriteSql("insert into Missing values (1)"));
-    EXPECT_EQ(SQLITE_ERROR, db.lastError);
+    EXPECT_FALSE(db().doWriteSql("insert into Missing values (1)"));
+    EXPECT_EQ(SQLITE_ERROR, db().lastError);
     EXPECT_EQ(Lines{"1"}, column("select count(*) from T"));
 }
 
 TEST_F(SqliteDbTest, AWriteThatGivesRowsRunsToItsEnd)
 {
     run(createNumbers);
-    SqliteDb db(file.c_str(), false);
-    EXPECT_TRUE(db.doWriteSql("insert into Numbers values (1, 'a'), (2, 'b'), (3, 'c') returning id"));
+    EXPECT_TRUE(db().doWriteSql("insert into Numbers values (1, 'a'), (2, 'b'), (3, 'c') returning id"));
     EXPECT_EQ(Lines{"3"}, column("select count(*) from Numbers"));
 }
 
 TEST_F(SqliteDbTest, KeepsTheRowIdOfTheLastInsert)
 {
     run(createNumbers);
-    SqliteDb db(file.c_str(), false);
-    EXPECT_EQ(0, db.lastInsertId);
-    EXPECT_TRUE(db.doWriteSql("insert into Numbers values (17, 1)"));
-    EXPECT_EQ(17, db.lastInsertId);
-    EXPECT_TRUE(db.doWriteSql("insert into Numbers (value) values (1)"));
-    EXPECT_EQ(18, db.lastInsertId);
-    EXPECT_FALSE(db.doWriteSql("insert into Numbers values (17, 1)"));
-    EXPECT_EQ(18, db.lastInsertId);
-    EXPECT_TRUE(db.doWriteSql("update Numbers set value=2 where id=17"));
-    EXPECT_TRUE(db.doWriteSql("delete from Numbers where id=17"));
-    EXPECT_EQ(18, db.lastInsertId);
+    EXPECT_EQ(0, db().lastInsertId);
+    EXPECT_TRUE(db().doWriteSql("insert into Numbers values (17, 1)"));
+    EXPECT_EQ(17, db().lastInsertId);
+    EXPECT_TRUE(db().doWriteSql("insert into Numbers (value) values (1)"));
+    EXPECT_EQ(18, db().lastInsertId);
+    EXPECT_FALSE(db().doWriteSql("insert into Numbers values (17, 1)"));
+    EXPECT_EQ(18, db().lastInsertId);
+    EXPECT_TRUE(db().doWriteSql("update Numbers set value=2 where id=17"));
+    EXPECT_TRUE(db().doWriteSql("delete from Numbers where id=17"));
+    EXPECT_EQ(18, db().lastInsertId);
 }
 
 TEST_F(SqliteDbTest, CutsTheRowIdTo32Bits)
 {
     run(createNumbers);
-    SqliteDb db(file.c_str(), false);
-    EXPECT_TRUE(db.doWriteSql("insert into Numbers values (4294967308, 1)"));
-    EXPECT_EQ(12, db.lastInsertId);
+    EXPECT_TRUE(db().doWriteSql("insert into Numbers values (4294967308, 1)"));
+    EXPECT_EQ(12, db().lastInsertId);
 }
 
 TEST_F(SqliteDbTest, BindsEachValueToThePlaceholderThatItsIndexNames)
 {
     run("CREATE TABLE T(a, b)");
-    SqliteDb db(file.c_str(), false);
     std::string first = "first";
     std::string second = "second";
     std::vector<SqliteDataContainer> values = {blobValue(second, 2), textValue(first, 1)};
-    EXPECT_TRUE(db.doWriteSql("insert into T values (?1, ?2)", values));
+    EXPECT_TRUE(db().doWriteSql("insert into T values (?1, ?2)", values));
     EXPECT_EQ(Lines{"first text second blob"}, column("select a||' '||typeof(a)||' '||b||' '||typeof(b) from T"));
 }
 
 TEST_F(SqliteDbTest, BindsExactlyTheBytesOfAValue)
 {
     run("CREATE TABLE T(a, b)");
-    SqliteDb db(file.c_str(), false);
     std::string text("it's \"a\"\n\0b and more", 20);
     std::string blob("\0\1\377\0", 4);
     std::vector<SqliteDataContainer> values = {textValue(text, 1), blobValue(blob, 2)};
     values[0].length = 11;
-    EXPECT_TRUE(db.doWriteSql("insert into T values (?, ?)", values));
+    EXPECT_TRUE(db().doWriteSql("insert into T values (?, ?)", values));
     EXPECT_EQ(Lines{"69742773202261220A0062 0001FF00"}, column("select hex(a)||' '||hex(b) from T"));
 }
 
 TEST_F(SqliteDbTest, AnEmptyValueIsNotNull)
 {
     run("CREATE TABLE T(a, b)");
-    SqliteDb db(file.c_str(), false);
     std::vector<SqliteDataContainer> values = {{sqliteDataText, nullptr, 0, 1}, {sqliteDataBlob, nullptr, 0, 2}};
-    EXPECT_TRUE(db.doWriteSql("insert into T values (?1, ?2)", values));
+    EXPECT_TRUE(db().doWriteSql("insert into T values (?1, ?2)", values));
     EXPECT_EQ(
         Lines{"text 0 blob 0"}, column("select typeof(a)||' '||length(a)||' '||typeof(b)||' '||length(b) from T"));
 }
@@ -792,23 +778,21 @@ TEST_F(SqliteDbTest, AnEmptyValueIsNotNull)
 TEST_F(SqliteDbTest, APlaceholderWithoutAValueIsNull)
 {
     run("CREATE TABLE T(a, b)");
-    SqliteDb db(file.c_str(), false);
     std::string text = "text";
     std::vector<SqliteDataContainer> values = {textValue(text, 2)};
-    EXPECT_TRUE(db.doWriteSql("insert into T values (?1, ?2)", values));
+    EXPECT_TRUE(db().doWriteSql("insert into T values (?1, ?2)", values));
     EXPECT_EQ(Lines{"null text"}, column("select typeof(a)||' '||b from T"));
 }
 
 TEST_F(SqliteDbTest, AValueThatCannotBeBoundWritesNothing)
 {
     run("CREATE TABLE T(a)");
-    SqliteDb db(file.c_str(), false);
     std::string text = "text";
     const auto codeOf = [&](const SqliteDataContainer& value) {
         std::vector<SqliteDataContainer> values = {value, textValue(text, 1)};
-        db.lastError = 0;
-        EXPECT_FALSE(db.doWriteSql("insert into T values (?)", values));
-        return db.lastError;
+        db().lastError = 0;
+        EXPECT_FALSE(db().doWriteSql("insert into T values (?)", values));
+        return db().lastError;
     };
     EXPECT_EQ(SQLITE_RANGE, codeOf(textValue(text, 0)));
     EXPECT_EQ(SQLITE_RANGE, codeOf(textValue(text, 2)));

@@ -101,17 +101,14 @@ TEST_F(CreateTaskTest, LogsACommandThatCannotBeStartedAndReturnsTheId)
     EXPECT_EQ(Lines{"1"}, queryRows("select id from TaskTable"));
 }
 
-TEST_F(CreateTaskTest, LogsACommandThatEndsWithAStatusOtherThan0AndReturnsTheId)
+TEST_F(CreateTaskTest, LogsACommandThatEndsWithAStatusOtherThan0OrIsKilledAndReturnsTheId)
 {
-    EXPECT_EQ(1, create(true, "; exit 3 #"));
-    EXPECT_EQ(Lines{"3: command " + starting(1, " ; exit 3 # &") + " didn't run successfully"}, takeLog());
-    EXPECT_EQ(Lines{"1"}, queryRows("select id from TaskTable"));
-}
-
-TEST_F(CreateTaskTest, LogsACommandKilledByASignal)
-{
-    EXPECT_EQ(1, create(true, "; kill -9 $$ #"));
-    EXPECT_EQ(Lines{"3: command " + starting(1, " ; kill -9 $$ # &") + " didn't run successfully"}, takeLog());
+    int id = 0;
+    for (const std::string source : {"; exit 3 #", "; kill -9 $$ #"}) {
+        EXPECT_EQ(++id, create(true, source));
+        EXPECT_EQ(Lines{"3: command " + starting(id, " " + source + " &") + " didn't run successfully"}, takeLog());
+    }
+    EXPECT_EQ((Lines{"1", "2"}), queryRows("select id from TaskTable"));
 }
 
 TEST_F(CreateTaskTest, DoesNotLogAFailureOfTheTaskManagerItself)
@@ -138,21 +135,16 @@ TEST_F(CreateTaskTest, RunsACommandOf1023Characters)
     EXPECT_EQ(Lines(), takeLog());
 }
 
-TEST_F(CreateTaskTest, DoesNotRunACommandOf1024CharactersButLogsItCutOffAndReturnsTheId)
+TEST_F(CreateTaskTest, DoesNotRunALongerCommandButLogsItsFirst1023CharactersAndReturnsTheId)
 {
-    const std::string source(1024 - starting(1, "  &").size(), 's');
-    EXPECT_EQ(1, create(true, source));
+    int id = 0;
+    for (const std::size_t size : {1024, 100000}) {
+        const std::string source(size - starting(1, "  &").size(), 's');
+        EXPECT_EQ(++id, create(true, source));
+        const std::string command = starting(id, " " + source + " &");
+        EXPECT_EQ(Lines{"3: popen failed for " + command.substr(0, 1023)}, takeLog());
+    }
     EXPECT_EQ(Lines(), commands.takeCommands());
-    EXPECT_EQ(Lines{"3: popen failed for " + starting(1, " " + source + " ")}, takeLog());
-    EXPECT_EQ(Lines{"1"}, queryRows("select id from TaskTable"));
-}
-
-TEST_F(CreateTaskTest, DoesNotRunACommandThatIsFarTooLong)
-{
-    EXPECT_EQ(1, create(true, std::string(100000, 's')));
-    EXPECT_EQ(Lines(), commands.takeCommands());
-    const std::string command = starting(1, " " + std::string(2000, 's'));
-    EXPECT_EQ(Lines{"3: popen failed for " + command.substr(0, 1023)}, takeLog());
 }
 
 TEST_F(CreateTaskTest, StartsNothingIfTheTaskCannotBeStored)
@@ -264,28 +256,13 @@ TEST_F(DeleteTaskTest, DeletesTheRowAndTheLineOfAPeriodicTask)
     EXPECT_EQ(Lines(), scratchFiles());
 }
 
-TEST_F(DeleteTaskTest, DeletesOnlyTheLineIfTheRowStays)
-{
-    setUpTask(1);
-    EXPECT_TRUE(editor->deleteTask(12, false, false));
-    EXPECT_EQ(Lines{"12"}, ids());
-    EXPECT_EQ(withoutLine, crontabOf("anna"));
-}
-
-TEST_F(DeleteTaskTest, DeletesOnlyTheRowOfATaskOfType3)
+TEST_F(DeleteTaskTest, LeavesTheCrontabForATaskOfType3WhetherItsRowStaysOrNot)
 {
     setUpTask(3);
+    EXPECT_TRUE(editor->deleteTask(12, false, false));
+    EXPECT_EQ(Lines{"12"}, ids());
     EXPECT_TRUE(editor->deleteTask(12, true, false));
     EXPECT_EQ(Lines(), ids());
-    EXPECT_EQ(Lines(), commands.takeCommands());
-    EXPECT_EQ(withLine, crontabOf("anna"));
-}
-
-TEST_F(DeleteTaskTest, ChangesNothingForATaskOfType3WhoseRowStays)
-{
-    setUpTask(3);
-    EXPECT_TRUE(editor->deleteTask(12, false, false));
-    EXPECT_EQ(Lines{"12"}, ids());
     EXPECT_EQ(Lines(), commands.takeCommands());
     EXPECT_EQ(withLine, crontabOf("anna"));
 }
@@ -299,23 +276,16 @@ TEST_F(DeleteTaskTest, DeletesTheLineOfATaskOfAnyOtherType)
     }
 }
 
-TEST_F(DeleteTaskTest, IgnoresItsLastFlag)
+TEST_F(DeleteTaskTest, IgnoresItsLastFlagAndIsTrueEvenIfThereIsNoLine)
 {
     setUpTask(1);
-    EXPECT_TRUE(editor->deleteTask(12, false, true));
-    EXPECT_EQ(Lines{"12"}, ids());
-    EXPECT_EQ(withoutLine, crontabOf("anna"));
+    for (const bool flag : {true, false}) {
+        EXPECT_TRUE(editor->deleteTask(12, false, flag));
+        EXPECT_EQ(Lines{"12"}, ids());
+        EXPECT_EQ(withoutLine, crontabOf("anna"));
+    }
     EXPECT_TRUE(editor->deleteTask(12, true, true));
     EXPECT_EQ(Lines(), ids());
-}
-
-TEST_F(DeleteTaskTest, IsTrueEvenIfThereIsNoLine)
-{
-    setUpTask(1);
-    setCrontab("anna", withoutLine);
-    EXPECT_TRUE(editor->deleteTask(12, false, false));
-    EXPECT_TRUE(editor->deleteTask(12, true, false));
-    EXPECT_EQ(withoutLine, crontabOf("anna"));
 }
 
 TEST_F(DeleteTaskTest, IsTrueEvenIfTheCrontabCannotBeInstalled)
@@ -361,17 +331,11 @@ TEST_F(DeleteTaskTest, ReadsTheTaskThenDeletesTheRowThenEditsTheCrontab)
     EXPECT_EQ((Lines{"rows: 0", "rows: 0"}), idsAtCommands);
 }
 
-TEST_F(DeleteTaskTest, DeletesNothingIfThereIsNoSuchTask)
+TEST_F(DeleteTaskTest, DeletesNothingIfThereIsNoSuchTaskOrItCannotBeRead)
 {
     setUpTask(1);
     EXPECT_EQ("Database: taskId not found (0)", failureOf([this] { editor->deleteTask(13, true, false); }));
     EXPECT_EQ(Lines{"12"}, ids());
-    EXPECT_EQ(Lines(), commands.takeCommands());
-    EXPECT_FALSE(taskLockHeld());
-}
-
-TEST_F(DeleteTaskTest, RunsNoCommandIfTheTaskCannotBeRead)
-{
     execSql("drop table TaskTable");
     EXPECT_EQ("Error in querying table (1)", failureOf([this] { editor->deleteTask(12, true, false); }));
     EXPECT_EQ(Lines(), commands.takeCommands());
@@ -389,11 +353,12 @@ TEST_F(DeleteTaskTest, LeavesTheCrontabAsItIsIfTheRowCannotBeDeleted)
     EXPECT_FALSE(taskLockHeld());
 }
 
-TEST_F(DeleteTaskTest, DoesNotTryToDeleteARowThatStays)
+TEST_F(DeleteTaskTest, DeletesOnlyTheLineIfTheRowStays)
 {
     setUpTask(1);
     forbidDeletion();
     EXPECT_TRUE(editor->deleteTask(12, false, false));
+    EXPECT_EQ(Lines{"12"}, ids());
     EXPECT_EQ(withoutLine, crontabOf("anna"));
 }
 
