@@ -2,13 +2,8 @@
 
 #include <gtest/gtest.h>
 #include <string>
-#include <vector>
-
-#include "SqliteDb.h"
 
 namespace {
-
-using Lines = std::vector<std::string>;
 
 TEST(Constants, TheDatabaseIsInTheProductsVarDirectory)
 {
@@ -39,22 +34,6 @@ TEST(Constants, TheTableIsMadeByExactlyThisStatement)
               "lastRun TEXT,status INTEGER DEFAULT 1,count INTEGER NOT NULL DEFAULT 0,"
               "userId INTEGER NOT NULL DEFAULT 0,recType INTEGER NOT NULL DEFAULT 0)",
         createTableString);
-}
-
-TEST(Constants, TheStatementMakesTheTwelveColumnsInTheirOrder)
-{
-    SqliteDb db(":memory:", false, createTableString.c_str());
-    ASSERT_TRUE(
-        db.doReadSql("select cid||' '||name||' '||type||' '||\"notnull\"||' '||ifnull(dflt_value, 'none')||' '||pk"
-                     " from pragma_table_info('TaskTable')"));
-    Lines columns;
-    while (db.nextRow())
-        columns.push_back(db.getColumn(0));
-    EXPECT_EQ((Lines{"0 id INTEGER 0 none 1", "1 description VARCHAR(255) 1 none 0", "2 type INTEGER 1 1 0",
-                  "3 crontime VARCHAR(255) 1 none 0", "4 parameter BLOB 0 none 0", "5 result BLOB 0 none 0",
-                  "6 created TEXT 0 none 0", "7 lastRun TEXT 0 none 0", "8 status INTEGER 0 1 0",
-                  "9 count INTEGER 1 0 0", "10 userId INTEGER 1 0 0", "11 recType INTEGER 1 0 0"}),
-        columns);
 }
 
 } // namespace

@@ -52,11 +52,11 @@ std::string linesOf(std::size_t size)
     return text;
 }
 
-using Pass = bool (TaskEditor::*)();
-
 struct NamedPass {
     const char* name;
-    Pass run;
+    bool (*run)(TaskEditor&);
+    const char* installed; ///< the scratch file that it installs
+    bool appends; ///< the line of each task
 };
 
 std::ostream& operator<<(std::ostream& out, const NamedPass& pass)
@@ -67,24 +67,25 @@ std::ostream& operator<<(std::ostream& out, const NamedPass& pass)
 /// What the three passes have in common. Each test is run for each.
 class PassTest : public EditorTest, public testing::WithParamInterface<NamedPass> {
 protected:
-    bool runPass() { return (editor.get()->*GetParam().run)(); }
+    bool runPass() { return GetParam().run(*editor); }
 
-    /// The scratch file that the pass installs.
-    std::string installed() const
-    {
-        return GetParam().run == &TaskEditor::putCronFromDB ? "crontemp.txt" : "temp2.txt";
-    }
+    std::string installed() const { return GetParam().installed; }
 
     /// What the pass makes of a crontab of one foreign job.
     std::string passed(const std::string& job, const std::string& line) const
     {
-        return GetParam().run == &TaskEditor::putCronFromDB ? job + line : job;
+        return GetParam().appends ? job + line : job;
     }
 };
 
-const NamedPass cleaning = {"Cleaning", &TaskEditor::cleanCron};
-const NamedPass rebuilding = {"Rebuilding", &TaskEditor::putCronFromDB};
-const NamedPass refreshing = {"Refreshing", &TaskEditor::refreshCron};
+const NamedPass cleaning = {"Cleaning", [](TaskEditor& editor) { return editor.cleanCron(); }, "temp2.txt", false};
+const NamedPass rebuilding
+    = {"Rebuilding", [](TaskEditor& editor) { return editor.putCronFromDB(); }, "crontemp.txt", true};
+const NamedPass refreshing
+    = {"Refreshing", [](TaskEditor& editor) { return editor.refreshCron(); }, "temp2.txt", false};
+const NamedPass removing = {"RemovingTheLinesOfTwoTasks",
+    [](TaskEditor& editor) { return editor.deleteCronEntry(100, anna) && editor.deleteCronEntry(200, ben); },
+    "temp2.txt", false};
 const auto nameOf = [](const auto& pass) { return std::string(pass.param.name); };
 
 /// A pass over the crontabs of anna, who has task 100, and ben, who has task 200. Each has a foreign job.
@@ -299,17 +300,17 @@ TEST_P(PassOverTwoCrontabs, DoesNotInstallACopyWithAGapFromADiskThatWasFullForAW
     EXPECT_EQ(backup, crontabOf("anna"));
 }
 
-/// The passes that copy the crontab into a second file. Neither changes the foreign jobs of these tests.
+/// What copies the crontab into a second file. None of it changes the foreign jobs of these tests.
 class FilteringPassTest : public PassOverTwoCrontabs { };
 
-INSTANTIATE_TEST_SUITE_P(, FilteringPassTest, testing::Values(cleaning, refreshing), nameOf);
+INSTANTIATE_TEST_SUITE_P(, FilteringPassTest, testing::Values(cleaning, refreshing, removing), nameOf);
 
 TEST_P(FilteringPassTest, InstallsAnEmptyCrontabForAUserWithoutOne)
 {
-    addRow("userId=503");
+    useRecordingCrontab(); // without any crontab
     EXPECT_TRUE(runPass());
-    EXPECT_TRUE(hasCrontab("carla"));
-    EXPECT_EQ("", crontabOf("carla"));
+    EXPECT_TRUE(hasCrontab("anna"));
+    EXPECT_EQ("", crontabOf("anna"));
 }
 
 TEST_P(FilteringPassTest, EmptiesACrontabThatCannotBeRead)

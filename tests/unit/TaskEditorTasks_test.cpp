@@ -439,22 +439,6 @@ TEST_F(DeleteCronEntryTest, HasTheRulesOfDropLinesOfTask)
     EXPECT_EQ("ab\n" + taskLine(123), afterDeleting(12, "ab\n" + taskLine(12) + taskLine(123) + "\n" + tidy));
 }
 
-TEST_F(DeleteCronEntryTest, InstallsAnEmptyCrontabForAUserWithoutOne)
-{
-    EXPECT_TRUE(editor->deleteCronEntry(12, anna));
-    EXPECT_TRUE(hasCrontab("anna"));
-    EXPECT_EQ("", crontabOf("anna"));
-}
-
-TEST_F(DeleteCronEntryTest, EmptiesACrontabThatCannotBeRead)
-{
-    writeFile(scratchDirectory + "crontemp.txt", tidy);
-    commands.refuse(reading("anna"));
-    EXPECT_EQ("", afterDeleting(12, backup));
-    EXPECT_EQ((Lines{reading("anna"), installing("anna")}), commands.takeCommands());
-    EXPECT_EQ(Lines(), scratchFiles());
-}
-
 TEST_F(DeleteCronEntryTest, IsTrueEvenIfTheCrontabCannotBeInstalled)
 {
     commands.refuse(installing("anna"));
@@ -469,13 +453,6 @@ TEST_F(DeleteCronEntryTest, LeavesTheCrontabAsItIsIfTheScratchDirectoryIsMissing
     EXPECT_EQ((Lines{reading("anna"), installing("anna")}), commands.takeCommands());
 }
 
-TEST_F(DeleteCronEntryTest, LeavesTheCrontabAsItIsIfTheFilteredCopyCannotBeMade)
-{
-    limitScratchDirectory(0, 1);
-    EXPECT_EQ(taskLine(12), afterDeleting(12, taskLine(12)));
-    EXPECT_EQ((Lines{reading("anna"), installing("anna")}), commands.takeCommands());
-}
-
 TEST_F(DeleteCronEntryTest, DoesNotInstallACopyThatIsCutOffByAFullDisk)
 {
     std::string large;
@@ -483,14 +460,6 @@ TEST_F(DeleteCronEntryTest, DoesNotInstallACopyThatIsCutOffByAFullDisk)
         large += backup;
     limitScratchDirectory(4096, 0);
     EXPECT_EQ(large, afterDeleting(12, large));
-    EXPECT_EQ(Lines{reading("anna")}, commands.takeCommands());
-    EXPECT_EQ(Lines(), scratchFiles());
-}
-
-TEST_F(DeleteCronEntryTest, DoesNotInstallAFilteredCopyThatIsCutOffByAFullDisk)
-{
-    limitScratchDirectory(4096, 0); // room for one of the two files
-    EXPECT_EQ(backup + taskLine(12), afterDeleting(12, backup + taskLine(12)));
     EXPECT_EQ(Lines{reading("anna")}, commands.takeCommands());
     EXPECT_EQ(Lines(), scratchFiles());
 }

@@ -90,12 +90,6 @@ TEST_F(EditorInstanceTest, HoldsAConnectionOfItsOwn)
     });
 }
 
-TEST_F(EditorInstanceTest, CreatesTheDatabaseAndItsTable)
-{
-    TaskEditor::getInstance();
-    EXPECT_EQ(Lines{createTaskTable}, queryRows("select sql from sqlite_master where name='TaskTable'"));
-}
-
 TEST_F(EditorInstanceTest, IsMadeOnlyWhenItIsAskedFor)
 {
     EXPECT_EQ(nullptr, ThreadsOwn::editor());

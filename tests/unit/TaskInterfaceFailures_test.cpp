@@ -155,14 +155,6 @@ TEST_F(StoreOpening, MakesTheTable)
         std::vector<std::string>{createTaskTable}, queryRows("select sql from sqlite_master where name='TaskTable'"));
 }
 
-TEST_F(StoreOpening, KeepsAnExistingTable)
-{
-    execSql(createTaskTable);
-    addRow("description='kept'");
-    TaskInterface store;
-    EXPECT_EQ(1, store.getTaskIdByName("kept"));
-}
-
 TEST_F(StoreOpening, ManyThreadsMayMakeTheTableAtOnce)
 {
     for (int round = 0; round < 5; ++round) {
@@ -174,18 +166,6 @@ TEST_F(StoreOpening, ManyThreadsMayMakeTheTableAtOnce)
             thread.join();
         EXPECT_EQ(std::vector<std::string>{"0"}, queryRows("select count(*) from TaskTable"));
     }
-}
-
-TEST_F(StoreOpening, ReportsAFileThatCannotBeOpened)
-{
-    std::filesystem::create_directory(databasePath);
-    try {
-        const TaskInterface store;
-        FAIL() << "the store cannot have been opened";
-    } catch (SqliteException& failure) {
-        EXPECT_EQ(SQLITE_CANTOPEN, failure.getErrorCode());
-    }
-    EXPECT_EQ(0, openDatabaseDescriptors());
 }
 
 } // namespace
