@@ -4,9 +4,8 @@
 #include <gtest/gtest.h>
 #include <string>
 
-// What docs/cron-dialects.md says of Debian's crontab, tried with that, and of FreeBSD's and Apple's, tried with the
-// recording one, which a hook makes do what they have been seen to do. Crontabs_test.cpp has those that Debian
-// packages.
+// What docs/cron-dialects.md says about Debian's crontab, tested on it, and about FreeBSD's and Apple's, tested on the
+// recording crontab with a hook that imitates them. The others that Debian packages are in Crontabs_test.cpp.
 
 using namespace support;
 
@@ -17,10 +16,11 @@ const std::string annasTab = "/usr/local/private-world/crontab/tabs/anna";
 const std::string job = "0 3 * * * /bin/backup\n";
 const std::string task12 = taskLine(12, "7 * * * *");
 
-size_t headersIn(const std::string& text)
+int headersInSpool()
 {
-    size_t count = 0;
-    for (size_t at = text.find("# DO NOT EDIT"); at != std::string::npos; at = text.find("# DO NOT EDIT", at + 1))
+    const std::string text = readFile(annasSpoolFile);
+    int count = 0;
+    for (size_t at = 0; (at = text.find("# DO NOT EDIT", at)) != std::string::npos; ++at)
         ++count;
     return count;
 }
@@ -45,7 +45,7 @@ TEST_F(DebianCrontab, WritesThreeLinesBeforeACrontabAndDoesNotListThem)
     setCrontab("anna", job);
     clean();
     rebuild();
-    EXPECT_EQ(1u, headersIn(readFile(annasSpoolFile)));
+    EXPECT_EQ(1, headersInSpool());
     EXPECT_EQ(job + task12, crontabOf("anna"));
 }
 
@@ -53,9 +53,9 @@ TEST_F(DebianCrontab, ListsThemWithNoheaderNSoThatEachRunKeepsThreeMore)
 {
     setCrontab("anna", job);
     clean({"CRONTAB_NOHEADER=N"});
-    EXPECT_EQ(2u, headersIn(readFile(annasSpoolFile)));
+    EXPECT_EQ(2, headersInSpool());
     clean({"CRONTAB_NOHEADER=N"});
-    EXPECT_EQ(3u, headersIn(readFile(annasSpoolFile)));
+    EXPECT_EQ(3, headersInSpool());
 }
 
 TEST_F(DebianCrontab, TakesThreeCommentsOfAFilePutThereByHandForItsOwn)
@@ -134,7 +134,7 @@ TEST_F(DebianCrontab, RefusesAJobWithoutALineBreak)
     EXPECT_FALSE(hasCrontab("anna"));
 }
 
-/// Whether this is Debian 12, whose crontab takes no setting without a value; Debian 13's does.
+/// Debian 12's crontab takes no setting without a value. Debian 13's does.
 bool isDebian12()
 {
     return readFile("/etc/os-release").find("VERSION_ID=\"12\"") != std::string::npos;
@@ -169,7 +169,7 @@ TEST_F(DebianCrontab, KeepsAnEmptyCrontabForAUserWhoHadNone)
     EXPECT_EQ("no crontab for anna\n", clean());
     EXPECT_TRUE(hasCrontab("anna"));
     EXPECT_EQ("", crontabOf("anna"));
-    EXPECT_EQ(1u, headersIn(readFile(annasSpoolFile)));
+    EXPECT_EQ(1, headersInSpool());
 }
 
 TEST_F(DebianCrontab, KeepsTheOldCrontabWhenALineOfTheNewOneIsNoJob)
@@ -202,8 +202,8 @@ protected:
     }
 };
 
-/// Three comment lines written before what is installed, up to three not listed; nothing said about the last line
-/// break.
+/// Writes three comments before what it installs, does not list up to three at the top, and accepts a last line without
+/// a line break.
 const std::string likeFreeBsd = R"sh(
 if [ $operation = list ] && [ -e $state/tabs/$user ]; then
     skipped=0
@@ -274,7 +274,7 @@ TEST_F(FreeBsdCrontab, KeepsAnEmptyCrontabForAUserWhoHadNone)
 
 class AppleCrontab : public OtherCrontab { };
 
-// Apple's own words, of its program without Full Disk Access.
+// What Apple's program prints without Full Disk Access.
 const std::string mayNotRead
     = R"sh([ $operation = install ] || { echo "crontab: tabs/$user: Operation not permitted" >&2; exit 1; })sh";
 const std::string mayNotInstall

@@ -1,36 +1,24 @@
 #include "SystemTest.h"
+
 #include <cstddef>
 #include <string>
 
 using namespace support;
 
-// What is left of the crontabs when the system lets the program down.
+// What happens to the crontabs when the system fails.
 namespace {
 
-const std::string backup = "0 1 * * * /bin/backup\n";
-const std::string report = "30 6 * * 1 /bin/report --all\n";
-const std::string annasTask = taskLine(3);
-const std::string bensTask = taskLine(4);
-
-// Anna and Ben have a task each, and a crontab with a foreign line and a task line.
-class Damage : public SystemTest {
+class Damage : public TwoOwnersTest {
 protected:
-    void SetUp() override
+    /// A rebuild that cannot write Anna's `crontab` to the disk whole: it leaves that as it is, and rebuilds Ben's.
+    static void expectNoRebuildOf(const std::string& crontab)
     {
-        SystemTest::SetUp();
-        addTask({3, anna});
-        addTask({4, ben});
-        setCrontab("anna", backup + annasTask);
-        setCrontab("ben", report + bensTask);
+        setCrontab("anna", crontab);
+        limitScratchDirectory(8192, 0);
+        EXPECT_EQ("", rebuild());
+        expectCrontabs(crontab, report + bensTask + bensTask);
+        EXPECT_EQ(Files{}, scratchFiles());
     }
-
-    static void expectCrontabs(const std::string& ofAnna, const std::string& ofBen)
-    {
-        EXPECT_EQ(ofAnna, crontabOf("anna"));
-        EXPECT_EQ(ofBen, crontabOf("ben"));
-    }
-
-    static void expectTheFirstCrontabs() { expectCrontabs(backup + annasTask, report + bensTask); }
 };
 
 std::string jobsOfSize(size_t bytes)
@@ -79,7 +67,7 @@ TEST_F(Damage, CleanLeavesACrontabAsItWasWhenItsInstallCannotBeStarted)
 TEST_F(Damage, CleanLeavesAllCrontabsAsTheyWereWhenNothingCanBeStarted)
 {
     EXPECT_EQ("", clean(failingPopen("1,2,3,4")));
-    expectTheFirstCrontabs();
+    expectUnchanged();
     EXPECT_EQ(Files{}, scratchFiles());
 }
 
@@ -92,8 +80,8 @@ TEST_F(Damage, RebuildReplacesACrontabWhoseListingCannotBeStartedWithItsTaskLine
 
 TEST_F(Damage, RebuildNeverInstallsOneUsersJobsForAnother)
 {
-    execSql("update TaskTable set status=6 where userId=501"); // Anna's copy is left behind
-    EXPECT_EQ("", rebuild(failingPopen("2"))); // Ben's listing: nothing is installed for Anna
+    execSql("update TaskTable set status=6 where userId=501"); // nothing is installed for Anna, and her copy stays
+    EXPECT_EQ("", rebuild(failingPopen("2"))); // Ben's listing
     expectCrontabs(backup + annasTask, bensTask);
 }
 
@@ -115,9 +103,9 @@ TEST_F(Damage, NothingIsChangedWithoutTheScratchDirectory)
 {
     ASSERT_EQ(0, runProgram({"/bin/rmdir", scratchDirectory}).status);
     clean();
-    expectTheFirstCrontabs();
+    expectUnchanged();
     rebuild();
-    expectTheFirstCrontabs();
+    expectUnchanged();
 }
 
 TEST_F(Damage, CleanEmptiesTheCrontabsWhenTheirCopiesCannotBeMade)
@@ -133,7 +121,7 @@ TEST_F(Damage, CleanChangesNothingWhenTheFilteredCopiesCannotBeMade)
 {
     blockScratchFile("temp2.txt");
     clean();
-    expectTheFirstCrontabs();
+    expectUnchanged();
     EXPECT_EQ(Files{"temp2.txt"}, scratchFiles());
 }
 
@@ -141,7 +129,7 @@ TEST_F(Damage, RebuildChangesNothingWhenTheCopiesCannotBeMade)
 {
     blockScratchFile("crontemp.txt");
     rebuild();
-    expectTheFirstCrontabs();
+    expectUnchanged();
 }
 
 TEST_F(Damage, RebuildStillAsksForTheInstallWhenTheCopyCannotBeMade)
@@ -150,7 +138,7 @@ TEST_F(Damage, RebuildStillAsksForTheInstallWhenTheCopyCannotBeMade)
     execSql("delete from TaskTable where userId=502");
     blockScratchFile("crontemp.txt");
     rebuild();
-    EXPECT_EQ((Calls{"-u anna -l", "-u anna /usr/local/Quarno/Kestrelcore/var/tmp/crontemp.txt"}), crontabCalls());
+    EXPECT_EQ((Calls{"-u anna -l", "-u anna " + crontabCopy}), crontabCalls());
     EXPECT_FALSE(hasCrontab("anna"));
 }
 
@@ -159,30 +147,20 @@ TEST_F(Damage, NothingIsChangedWhenTheScratchDirectoryCanTakeNoFile)
     limitScratchDirectory(0, 0);
     ASSERT_EQ(0, runProgram({"/bin/mount", "-o", "remount,ro", scratchDirectory}).status);
     clean();
-    expectTheFirstCrontabs();
+    expectUnchanged();
     rebuild();
-    expectTheFirstCrontabs();
+    expectUnchanged();
 }
 
 TEST_F(Damage, CleanChangesNothingWhenTheScratchDirectoryCanTakeOneFileOnly)
 {
     limitScratchDirectory(0, 1);
     clean();
-    expectTheFirstCrontabs();
+    expectUnchanged();
     EXPECT_EQ(Files{}, scratchFiles());
 }
 
-TEST_F(Damage, CleanNeverInstallsACrontabThatDidNotFitOnTheDisk)
-{
-    const std::string large = jobsOfSize(10000);
-    setCrontab("anna", large);
-    limitScratchDirectory(8192, 0);
-    EXPECT_EQ("", clean());
-    expectCrontabs(large, report);
-    EXPECT_EQ(Files{}, scratchFiles());
-}
-
-// Then nothing is left to be written to the full disk.
+// The clean drops the task lines, so it never writes to the full disk itself.
 TEST_F(Damage, CleanNeverInstallsTheStartOfACrontabWhoseTaskLinesFillTheDisk)
 {
     std::string large;
@@ -195,55 +173,33 @@ TEST_F(Damage, CleanNeverInstallsTheStartOfACrontabWhoseTaskLinesFillTheDisk)
     EXPECT_EQ(Files{}, scratchFiles());
 }
 
-TEST_F(Damage, CleanNeverInstallsAFilteredCrontabThatDidNotFitOnTheDisk)
-{
-    const std::string large = jobsOfSize(10000);
-    setCrontab("anna", large);
-    limitScratchDirectory(3 * 4096 + 4096, 0); // the copy takes three pages, the filtered one would too
-    EXPECT_EQ("", clean());
-    expectCrontabs(large, report);
-    EXPECT_EQ(Files{}, scratchFiles());
-}
-
 TEST_F(Damage, RebuildNeverInstallsACrontabThatDidNotFitOnTheDisk)
 {
-    const std::string large = jobsOfSize(10000);
-    setCrontab("anna", large);
-    limitScratchDirectory(8192, 0);
-    EXPECT_EQ("", rebuild());
-    expectCrontabs(large, report + bensTask + bensTask);
-    EXPECT_EQ(Files{}, scratchFiles());
+    expectNoRebuildOf(jobsOfSize(10000));
 }
 
 TEST_F(Damage, RebuildNeverInstallsTheStartOfACrontabToWhichItAddsNothing)
 {
-    const std::string large = jobsOfSize(10000);
-    setCrontab("anna", large);
     execSql("update TaskTable set type=3 where userId=501");
-    limitScratchDirectory(8192, 0);
-    EXPECT_EQ("", rebuild());
-    expectCrontabs(large, report + bensTask + bensTask);
-    EXPECT_EQ(Files{}, scratchFiles());
+    expectNoRebuildOf(jobsOfSize(10000));
 }
 
 TEST_F(Damage, RebuildNeverInstallsTaskLinesThatDidNotFitOnTheDisk)
 {
-    const std::string large = jobsOfSize(8192 - 60); // no room for the 80 characters of a task line
-    setCrontab("anna", large);
-    limitScratchDirectory(8192, 0);
-    EXPECT_EQ("", rebuild());
-    expectCrontabs(large, report + bensTask + bensTask);
-    EXPECT_EQ(Files{}, scratchFiles());
+    expectNoRebuildOf(jobsOfSize(8192 - 60)); // a task line has 80 characters
 }
 
-TEST_F(Damage, CleanFillsTheDiskAtEverySizeWithoutLosingAJob)
+TEST_F(Damage, CleanNeverInstallsACrontabThatDidNotFitOnTheDiskWhateverItsSize)
 {
     const std::string large = jobsOfSize(20000);
     for (const long pages : {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11}) {
+        SCOPED_TRACE(pages);
         setCrontab("anna", large + annasTask);
+        setCrontab("ben", report + bensTask);
         limitScratchDirectory(pages * 4096, 0);
-        clean();
+        EXPECT_EQ("", clean());
         const bool fits = pages >= 10; // five pages for each of the two files
-        EXPECT_EQ(fits ? large : large + annasTask, crontabOf("anna")) << pages;
+        expectCrontabs(fits ? large : large + annasTask, pages > 1 ? report : report + bensTask);
+        EXPECT_EQ(Files{}, scratchFiles());
     }
 }

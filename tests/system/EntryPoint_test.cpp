@@ -8,30 +8,30 @@ using namespace support;
 
 namespace {
 
-const std::string foreign = "0 1 * * * /bin/backup\n";
-
-// Anna's crontab with a foreign line, and one task of hers in the table.
+// Anna owns a task, and has a crontab with a job.
 class EntryPoint : public SystemTest {
 protected:
     void SetUp() override
     {
         SystemTest::SetUp();
         addTask({3, anna});
-        setCrontab("anna", foreign);
+        setCrontab("anna", backup);
     }
 
-    const std::string rebuilt = foreign + taskLine(3);
+    const std::string rebuilt = backup + taskLine(3);
 };
 
 class EntryPointRecorded : public RecordedSystemTest {
 protected:
-    static void expectOnlyTheMessage(const std::vector<std::string>& arguments)
+    static void expectOnlyTheMessage()
     {
-        const auto end = runProgram(arguments);
-        EXPECT_EQ(0, end.status);
-        EXPECT_EQ(message, end.output);
-        EXPECT_EQ("", end.errors);
-        EXPECT_EQ(Calls{}, crontabCalls());
+        for (const auto& command : {cleanCommand, rebuildCommand}) {
+            const auto end = runProgram(command);
+            EXPECT_EQ(0, end.status);
+            EXPECT_EQ(message, end.output);
+            EXPECT_EQ("", end.errors);
+            EXPECT_EQ(Calls{}, crontabCalls());
+        }
     }
 };
 
@@ -46,38 +46,22 @@ TEST_F(EntryPoint, CleansWithoutAnArgument)
     EXPECT_EQ(0, end.status);
     EXPECT_EQ("", end.output);
     EXPECT_EQ("", end.errors);
-    EXPECT_EQ(foreign, crontabOf("anna"));
+    EXPECT_EQ(backup, crontabOf("anna"));
 }
 
-TEST_F(EntryPoint, RebuildsWithOneArgument)
+TEST_F(EntryPoint, RebuildsWithAnyArguments)
 {
-    const auto end = runProgram({program, "x"});
-    EXPECT_EQ(0, end.status);
-    EXPECT_EQ("", end.output);
-    EXPECT_EQ("", end.errors);
-    EXPECT_EQ(rebuilt, crontabOf("anna"));
-}
-
-TEST_F(EntryPoint, RebuildsWithAnEmptyArgument)
-{
-    EXPECT_EQ(0, runProgram({program, ""}).status);
-    EXPECT_EQ(rebuilt, crontabOf("anna"));
-}
-
-TEST_F(EntryPoint, RebuildsWithSeveralArguments)
-{
-    EXPECT_EQ(0, runProgram({program, "", "--", "three"}).status);
-    EXPECT_EQ(rebuilt, crontabOf("anna"));
-}
-
-TEST_F(EntryPoint, IgnoresTheTextOfAnArgument)
-{
-    for (const std::string argument : {"--help", "--version", "-c", "clean", "0"}) {
-        setCrontab("anna", foreign);
-        const auto end = runProgram({program, argument});
-        EXPECT_EQ(0, end.status) << argument;
-        EXPECT_EQ("", end.output) << argument;
-        EXPECT_EQ(rebuilt, crontabOf("anna")) << argument;
+    for (const auto& arguments : std::vector<std::vector<std::string>>{
+             {"x"}, {""}, {"", "--", "three"}, {"--help"}, {"--version"}, {"-c"}, {"clean"}, {"0"}}) {
+        SCOPED_TRACE(arguments.back());
+        setCrontab("anna", backup);
+        std::vector<std::string> command = {program};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        const auto end = runProgram(command);
+        EXPECT_EQ(0, end.status);
+        EXPECT_EQ("", end.output);
+        EXPECT_EQ("", end.errors);
+        EXPECT_EQ(rebuilt, crontabOf("anna"));
     }
 }
 
@@ -96,13 +80,13 @@ TEST_F(EntryPoint, ChangesNoRowInEitherMode)
 TEST_F(EntryPoint, EndsWithStatus0WhateverHappensToItsOutput)
 {
     for (const auto output : uselessOutputs) {
-        setCrontab("anna", foreign);
-        const auto rebuilding = runProgram({program, "x"}, output);
+        setCrontab("anna", backup);
+        const auto rebuilding = runProgram(rebuildCommand, output);
         EXPECT_EQ(0, rebuilding.status);
         EXPECT_EQ("", rebuilding.errors);
         EXPECT_EQ(rebuilt, crontabOf("anna"));
-        EXPECT_EQ(0, runProgram({program}, output).status);
-        EXPECT_EQ(foreign, crontabOf("anna"));
+        EXPECT_EQ(0, runProgram(cleanCommand, output).status);
+        EXPECT_EQ(backup, crontabOf("anna"));
     }
 }
 
@@ -110,14 +94,14 @@ TEST_F(EntryPoint, EndsWithStatus0WhenItsMessageCannotBeWritten)
 {
     execSql("drop table TaskTable; create table TaskTable(somethingElse)");
     for (const auto output : uselessOutputs) {
-        for (const auto& arguments : {std::vector<std::string>{program}, std::vector<std::string>{program, "x"}}) {
-            const auto end = runProgram(arguments, output);
+        for (const auto& command : {cleanCommand, rebuildCommand}) {
+            const auto end = runProgram(command, output);
             EXPECT_EQ(0, end.status);
             EXPECT_EQ(0, end.signal);
             EXPECT_EQ("", end.errors);
         }
     }
-    EXPECT_EQ(foreign, crontabOf("anna"));
+    EXPECT_EQ(backup, crontabOf("anna"));
 }
 
 TEST_F(EntryPoint, DoesItsWorkWithoutAnyOpenDescriptor)
@@ -126,19 +110,18 @@ TEST_F(EntryPoint, DoesItsWorkWithoutAnyOpenDescriptor)
     EXPECT_EQ(0, runProgram({"/bin/sh", "-c", closeAll, program, "x"}).status);
     EXPECT_EQ(rebuilt, crontabOf("anna"));
     EXPECT_EQ(0, runProgram({"/bin/sh", "-c", closeAll, program}).status);
-    EXPECT_EQ(foreign, crontabOf("anna"));
+    EXPECT_EQ(backup, crontabOf("anna"));
 }
 
-// The descriptor of standard output, if that is closed, is the next file's that is opened.
+// If standard output is closed, the next file that is opened gets its descriptor.
 TEST_F(EntryPoint, WritesItsMessageIntoNoFileOfItsOwnWhenStandardOutputIsClosed)
 {
-    execSql("alter table TaskTable rename to Tasks; create view TaskTable as select id, type, crontime, userId,"
-            " abs(-9223372036854775808) as status from Tasks");
+    makeUnreadable("status", "true");
     const auto before = readFile(databasePath);
     EXPECT_EQ(0, runProgram({"/bin/sh", "-c", "exec \"$0\" x <&- >&- 2>&-", program}).status);
     EXPECT_EQ(before, readFile(databasePath));
     EXPECT_EQ(Files{"crontemp.txt"}, scratchFiles());
-    EXPECT_EQ(foreign, readFile(crontabCopy));
+    EXPECT_EQ(backup, readFile(crontabCopy));
 }
 
 TEST_F(EntryPoint, ChangesNoCrontabWhenSomebodyOtherThanRootStartsIt)
@@ -169,30 +152,26 @@ TEST_F(EntryPointRecorded, MakesTheTaskTableOnItsFirstRun)
 TEST_F(EntryPointRecorded, PrintsItsMessageWhenThereIsNoPlaceForTheDatabase)
 {
     ASSERT_EQ(0, runProgram({"/bin/rm", "-r", productDirectory + "var"}).status);
-    expectOnlyTheMessage({program});
-    expectOnlyTheMessage({program, "x"});
+    expectOnlyTheMessage();
 }
 
 TEST_F(EntryPointRecorded, PrintsItsMessageWhenTheDatabaseIsADirectory)
 {
     ASSERT_EQ(0, runProgram({"/bin/rm", databasePath}).status);
     ASSERT_EQ(0, runProgram({"/bin/mkdir", databasePath}).status);
-    expectOnlyTheMessage({program});
-    expectOnlyTheMessage({program, "x"});
+    expectOnlyTheMessage();
 }
 
 TEST_F(EntryPointRecorded, PrintsItsMessageWhenTheDatabaseIsSomethingElse)
 {
     writeFile(databasePath, std::string(4096, 'x'));
-    expectOnlyTheMessage({program});
-    expectOnlyTheMessage({program, "x"});
+    expectOnlyTheMessage();
 }
 
 TEST_F(EntryPointRecorded, PrintsItsMessageWhenTheUsersCannotBeRead)
 {
     execSql("drop table TaskTable; create table TaskTable(id integer primary key, somethingElse)");
-    expectOnlyTheMessage({program});
-    expectOnlyTheMessage({program, "x"});
+    expectOnlyTheMessage();
 }
 
 TEST_F(EntryPointRecorded, RunsNoCrontabForAnEmptyTable)
@@ -218,9 +197,8 @@ TEST_F(EntryPoint, KeepsWhatARebuildHasDoneBeforeAnException)
 {
     addTask({4, ben});
     addTask({5, carla});
-    execSql("alter table TaskTable rename to Tasks; create view TaskTable as select id, type, crontime, userId,"
-            " case userId when 502 then abs(-9223372036854775808) else status end as status from Tasks");
-    const auto end = runProgram({program, "x"});
+    makeUnreadable("status", "userId=502");
+    const auto end = runProgram(rebuildCommand);
     EXPECT_EQ(0, end.status);
     EXPECT_EQ(message, end.output);
     EXPECT_EQ(rebuilt, crontabOf("anna"));

@@ -13,7 +13,7 @@
 #include <unistd.h>
 #include <vector>
 
-// The task library used by many threads and by many processes at the same time.
+// Many threads and many processes use the task library at the same time.
 
 using namespace support;
 
@@ -69,8 +69,8 @@ void expectEveryTaskOnce(int workers)
     EXPECT_EQ(std::vector<std::string>{"ok"}, queryRows("pragma integrity_check"));
 }
 
-// Reads until told to stop. The table changes meanwhile: a list can find another number of rows than was counted, and a
-// task be gone. Anything else comes out.
+// Reads until told to stop. Meanwhile the table changes: the number of rows can differ from the count before it, and a
+// task can be gone. Any other failure is an error.
 void readUntil(const std::function<bool()>& done)
 {
     TaskEditor& editor = *TaskEditor::getInstance();
@@ -86,7 +86,7 @@ void readUntil(const std::function<bool()>& done)
     TaskEditor::ReleaseInstance();
 }
 
-// Runs `body` in a process of its own, which ends with status 0 if it comes to its end and nothing was found wrong.
+// Runs `body` in a child process, whose exit status is 0 if `body` returns and no expectation failed.
 pid_t inProcess(const std::function<void()>& body)
 {
     const pid_t child = fork();

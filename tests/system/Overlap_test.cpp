@@ -19,12 +19,10 @@ using namespace support;
 // Two runs at the same time.
 namespace {
 
-const std::string backup = "0 1 * * * /bin/backup\n";
-const std::string report = "30 6 * * 1 /bin/report --all\n";
 const std::string go = testDirectory + "go";
 const std::string waiting = testDirectory + "waiting";
 const std::string gone = testDirectory + "gone";
-// A crontab command that does not go on before it is told to, or for a minute if nobody is left to tell it.
+// Makes a crontab command wait until it is told to go, or for a minute if nobody is left to tell it.
 const std::string waitForGo = ": >" + waiting + "; turn=0; while [ ! -e " + go + " ] && [ $turn -lt 6000 ]; do"
     + " turn=$((turn + 1)); sleep 0.01; done; : >" + gone;
 const Calls oneClean = {"-u anna -l", "-u anna " + filteredCopy};
@@ -41,15 +39,15 @@ protected:
     }
 };
 
-/// The kernel says in which system call a process is. Its list of locks would not do: in a process namespace it leaves
-/// out a lock whose first owner was killed, and those who wait for it.
+/// Asks the kernel which system call the process is in. Its list of locks would not do: in a process namespace, that
+/// leaves out a lock whose first owner was killed, and everybody who waits for it.
 bool waitsForALock(pid_t process)
 {
     const std::string call = std::to_string(SYS_flock) + " ";
     return readFile("/proc/" + std::to_string(process) + "/syscall").compare(0, call.size(), call) == 0;
 }
 
-/// Waits until the condition holds. A test that waits in vain ends by CTest's time limit.
+/// Waits until the condition holds, if need be until CTest's time limit ends the test.
 template <typename Condition> void waitUntil(const Condition& condition)
 {
     while (!condition())
@@ -78,9 +76,9 @@ private:
 TEST_F(OverlapRecorded, ASecondRunWaitsForTheFirstToEnd)
 {
     onCrontabCall(waitForGo);
-    StartedProgram first({program});
+    StartedProgram first(cleanCommand);
     waitUntil([&] { return std::filesystem::exists(waiting) || !first.running(); });
-    StartedProgram second({program, "x"});
+    StartedProgram second(rebuildCommand);
     waitUntil([&] { return waitsForALock(second.pid()) || crontabCalls().size() > 1 || !second.running(); });
     EXPECT_EQ(Calls{"-u anna -l"}, crontabCalls());
     writeFile(go, "");
@@ -92,9 +90,9 @@ TEST_F(OverlapRecorded, ASecondRunWaitsForTheFirstToEnd)
 
 TEST_F(OverlapRecorded, ACleanAndARebuildWaitForWhoeverHoldsTheScratchDirectory)
 {
-    for (const auto& arguments : {std::vector<std::string>{program}, std::vector<std::string>{program, "x"}}) {
+    for (const auto& command : {cleanCommand, rebuildCommand}) {
         auto lock = std::make_unique<ScratchLock>();
-        StartedProgram run(arguments);
+        StartedProgram run(command);
         waitUntil([&] { return waitsForALock(run.pid()) || !run.running(); });
         EXPECT_TRUE(run.running());
         lock.reset();
@@ -107,7 +105,7 @@ TEST_F(OverlapRecorded, TheLockMakesNoFile)
 {
     onCrontabCall("ls -A " + scratchDirectory + " | tr '\\n' ' ' >>" + testDirectory + "seen");
     clean();
-    // While it is listed, the copy may be there already or not.
+    // The copy may or may not be there while the crontab is listed.
     const std::string seen = readFile(testDirectory + "seen");
     EXPECT_TRUE(seen == "crontemp.txt temp2.txt " || seen == "crontemp.txt crontemp.txt temp2.txt ") << seen;
     EXPECT_EQ(Files{}, scratchFiles());
@@ -133,7 +131,7 @@ std::ostream& operator<<(std::ostream& out, const SecondRun& second)
     return out << second.name;
 }
 
-/// A run is killed while its crontab command still has to read the file that it is to install.
+/// A run is killed before its crontab command has read the file to install.
 class KilledWhileInstalling : public OverlapRecorded, public testing::WithParamInterface<SecondRun> {
 protected:
     void SetUp() override
@@ -147,9 +145,7 @@ protected:
 
     static std::unique_ptr<StartedProgram> start()
     {
-        const std::vector<std::string> clean = {program};
-        const std::vector<std::string> rebuild = {program, "rebuild"};
-        return std::make_unique<StartedProgram>(GetParam().rebuild ? rebuild : clean);
+        return std::make_unique<StartedProgram>(GetParam().rebuild ? rebuildCommand : cleanCommand);
     }
 
     static std::unique_ptr<StartedProgram> startAndLetItWait()
@@ -208,13 +204,9 @@ protected:
     static std::string jobOf(int user) { return "0 1 * * * /bin/job-of-" + std::to_string(user) + "\n"; }
     static std::string taskOf(int user) { return taskLine(10 + user); }
 
-    void start(bool cleaning)
-    {
-        m_runs.push_back(std::make_unique<StartedProgram>(
-            cleaning ? std::vector<std::string>{program} : std::vector<std::string>{program, "x"}));
-    }
+    void start(const std::vector<std::string>& command) { m_runs.push_back(std::make_unique<StartedProgram>(command)); }
 
-    /// Looks at every crontab, over and over, until the last run has ended. How often it has.
+    /// Checks every crontab, over and over, until the last run has ended. Returns how often.
     int watchUntilTheEnd()
     {
         int rounds = 0;
@@ -236,7 +228,7 @@ private:
         return std::any_of(m_runs.begin(), m_runs.end(), [](const auto& run) { return run->running(); });
     }
 
-    /// The job first, then the task's line, as often as it may be; nothing of anybody else's.
+    /// The job comes first, then the task's line any number of times, and nobody else's lines.
     static void expectOwnJobs(int user)
     {
         std::string rest = crontabOf(nameOf(user));
@@ -254,7 +246,7 @@ private:
 TEST_F(TenUsers, HaveNobodyElsesLinesWhileTwentyRebuildsOverlapAndNoneIsLost)
 {
     for (int run = 0; run < runs; ++run)
-        start(false);
+        start(rebuildCommand);
     EXPECT_GT(watchUntilTheEnd(), 2);
     for (int user = 0; user < users; ++user) {
         std::string expected = jobOf(user);
@@ -267,9 +259,9 @@ TEST_F(TenUsers, HaveNobodyElsesLinesWhileTwentyRebuildsOverlapAndNoneIsLost)
 TEST_F(TenUsers, HaveNobodyElsesLinesWhileCleansAndRebuildsOverlap)
 {
     for (int run = 0; run < runs; ++run)
-        start(run % 2 == 0);
+        start(run % 2 == 0 ? cleanCommand : rebuildCommand);
     EXPECT_GT(watchUntilTheEnd(), 2);
-    clean(); // whatever order they came in
+    clean(); // the last run may have been either
     for (int user = 0; user < users; ++user)
         EXPECT_EQ(jobOf(user), crontabOf(nameOf(user)));
 }

@@ -10,13 +10,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-// The scratch directory becomes read-only while the program runs, as after an error of its disk.
+// The scratch directory becomes read-only while the program runs, as it does after a disk error.
 
 using namespace support;
 
 namespace {
 
-/// A run of the program that stops at each of its system calls. Its children run freely.
+/// A run of the program that stops at each of its system calls. Its child processes do not stop.
 class SteppedRun {
 public:
     explicit SteppedRun(bool rebuild)
@@ -42,7 +42,7 @@ public:
         waitpid(m_pid, &m_status, 0);
     }
 
-    /// Goes on to where the next call is entered, and returns its number; -1 when the program has ended.
+    /// Continues until the program enters its next call. Returns the call's number, or -1 if the program has ended.
     long toNextCall()
     {
         for (int signal = 0;;) {
@@ -105,8 +105,9 @@ protected:
         return jobOf(owner) + (GetParam() ? taskOf(owner) + taskOf(owner) : "");
     }
 
-    /// The number of the call behind that for the lock, from `first` on, at which the file system could be changed (it
-    /// cannot while a file is being written); 0 if the run has ended before.
+    /// Makes the file system read-only at the first call after the one for the lock, from number `first` on, at which
+    /// it can: it cannot while a file is open for writing. Returns the number of that call, or 0 if the run ended
+    /// before.
     static int runUntilReadOnly(int first)
     {
         SteppedRun run(GetParam());

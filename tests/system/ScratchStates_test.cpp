@@ -12,27 +12,23 @@
 #include <sys/sysmacros.h>
 #include <vector>
 
-// What a run makes of a scratch directory in which somebody else's jobs lie, under every shape and in every state.
+// What a run does in a scratch directory that holds somebody else's jobs, in files of every type and state.
 
 using namespace support;
 
 namespace {
 
 const std::string strangersJob = "0 0 * * * /bin/somebody-elses\n";
-const std::string backup = "0 1 * * * /bin/backup\n";
-const std::string report = "30 6 * * 1 /bin/report --all\n";
-const std::string annasTask = taskLine(3);
-const std::string bensTask = taskLine(4);
 const std::string elsewhere = testDirectory + "elsewhere";
 
-struct Shape {
+struct FileType {
     const char* name;
     std::function<void(const std::string& path)> make;
 };
 
-std::ostream& operator<<(std::ostream& out, const Shape& shape)
+std::ostream& operator<<(std::ostream& out, const FileType& type)
 {
-    return out << shape.name;
+    return out << type.name;
 }
 
 void require(bool done, const char* what)
@@ -79,34 +75,14 @@ void makeFolder(const std::string& path)
     std::filesystem::create_directory(path);
 }
 
-// Anna and Ben have a task each, and a crontab with a job and a task line.
-class ScratchStates : public SystemTest {
+class ScratchStates : public TwoOwnersTest {
 protected:
-    void SetUp() override
-    {
-        SystemTest::SetUp();
-        addTask({3, anna});
-        addTask({4, ben});
-        setCrontab("anna", backup + annasTask);
-        setCrontab("ben", report + bensTask);
-    }
-
-    static void expectCrontabs(const std::string& ofAnna, const std::string& ofBen)
-    {
-        EXPECT_EQ(ofAnna, crontabOf("anna"));
-        EXPECT_EQ(ofBen, crontabOf("ben"));
-    }
-
-    static void expectUntouched() { expectCrontabs(backup + annasTask, report + bensTask); }
-    static void expectCleaned() { expectCrontabs(backup, report); }
-    static void expectRebuilt() { expectCrontabs(backup + annasTask + annasTask, report + bensTask + bensTask); }
-
     static void makeReadOnly()
     {
         require(mount(nullptr, scratchDirectory.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) == 0, "mount");
     }
 
-    /// Makes a file that can be removed by nobody, and with `flags` MS_RDONLY not be written either.
+    /// Makes a file that nobody can remove, nor write if `flags` is MS_RDONLY.
     static void pinFile(const std::string& path, unsigned long flags)
     {
         writeFile(elsewhere, strangersJob);
@@ -128,74 +104,67 @@ private:
     static inline std::vector<std::string> m_pinned;
 };
 
-class RemovableShapes : public ScratchStates, public testing::WithParamInterface<Shape> { };
-
-class StuckShapes : public ScratchStates, public testing::WithParamInterface<Shape> {
+class Leftovers : public ScratchStates, public testing::WithParamInterface<FileType> {
 protected:
-    void SetUp() override
+    /// Afterwards, no run can remove or write the file.
+    static void makeStuck(const std::string& path)
     {
-        ScratchStates::SetUp();
         limitScratchDirectory(0, 0);
+        GetParam().make(path);
+        makeReadOnly();
     }
 };
 
-const auto shapeName = [](const auto& instance) { return std::string(instance.param.name); };
+bool exists(const std::string& path)
+{
+    return std::filesystem::exists(std::filesystem::symlink_status(path));
+}
 
 } // namespace
 
-TEST_P(RemovableShapes, AreReplacedByAClean)
+TEST_P(Leftovers, AreReplacedByAClean)
 {
     GetParam().make(crontabCopy);
     GetParam().make(filteredCopy);
     clean();
     expectCleaned();
-    EXPECT_FALSE(std::filesystem::exists(std::filesystem::symlink_status(crontabCopy)));
-    EXPECT_FALSE(std::filesystem::exists(std::filesystem::symlink_status(filteredCopy)));
+    EXPECT_FALSE(exists(crontabCopy) || exists(filteredCopy));
 }
 
-TEST_P(RemovableShapes, AreReplacedByARebuild)
+TEST_P(Leftovers, AreReplacedByARebuild)
 {
     GetParam().make(crontabCopy);
     rebuild();
     expectRebuilt();
-    EXPECT_FALSE(std::filesystem::exists(std::filesystem::symlink_status(crontabCopy)));
+    EXPECT_FALSE(exists(crontabCopy));
 }
 
-TEST_P(StuckShapes, AreNeverReadByAClean)
+TEST_P(Leftovers, AreNeverReadByACleanThatCannotReplaceThem)
 {
-    GetParam().make(crontabCopy);
-    makeReadOnly();
+    makeStuck(crontabCopy);
     clean();
-    expectUntouched();
+    expectUnchanged();
 }
 
-TEST_P(StuckShapes, AreNeverInstalledByAClean)
+TEST_P(Leftovers, AreNeverInstalledByACleanThatCannotReplaceThem)
 {
-    GetParam().make(filteredCopy);
-    makeReadOnly();
+    makeStuck(filteredCopy);
     clean();
-    expectUntouched();
+    expectUnchanged();
 }
 
-TEST_P(StuckShapes, AreNeverInstalledByARebuild)
+TEST_P(Leftovers, AreNeverInstalledByARebuildThatCannotReplaceThem)
 {
-    GetParam().make(crontabCopy);
-    makeReadOnly();
+    makeStuck(crontabCopy);
     rebuild();
-    expectUntouched();
+    expectUnchanged();
 }
 
-INSTANTIATE_TEST_SUITE_P(Of, StuckShapes,
-    testing::Values(Shape{"File", makeFile}, Shape{"SymbolicLink", makeSymbolicLink},
-        Shape{"DanglingLink", makeDanglingLink}, Shape{"HardLink", makeHardLink}, Shape{"Pipe", makePipe},
-        Shape{"Device", makeDevice}, Shape{"Folder", makeFolder}),
-    shapeName);
-
-INSTANTIATE_TEST_SUITE_P(Of, RemovableShapes,
-    testing::Values(Shape{"File", makeFile}, Shape{"SymbolicLink", makeSymbolicLink},
-        Shape{"DanglingLink", makeDanglingLink}, Shape{"HardLink", makeHardLink}, Shape{"Pipe", makePipe},
-        Shape{"Device", makeDevice}, Shape{"Folder", makeFolder}),
-    shapeName);
+INSTANTIATE_TEST_SUITE_P(Of, Leftovers,
+    testing::Values(FileType{"File", makeFile}, FileType{"SymbolicLink", makeSymbolicLink},
+        FileType{"DanglingLink", makeDanglingLink}, FileType{"HardLink", makeHardLink}, FileType{"Pipe", makePipe},
+        FileType{"Device", makeDevice}, FileType{"Folder", makeFolder}),
+    [](const auto& instance) { return std::string(instance.param.name); });
 
 TEST_F(ScratchStates, TheTargetOfALinkStaysAsItWas)
 {
@@ -215,7 +184,7 @@ TEST_F(ScratchStates, TheTargetOfALinkStaysAsItWasWhenTheLinkCannotBeRemoved)
     clean();
     rebuild();
     EXPECT_EQ(strangersJob, readFile(elsewhere));
-    expectUntouched();
+    expectUnchanged();
 }
 
 TEST_F(ScratchStates, AFileThatCanOnlyBeOverwrittenIsOverwritten)
@@ -238,16 +207,16 @@ TEST_F(ScratchStates, AFileThatCanNeitherBeRemovedNorWrittenIsNotUsed)
 {
     pinFile(crontabCopy, MS_RDONLY);
     clean();
-    expectUntouched();
+    expectUnchanged();
     rebuild();
-    expectUntouched();
+    expectUnchanged();
 }
 
 TEST_F(ScratchStates, AFilteredCopyThatCanNeitherBeRemovedNorWrittenIsNotUsed)
 {
     pinFile(filteredCopy, MS_RDONLY);
     clean();
-    expectUntouched();
+    expectUnchanged();
     rebuild();
     expectRebuilt(); // which does not use it
     EXPECT_EQ(strangersJob, readFile(filteredCopy));

@@ -1,6 +1,4 @@
-#include "Process.h"
-#include "TaskLine.h"
-#include "WorldTest.h"
+#include "SystemTest.h"
 
 #include <gtest/gtest.h>
 #include <map>
@@ -11,10 +9,10 @@
 #include <sys/wait.h>
 #include <vector>
 
-// The built program with one of its system calls failing, or killed at one, from outside, by strace. Its children are
-// not touched. A call that is made to fail is not made at all; a pipe that is not closed would hold the program up for
-// ever, as the system itself never does, so closing fails for the scratch files only.
-// Nor does waiting for a child fail before the child has ended: what is then still being installed is nobody's rule.
+// strace makes one system call of the program fail, or kills the program at one. The commands that the program starts
+// are left alone. A call that fails is not made at all, so close() fails for scratch files only: a pipe that stays open
+// would block the program for ever, which no failure of the real close() does. wait4() never fails here: the program
+// would go on while crontab still installs, and no rule says what happens then.
 
 using namespace support;
 
@@ -25,8 +23,8 @@ const std::string foreign = "# jobs\nMAILTO=root\n0 1 * * * /bin/backup --all\n"
 struct Fault {
     const char* call;
     const char* error;
-    bool hidesCrontabs; // a crontab that cannot be read counts as empty, and this fault can have that effect
-    bool scratchOnly = false; // only where the call is for a scratch file
+    bool hidesCrontabs; // can make a crontab unreadable, so that it counts as empty
+    bool scratchOnly = false; // fails for scratch files only
 };
 
 std::ostream& operator<<(std::ostream& out, const Fault& fault)
@@ -37,20 +35,24 @@ std::ostream& operator<<(std::ostream& out, const Fault& fault)
 enum class Pass { clean, rebuild };
 enum class From { once, thenOn };
 
+std::string taskLines(const std::vector<int>& ids)
+{
+    std::string text;
+    for (const int id : ids)
+        text += taskLine(id);
+    return text;
+}
+
 std::string before(Pass pass, const std::vector<int>& ids)
 {
-    std::string text = foreign;
-    if (pass == Pass::clean)
-        for (const int id : ids)
-            text += taskLine(id, "7 * * * *");
-    return text;
+    return foreign + (pass == Pass::clean ? taskLines(ids) : "");
 }
 
 // What a rebuild appends, possibly without the lines of tasks that could not be read.
 bool areTaskLines(std::string text, const std::vector<int>& ids)
 {
     for (const int id : ids) {
-        const std::string line = taskLine(id, "7 * * * *");
+        const std::string line = taskLine(id);
         if (text.compare(0, line.size(), line) == 0)
             text.erase(0, line.size());
     }
@@ -69,14 +71,14 @@ bool explained(Pass pass, const std::string& text, const std::vector<int>& ids, 
     return hidden && areTaskLines(text, ids);
 }
 
-class UnderStrace : public WorldTest {
+class UnderStrace : public SystemTest {
 protected:
     void SetUp() override
     {
-        WorldTest::SetUp();
-        execSql(createTaskTable);
-        execSql("insert into TaskTable(description, crontime, userId) values"
-                "('a', '7 * * * *', 501), ('b', '7 * * * *', 502), ('c', '7 * * * *', 501)");
+        SystemTest::SetUp();
+        addTask({1, anna});
+        addTask({2, ben});
+        addTask({3, anna});
     }
 
     void setCrontabs(Pass pass)
@@ -91,18 +93,16 @@ protected:
         EXPECT_EQ(before(Pass::clean, {9}), crontabOf("carla")) << where;
     }
 
-    static std::vector<std::string> programFor(Pass pass)
+    static std::vector<std::string> commandFor(Pass pass)
     {
-        if (pass == Pass::rebuild)
-            return {ORV_CRON_CLEANER, "rebuild"};
-        return {ORV_CRON_CLEANER};
+        return pass == Pass::rebuild ? rebuildCommand : cleanCommand;
     }
 
     std::vector<std::string> straceFor(Pass pass, const std::vector<std::string>& options) const
     {
         std::vector<std::string> command = {"/usr/bin/strace", "-o", log};
         command.insert(command.end(), options.begin(), options.end());
-        for (const std::string& word : programFor(pass))
+        for (const std::string& word : commandFor(pass))
             command.push_back(word);
         return command;
     }
@@ -119,7 +119,7 @@ protected:
 
 class SystemCallFaults : public UnderStrace, public testing::WithParamInterface<Fault> {
 protected:
-    // True if the fault was met.
+    // Returns whether the call was made often enough to fail.
     bool runWithFault(const Fault& fault, Pass pass, int n, From from)
     {
         const std::string call = fault.call;
@@ -127,17 +127,16 @@ protected:
         std::vector<std::string> options
             = {"-e", "trace=" + call, "-e", "inject=" + call + ":error=" + fault.error + ":when=" + when};
         if (fault.scratchOnly)
-            options.insert(
-                options.end(), {"-P", scratchDirectory + "crontemp.txt", "-P", scratchDirectory + "temp2.txt"});
+            options.insert(options.end(), {"-P", crontabCopy, "-P", filteredCopy});
         const ProgramEnd end = run(pass, options);
         const bool loaded = end.errors.find("error while loading shared libraries") == std::string::npos;
-        EXPECT_EQ(loaded ? 0 : 127, end.status) << end.errors; // what fails before main is not the program's
+        EXPECT_EQ(loaded ? 0 : 127, end.status) << end.errors; // the program has no say before main
         EXPECT_EQ(0, end.signal);
-        EXPECT_TRUE(end.output.empty() || end.output == "Exception while cleaning cron") << end.output;
+        EXPECT_TRUE(end.output.empty() || end.output == message) << end.output;
         return readFile(log).find("(INJECTED)") != std::string::npos;
     }
 
-    // The number of calls that were made to fail.
+    // Returns how many calls failed.
     int sweep(const Fault& fault, Pass pass, From from)
     {
         int n = 0;
@@ -155,27 +154,19 @@ protected:
     }
 };
 
-std::string taskLines(const std::vector<int>& ids)
-{
-    std::string text;
-    for (const int id : ids)
-        text += taskLine(id, "7 * * * *");
-    return text;
-}
-
 bool onceOrTwice(const std::string& text, const std::string& lines)
 {
     return text == foreign + lines || text == foreign + lines + lines;
 }
 
-constexpr int shares = 4; // so that none takes long
+constexpr int shares = 4; // of the calls, each in a test of its own, so that none takes long
 
 class KilledRuns : public UnderStrace, public testing::WithParamInterface<int> {
-public: // as the tests name its ways to kill
+public: // so that the tests can name the ways to kill
     void SetUp() override
     {
         UnderStrace::SetUp();
-        ASSERT_EQ(0, prctl(PR_SET_CHILD_SUBREAPER, 1)); // what a killed program leaves running comes to this process
+        ASSERT_EQ(0, prctl(PR_SET_CHILD_SUBREAPER, 1)); // become the parent of what a killed program leaves running
     }
 
     // How often an undisturbed run makes each system call.
@@ -188,7 +179,7 @@ public: // as the tests name its ways to kill
         for (std::string line; std::getline(lines, line);)
             if (line.find('(') != std::string::npos && line.compare(0, 1, "-") != 0 && line.compare(0, 1, "+") != 0)
                 ++calls[line.substr(0, line.find('('))];
-        calls.erase("execve"); // is strace's own until it has returned
+        calls.erase("execve"); // until it returns, the process is strace's
         return calls;
     }
 
@@ -197,7 +188,7 @@ public: // as the tests name its ways to kill
         return {"-e", "trace=" + call, "-e", "inject=" + call + ":signal=KILL:when=" + std::to_string(n)};
     }
 
-    // Waits for the end of all that a killed run had started.
+    // Waits until everything that a killed run started has ended.
     static void waitForOrphans()
     {
         while (wait(nullptr) > 0) { }
@@ -207,15 +198,15 @@ public: // as the tests name its ways to kill
     void killThenRun(Pass pass, const std::string& call, int n)
     {
         run(pass, killedAt(call, n));
-        runProgram(programFor(pass));
+        runProgram(commandFor(pass));
         waitForOrphans();
     }
 
-    // The same with the other started before. Which of the two is the first to get the lock, is chance.
+    // The same, but starts the other before the kill. Either of the two can get the lock first.
     void killBesideARun(Pass pass, const std::string& call, int n)
     {
         StartedProgram killed(straceFor(pass, killedAt(call, n)));
-        StartedProgram other(programFor(pass));
+        StartedProgram other(commandFor(pass));
         killed.wait();
         EXPECT_EQ(0, other.wait().status);
         waitForOrphans();
@@ -286,11 +277,10 @@ INSTANTIATE_TEST_SUITE_P(Of, SystemCallFaults,
         Fault{"lseek", "EIO", false}, Fault{"newfstatat", "EACCES", true}),
     [](const auto& instance) { return std::string(instance.param.call); });
 
-TEST_F(UnderStrace, ACopyThatWasMadeAndCannotBeOpenedForReadingIsNotInstalled)
+TEST_F(UnderStrace, ACrontabWhoseCopyCannotBeReadStaysAsItIs)
 {
     setCrontabs(Pass::clean);
-    run(Pass::clean,
-        {"-P", scratchDirectory + "crontemp.txt", "-e", "trace=openat", "-e", "inject=openat:error=EMFILE:when=2"});
+    run(Pass::clean, {"-P", crontabCopy, "-e", "trace=openat", "-e", "inject=openat:error=EMFILE:when=2"});
     EXPECT_NE(std::string::npos, readFile(log).find("(INJECTED)"));
     EXPECT_EQ(before(Pass::clean, annas), crontabOf("anna"));
     EXPECT_EQ(foreign, crontabOf("ben"));

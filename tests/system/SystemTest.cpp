@@ -6,9 +6,6 @@
 
 using namespace support;
 
-const std::string program = ORV_CRON_CLEANER;
-const std::string message = "Exception while cleaning cron";
-
 void SystemTest::SetUp()
 {
     WorldTest::SetUp();
@@ -21,12 +18,38 @@ void RecordedSystemTest::SetUp()
     useRecordingCrontab();
 }
 
+void TwoOwnersTest::SetUp()
+{
+    SystemTest::SetUp();
+    addTask({3, anna});
+    addTask({4, ben});
+    setCrontab("anna", backup + annasTask);
+    setCrontab("ben", report + bensTask);
+}
+
+void TwoOwnersTest::expectCrontabs(const std::string& annas, const std::string& bens)
+{
+    EXPECT_EQ(annas, crontabOf("anna"));
+    EXPECT_EQ(bens, crontabOf("ben"));
+}
+
 void addTask(const Task& task)
 {
     std::ostringstream sql;
     sql << "insert into TaskTable(id,description,type,crontime,status,userId) values(" << task.id << ",'task "
         << task.id << "'," << task.type << ",'" << task.cronTime << "'," << task.status << "," << task.user << ")";
     execSql(sql.str());
+}
+
+void makeUnreadable(const std::string& column, const std::string& condition)
+{
+    std::string columns;
+    for (const std::string name : {"id", "type", "crontime", "status", "userId"})
+        columns += (columns.empty() ? "" : ", ")
+            + (name == column ? "case when " + condition + " then abs(-9223372036854775808) else " + name + " end as "
+                              : "")
+            + name;
+    execSql("alter table TaskTable rename to Tasks; create view TaskTable as select " + columns + " from Tasks");
 }
 
 static std::string runQuietly(const std::vector<std::string>& arguments, const std::vector<std::string>& environment)
@@ -40,16 +63,16 @@ static std::string runQuietly(const std::vector<std::string>& arguments, const s
 
 std::string clean(const std::vector<std::string>& environment)
 {
-    return runQuietly({program}, environment);
+    return runQuietly(cleanCommand, environment);
 }
 
 std::string rebuild(const std::vector<std::string>& environment)
 {
-    return runQuietly({program, "rebuild"}, environment);
+    return runQuietly(rebuildCommand, environment);
 }
 
 std::vector<std::string> failingPopen(const std::string& calls)
 {
-    // A build with the address sanitizer wants to be the first library; here it must not be.
+    // The address sanitizer insists on being the first library, unless told otherwise.
     return {"LD_PRELOAD=" ORV_FAILING_POPEN, "FAILING_POPEN_CALLS=" + calls, "ASAN_OPTIONS=verify_asan_link_order=0"};
 }
