@@ -7,8 +7,8 @@
 #include <unistd.h>
 #include <vector>
 
-// What each of the crontab programs that Debian packages does in a way of its own. Every suite needs that program as
-// /usr/bin/crontab; scripts/test-crontabs installs them in turn. CronDialects_test.cpp has Debian's own.
+// How the other crontab programs that Debian packages differ. Each suite needs one of them as /usr/bin/crontab:
+// scripts/test-crontabs installs them in turn. Debian's own crontab is in CronDialects_test.cpp.
 
 using namespace support;
 
@@ -40,7 +40,7 @@ protected:
     }
 };
 
-/// What the program says when it is to install this for anna; nothing if it does.
+/// What the program prints when it refuses to install this for anna. Empty if it installs it.
 std::string refusal(const std::string& text)
 {
     writeFile(testDirectory + "new", text);
@@ -49,14 +49,55 @@ std::string refusal(const std::string& text)
     return end.errors;
 }
 
-class CronieCrontab : public OtherProgram { };
+/// What several of the programs do, with root's crontab: busybox changes no other.
+class SeveralCrontabs : public SystemTest {
+protected:
+    void SetUp() override
+    {
+        SystemTest::SetUp();
+        addTask({12, 0, "7 * * * *"});
+    }
+};
 
-TEST_F(CronieCrontab, KeepsThreeCommentsOfAFilePutThereByHand)
+TEST_F(SeveralCrontabs, KeepThreeCommentsOfAFilePutThereByHand)
 {
-    storeCrontab("anna", "# one\n# two\n# three\n" + job);
+    storeCrontab("root", "# one\n# two\n# three\n" + job);
     clean();
-    EXPECT_EQ("# one\n# two\n# three\n" + job, storedCrontab("anna"));
+    EXPECT_EQ("# one\n# two\n# three\n" + job, storedCrontab("root"));
 }
+
+TEST_F(SeveralCrontabs, InstallAJobWithoutALineBreakSoThatTheTaskLineJoinsIt)
+{
+    setCrontab("root", "0 3 * * * /bin/backup");
+    rebuild();
+    EXPECT_EQ("0 3 * * * /bin/backup" + task12, storedCrontab("root"));
+}
+
+TEST_F(SeveralCrontabs, InstallALineThatACarriageReturnHasJoined)
+{
+    storeCrontab("root", job + "\r\n30 6 * * 1 /bin/report\n" + task12);
+    clean();
+    EXPECT_EQ(job + "\r30 6 * * 1 /bin/report\n", storedCrontab("root"));
+}
+
+TEST_F(SeveralCrontabs, InstallALineThatIsNoJob)
+{
+    addTask({15, 0, "61 * * * *"});
+    setCrontab("root", job);
+    rebuild();
+    EXPECT_EQ(job + task12 + taskLine(15, "61 * * * *"), storedCrontab("root"));
+}
+
+TEST_F(SeveralCrontabs, LetRootPastCronDeny)
+{
+    execSql("update TaskTable set userId=501");
+    setCrontab("anna", job + task12);
+    denyCron("anna");
+    EXPECT_EQ("", clean());
+    EXPECT_EQ(job, storedCrontab("anna"));
+}
+
+class CronieCrontab : public OtherProgram { };
 
 TEST_F(CronieCrontab, KeepsTheHeaderOfACrontabThatComesFromAnotherSystemAsComments)
 {
@@ -134,14 +175,6 @@ TEST_F(CronieCrontab, RefusesSchedulesThatOthersTake)
     EXPECT_TRUE(contains(refusal("@every 5m /bin/backup\n"), "bad time specifier"));
 }
 
-TEST_F(CronieCrontab, LetsRootPastCronDeny)
-{
-    setCrontab("anna", job + task12);
-    denyCron("anna");
-    EXPECT_EQ("", clean());
-    EXPECT_EQ(job, storedCrontab("anna"));
-}
-
 TEST_F(CronieCrontab, LeavesABackupInTheCacheOfWhoeverRunsIt)
 {
     setCrontab("anna", job + task12);
@@ -161,26 +194,12 @@ TEST_F(CronieCrontab, SaysThatItLeavesNoBackupWithoutAHome)
 
 class SystemdCronCrontab : public OtherProgram { };
 
-TEST_F(SystemdCronCrontab, KeepsThreeCommentsOfAFilePutThereByHand)
-{
-    storeCrontab("anna", "# one\n# two\n# three\n" + job);
-    clean();
-    EXPECT_EQ("# one\n# two\n# three\n" + job, storedCrontab("anna"));
-}
-
 TEST_F(SystemdCronCrontab, KeepsTheOldCrontabWhenALineOfTheNewOneIsNoJob)
 {
     addTask({15, anna, "61 * * * *"});
     setCrontab("anna", job);
     EXPECT_TRUE(contains(rebuild(), "not replacing crontab\n"));
     EXPECT_EQ(job, storedCrontab("anna"));
-}
-
-TEST_F(SystemdCronCrontab, InstallsALineThatACarriageReturnHasJoined)
-{
-    storeCrontab("anna", job + "\r\n30 6 * * 1 /bin/report\n" + task12);
-    EXPECT_EQ("", clean());
-    EXPECT_EQ(job + "\r30 6 * * 1 /bin/report\n", storedCrontab("anna"));
 }
 
 TEST_F(SystemdCronCrontab, RefusesNamesOfMonthsAndRangesThatGoBack)
@@ -196,21 +215,6 @@ TEST_F(SystemdCronCrontab, TakesAStepAfterANumberAndASixthStar)
     EXPECT_EQ("", refusal("0 3 * * * * /bin/backup\n"));
 }
 
-TEST_F(SystemdCronCrontab, LetsRootPastCronDeny)
-{
-    setCrontab("anna", job + task12);
-    denyCron("anna");
-    EXPECT_EQ("", clean());
-    EXPECT_EQ(job, storedCrontab("anna"));
-}
-
-TEST_F(SystemdCronCrontab, InstallsAJobWithoutALineBreakSoThatTheTaskLineJoinsIt)
-{
-    EXPECT_EQ("", refusal("0 3 * * * /bin/backup"));
-    EXPECT_EQ("", rebuild());
-    EXPECT_EQ("0 3 * * * /bin/backup" + task12, storedCrontab("anna"));
-}
-
 double processorSecondsOfChildren()
 {
     struct rusage used { };
@@ -220,7 +224,7 @@ double processorSecondsOfChildren()
     return static_cast<double>(micros) / 1e6;
 }
 
-// It does so for ever: the limit ends the process that checks the file.
+// The check never ends by itself: the limit kills its process.
 TEST_F(SystemdCronCrontab, SpinsOnAStepOf0AndKeepsTheCrontabWhenItsCheckIsKilled)
 {
     setCrontab("anna", job);
@@ -241,42 +245,13 @@ TEST_F(BcronCrontab, SaysThatItHasSavedACrontab)
     EXPECT_EQ(job, storedCrontab("anna"));
 }
 
-TEST_F(BcronCrontab, KeepsThreeCommentsOfAFilePutThereByHand)
-{
-    storeCrontab("anna", "# one\n# two\n# three\n" + job);
-    clean();
-    EXPECT_EQ("# one\n# two\n# three\n" + job, storedCrontab("anna"));
-}
-
-TEST_F(BcronCrontab, InstallsALineThatIsNoJob)
-{
-    addTask({15, anna, "61 * * * *"});
-    setCrontab("anna", job);
-    rebuild();
-    EXPECT_EQ(job + task12 + taskLine(15, "61 * * * *"), storedCrontab("anna"));
-}
-
-TEST_F(BcronCrontab, InstallsAJobWithoutALineBreakSoThatTheTaskLineJoinsIt)
-{
-    setCrontab("anna", "0 3 * * * /bin/backup");
-    rebuild();
-    EXPECT_EQ("0 3 * * * /bin/backup" + task12, storedCrontab("anna"));
-}
-
-TEST_F(BcronCrontab, InstallsALineThatACarriageReturnHasJoined)
-{
-    storeCrontab("anna", job + "\r\n30 6 * * 1 /bin/report\n" + task12);
-    clean();
-    EXPECT_EQ(job + "\r30 6 * * 1 /bin/report\n", storedCrontab("anna"));
-}
-
 TEST_F(BcronCrontab, GivesAUserWithoutACrontabAnEmptyOne)
 {
     EXPECT_EQ("bcrontab: Fatal: Crontab does not exist\nbcrontab: crontab saved successfully\n", clean());
     EXPECT_EQ("", storedCrontab("anna"));
 }
 
-/// The service runs as the user cron. What it may not read is a file of somebody else's.
+/// The service runs as the user cron, who cannot read a file of another user.
 class BcronCrontabOfAnother : public BcronCrontab {
 protected:
     void SetUp() override
@@ -341,28 +316,6 @@ TEST_F(BusyboxCrontab, GivesRootAnEmptyCrontabWhereThereWasNone)
 {
     EXPECT_TRUE(contains(clean(), "crontab: can't open 'root': No such file or directory\n"));
     EXPECT_EQ("", storedCrontab("root"));
-}
-
-TEST_F(BusyboxCrontab, KeepsThreeCommentsOfAFilePutThereByHand)
-{
-    storeCrontab("root", "# one\n# two\n# three\n" + job);
-    clean();
-    EXPECT_EQ("# one\n# two\n# three\n" + job, storedCrontab("root"));
-}
-
-TEST_F(BusyboxCrontab, InstallsAJobWithoutALineBreakSoThatTheTaskLineJoinsIt)
-{
-    setCrontab("root", "0 3 * * * /bin/backup");
-    rebuild();
-    EXPECT_EQ("0 3 * * * /bin/backup" + task15, storedCrontab("root"));
-}
-
-TEST_F(BusyboxCrontab, InstallsALineThatIsNoJob)
-{
-    addTask({16, 0, "61 * * * *"});
-    setCrontab("root", job);
-    rebuild();
-    EXPECT_EQ(job + task15 + taskLine(16, "61 * * * *"), storedCrontab("root"));
 }
 
 } // namespace
