@@ -50,7 +50,7 @@ TEST_F(Clean, LeavesACrontabAsItWasWhenCronRefusesTheNewOne)
     const std::string quoted = "LIST=\"" + std::string(600, 'x') + "\"\n"; // loses its second quotation mark
     setCrontab("anna", backup + scan + quoted);
     setCrontab("ben", scan + report);
-    EXPECT_NE(std::string::npos, clean().find("errors in crontab file, can't install."));
+    EXPECT_TRUE(contains(clean(), "errors in crontab file, can't install."));
     EXPECT_EQ(backup + scan + quoted, crontabOf("anna"));
     EXPECT_EQ(report, crontabOf("ben"));
     EXPECT_EQ(Files{}, scratchFiles());

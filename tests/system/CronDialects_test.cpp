@@ -146,7 +146,7 @@ TEST_F(DebianCrontab, RefusesASettingWithoutAValueOn12AndKeepsACrontabThatEndsIn
     writeFile(testDirectory + "setting", crontab);
     const auto end = runProgram({"/usr/bin/crontab", "-u", "anna", testDirectory + "setting"});
     if (isDebian12()) {
-        EXPECT_NE(std::string::npos, end.errors.find("bad minute\nerrors in crontab file, can't install."));
+        EXPECT_TRUE(contains(end.errors, "bad minute\nerrors in crontab file, can't install."));
         EXPECT_FALSE(hasCrontab("anna"));
     } else {
         EXPECT_EQ("", end.errors);
@@ -176,7 +176,7 @@ TEST_F(DebianCrontab, KeepsTheOldCrontabWhenALineOfTheNewOneIsNoJob)
 {
     addTask({15, anna, "61 * * * *"});
     setCrontab("anna", job);
-    EXPECT_NE(std::string::npos, rebuild().find("bad minute\nerrors in crontab file, can't install."));
+    EXPECT_TRUE(contains(rebuild(), "bad minute\nerrors in crontab file, can't install."));
     EXPECT_EQ(job, crontabOf("anna"));
 }
 

@@ -26,11 +26,6 @@ std::string repeated(const std::string& text, int times)
     return all;
 }
 
-bool contains(const std::string& text, const std::string& part)
-{
-    return text.find(part) != std::string::npos;
-}
-
 class OtherProgram : public SystemTest {
 protected:
     void SetUp() override

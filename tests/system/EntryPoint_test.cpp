@@ -126,13 +126,9 @@ TEST_F(EntryPoint, WritesItsMessageIntoNoFileOfItsOwnWhenStandardOutputIsClosed)
 
 TEST_F(EntryPoint, ChangesNoCrontabWhenSomebodyOtherThanRootStartsIt)
 {
-    const std::string copy = testDirectory + "program"; // the build folder may be closed to others
-    writeFile(copy, readFile(program));
-    ASSERT_EQ(0, runProgram({"/bin/chmod", "755", copy}).status);
     setCrontab("anna", rebuilt);
-    for (const std::string argument : {"", " x"}) {
-        const auto end = runProgram({"/usr/bin/setpriv", "--reuid=501", "--regid=501", "--clear-groups", "/bin/sh",
-            "-c", "exec " + copy + argument});
+    for (const auto& arguments : std::vector<std::vector<std::string>>{{}, {"x"}}) {
+        const auto end = runAsAnna(program, arguments);
         EXPECT_EQ(0, end.status);
         EXPECT_EQ("", end.output);
         EXPECT_EQ(rebuilt, crontabOf("anna"));

@@ -116,7 +116,7 @@ TEST_F(Rebuild, LeavesACrontabAsItWasWhenCronRefusesASchedule)
     addTask({4, anna});
     addTask({5, ben});
     setCrontab("anna", backup);
-    EXPECT_NE(std::string::npos, rebuild().find("errors in crontab file, can't install."));
+    EXPECT_TRUE(contains(rebuild(), "errors in crontab file, can't install."));
     EXPECT_EQ(backup, crontabOf("anna"));
     EXPECT_EQ(taskLine(5), crontabOf("ben"));
     EXPECT_EQ(Files{}, scratchFiles());

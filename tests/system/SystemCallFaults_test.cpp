@@ -281,7 +281,7 @@ TEST_F(UnderStrace, ACrontabWhoseCopyCannotBeReadStaysAsItIs)
 {
     setCrontabs(Pass::clean);
     run(Pass::clean, {"-P", crontabCopy, "-e", "trace=openat", "-e", "inject=openat:error=EMFILE:when=2"});
-    EXPECT_NE(std::string::npos, readFile(log).find("(INJECTED)"));
+    EXPECT_TRUE(contains(readFile(log), "(INJECTED)"));
     EXPECT_EQ(before(Pass::clean, annas), crontabOf("anna"));
     EXPECT_EQ(foreign, crontabOf("ben"));
 }

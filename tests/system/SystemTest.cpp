@@ -1,5 +1,6 @@
 #include "SystemTest.h"
 
+#include <filesystem>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -36,8 +37,9 @@ void TwoOwnersTest::expectCrontabs(const std::string& annas, const std::string& 
 void addTask(const Task& task)
 {
     std::ostringstream sql;
-    sql << "insert into TaskTable(id,description,type,crontime,status,userId) values(" << task.id << ",'task "
-        << task.id << "'," << task.type << ",'" << task.cronTime << "'," << task.status << "," << task.user << ")";
+    sql << "insert into TaskTable(id,description,type,crontime,status,userId) values(" << task.id << ",'"
+        << task.description << "'," << task.type << ",'" << task.cronTime << "'," << task.status << "," << task.user
+        << ")";
     execSql(sql.str());
 }
 
@@ -69,6 +71,21 @@ std::string clean(const std::vector<std::string>& environment)
 std::string rebuild(const std::vector<std::string>& environment)
 {
     return runQuietly(rebuildCommand, environment);
+}
+
+ProgramEnd runAsAnna(const std::string& executable, const std::vector<std::string>& arguments)
+{
+    const std::string copy = testDirectory + "program";
+    writeFile(copy, readFile(executable));
+    std::filesystem::permissions(copy, std::filesystem::perms(0755));
+    std::vector<std::string> command = {"/usr/bin/setpriv", "--reuid=501", "--regid=501", "--clear-groups", copy};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    return runProgram(command);
+}
+
+bool contains(const std::string& text, const std::string& part)
+{
+    return text.find(part) != std::string::npos;
 }
 
 std::vector<std::string> failingPopen(const std::string& calls)

@@ -20,13 +20,14 @@ protected:
     void SetUp() override;
 };
 
-/// The row of a task. Its description is "task 12" for the task 12.
+/// The row of a task.
 struct Task {
     int id;
     int user;
     std::string cronTime = "0 3 * * *";
     int type = 1;
     int status = 1;
+    std::string description = "task " + std::to_string(id);
 };
 
 void addTask(const Task& task);
@@ -62,6 +63,11 @@ inline const std::vector<std::string> rebuildCommand = {program, "rebuild"};
 /// output. Returns its standard error.
 std::string clean(const std::vector<std::string>& environment = {});
 std::string rebuild(const std::vector<std::string>& environment = {});
+
+/// Runs a copy of a program as anna, who may have no access to the build folder.
+support::ProgramEnd runAsAnna(const std::string& executable, const std::vector<std::string>& arguments = {});
+
+bool contains(const std::string& text, const std::string& part);
 
 /// What the program prints after an exception.
 inline const std::string message = "Exception while cleaning cron";

@@ -1,5 +1,4 @@
-#include "Process.h"
-#include "WorldTest.h"
+#include "SystemTest.h"
 
 #include <filesystem>
 #include <pwd.h>
@@ -12,7 +11,7 @@
 
 using namespace support;
 
-// The world that the other tests rely on.
+// The private world that all other tests rely on.
 namespace {
 
 constexpr long tmpfsMagic = 0x01021994;
@@ -30,13 +29,7 @@ std::string mountNamespace(const std::string& process)
     return std::filesystem::read_symlink("/proc/" + process + "/ns/mnt").string();
 }
 
-/// Runs this test program as somebody without rights.
-ProgramEnd runAsNobody(const std::string& option)
-{
-    const std::string copy = testDirectory + "tests";
-    std::filesystem::copy_file("/proc/self/exe", copy);
-    return runProgram({"/usr/bin/setpriv", "--reuid=501", "--regid=501", "--clear-groups", copy, option});
-}
+const std::string thisProgram = "/proc/self/exe";
 
 } // namespace
 
@@ -120,18 +113,18 @@ TEST_F(World, RecordsCrontabCalls)
 
 TEST_F(World, IsNotEnteredWithoutRoot)
 {
-    const auto end = runAsNobody("--gtest_filter=World.KnowsItsOwnAccountsOnly");
+    const auto end = runAsAnna(thisProgram, {"--gtest_filter=World.KnowsItsOwnAccountsOnly"});
     EXPECT_EQ(1, end.status);
     EXPECT_EQ(
         "The tests cannot be run here: they run in a private mount namespace, which only root can make; run them as "
         "root.\n",
         end.errors);
-    EXPECT_EQ(std::string::npos, end.output.find("[ RUN"));
+    EXPECT_FALSE(contains(end.output, "[ RUN"));
 }
 
 TEST_F(World, IsNotNeededToListTheTests)
 {
-    const auto end = runAsNobody("--gtest_list_tests");
+    const auto end = runAsAnna(thisProgram, {"--gtest_list_tests"});
     EXPECT_EQ(0, end.status);
-    EXPECT_NE(std::string::npos, end.output.find("  IsNotNeededToListTheTests\n"));
+    EXPECT_TRUE(contains(end.output, "  IsNotNeededToListTheTests\n"));
 }
