@@ -17,6 +17,7 @@ using namespace support;
 
 namespace {
 
+const std::string productsDirectories = "Kestrelcore/ 755\nKestrelcore/var/ 755\nKestrelcore/var/tmp/ 700\n";
 const std::string stage = testDirectory + "stage";
 const std::string prefix = testDirectory + "prefix";
 
@@ -27,7 +28,7 @@ std::string run(const std::vector<std::string>& command, const std::vector<std::
     return end.output + end.errors;
 }
 
-/// "755 sbin/OrvCronCleaner": mode and path of everything below `directory`, with a "/" behind a directory, sorted.
+/// Path and mode of everything below `directory`, sorted: "sbin/ 755", "sbin/OrvCronCleaner 755".
 std::string listing(const std::string& directory)
 {
     std::vector<std::string> lines;
@@ -62,7 +63,7 @@ std::string pageLines(const std::string& directory)
     return lines;
 }
 
-/// The documents, and between them, in the order of their paths, the examples.
+/// The documents and the examples, sorted by path.
 std::string documentLines(const std::string& directory)
 {
     std::vector<std::string> lines = {directory + "examples/ 755\n"};
@@ -126,6 +127,20 @@ protected:
     {
         run({ORV_CMAKE, "--install", ORV_BUILD_DIR, "--prefix", prefix}, environment);
     }
+
+    static void installWithAStrictUmask()
+    {
+        const mode_t before = umask(077);
+        install();
+        umask(before);
+    }
+
+    static mode_t modeOf(const std::string& path)
+    {
+        struct stat state { };
+        EXPECT_EQ(0, stat(path.c_str(), &state));
+        return state.st_mode & 07777U;
+    }
 };
 
 TEST_F(Install, PutsEachFileUnderThePrefixWithItsMode)
@@ -134,18 +149,17 @@ TEST_F(Install, PutsEachFileUnderThePrefixWithItsMode)
     EXPECT_EQ(installedFiles(), listing(prefix));
 }
 
-TEST_F(Install, MakesTheProductsDirectoriesAtTheirPlaceWhateverThePrefix)
+TEST_F(Install, MakesTheProductsDirectoriesInTheSamePlaceWhateverThePrefix)
 {
     install();
-    EXPECT_EQ("Kestrelcore/ 755\nKestrelcore/var/ 755\nKestrelcore/var/tmp/ 700\n", listing("/usr/local/Quarno"));
+    EXPECT_EQ(productsDirectories, listing("/usr/local/Quarno"));
 }
 
 TEST_F(Install, PutsEverythingBelowDestdir)
 {
     install({"DESTDIR=" + stage});
     EXPECT_EQ(installedFiles(), listing(stage + prefix));
-    EXPECT_EQ(
-        "Kestrelcore/ 755\nKestrelcore/var/ 755\nKestrelcore/var/tmp/ 700\n", listing(stage + "/usr/local/Quarno"));
+    EXPECT_EQ(productsDirectories, listing(stage + "/usr/local/Quarno"));
     EXPECT_FALSE(fs::exists(prefix));
     EXPECT_FALSE(fs::exists("/usr/local/Quarno"));
 }
@@ -155,26 +169,18 @@ TEST_F(Install, ClosesTheScratchDirectoryWhateverTheUmaskAndLeavesTheDatabase)
     fs::create_directories(scratchDirectory);
     ASSERT_EQ(0, chmod(scratchDirectory.c_str(), 0777));
     writeFile(databasePath, "tasks");
-    const mode_t before = umask(077);
-    install();
-    umask(before);
+    installWithAStrictUmask();
     EXPECT_EQ("OrvMacDatabase.db 644\ntmp/ 700\n", listing(productDirectory + "var"));
     EXPECT_EQ("tasks", readFile(databasePath));
-    struct stat var { };
-    ASSERT_EQ(0, stat((productDirectory + "var").c_str(), &var));
-    EXPECT_EQ(0755U, var.st_mode & 07777U);
+    EXPECT_EQ(0755U, modeOf(productDirectory + "var"));
 }
 
-TEST_F(Install, MakesDirectoriesThatAllMaySearchWhateverTheUmask)
+TEST_F(Install, MakesDirectoriesThatEverybodyMaySearchWhateverTheUmask)
 {
-    const mode_t before = umask(077);
-    install();
-    umask(before);
+    installWithAStrictUmask();
     EXPECT_EQ(installedFiles(), listing(prefix));
-    EXPECT_EQ("Kestrelcore/ 755\nKestrelcore/var/ 755\nKestrelcore/var/tmp/ 700\n", listing("/usr/local/Quarno"));
-    struct stat quarno { };
-    ASSERT_EQ(0, stat("/usr/local/Quarno", &quarno));
-    EXPECT_EQ(0755U, quarno.st_mode & 07777U);
+    EXPECT_EQ(productsDirectories, listing("/usr/local/Quarno"));
+    EXPECT_EQ(0755U, modeOf("/usr/local/Quarno"));
 }
 
 TEST_F(Install, InstallsProgramsThatRun)
@@ -205,7 +211,7 @@ TEST_F(Install, InstallsHardenedProgramsAndLibraries)
             << library;
 }
 
-/// The global names that `library` defines, without those that start with one of `expected`.
+/// The global names that `library` defines, except those that start with one of `expected`.
 std::string otherNames(const std::string& library, const std::vector<std::string>& expected)
 {
     const std::string archive = prefix + "/" ORV_LIBDIR "/lib" + library + ".a";
@@ -258,7 +264,7 @@ TEST_F(Install, NamesTheDebianPackageOfAMissingLibrary)
     }
 }
 
-/// What the installed documents point to is installed.
+/// The files that the installed documents link to are installed, too.
 TEST_F(Install, InstallsDocumentsWhoseLinksWork)
 {
     install();
@@ -273,13 +279,13 @@ TEST_F(Install, InstallsDocumentsWhoseLinksWork)
     }
 }
 
-/// A project of its own that uses the libraries: examples/.
+/// Another project that uses the libraries: examples/.
 class Consumer : public Install {
 protected:
     const std::string build = testDirectory + "build";
     const std::string sameCompiler = std::string("-DCMAKE_CXX_COMPILER=") + ORV_COMPILER;
 
-    /// Built strictly, and without taking the headers for the system's, so that a warning from one of them shows.
+    /// Warnings are errors, in the installed headers too: they do not count as the system's.
     void buildExamples(const std::string& where, const std::string& flags, const std::string& source = ORV_EXAMPLES)
     {
         run({ORV_CMAKE, "-S", source, "-B", build, "-G", ORV_GENERATOR, sameCompiler,
@@ -288,8 +294,8 @@ protected:
         run({ORV_CMAKE, "--build", build});
     }
 
-    /// The program, where it was built, does something that takes all of the libraries.
-    void expectThatTheExampleWorks()
+    /// Has the built program do something that needs all of the libraries.
+    void expectTheExampleToWork()
     {
         fs::create_directories(scratchDirectory);
         EXPECT_EQ("1\n", run({build + "/schedule_task", "create", "--user", "anna", "--schedule", "7 * * * *", "a=b"}));
@@ -305,7 +311,7 @@ TEST_F(Consumer, FindsThePackageWhereItIsInstalled)
     constexpr const char* sanitize = ORV_SANITIZE;
     buildExamples("-DCMAKE_PREFIX_PATH=" + prefix, *sanitize == '\0' ? "" : std::string("-fsanitize=") + sanitize,
         prefix + "/share/doc/OrvScheduling/examples");
-    expectThatTheExampleWorks();
+    expectTheExampleToWork();
 }
 
 TEST_F(Consumer, FindsThePackageInAnInstalledTreeThatWasMoved)
@@ -317,10 +323,10 @@ TEST_F(Consumer, FindsThePackageInAnInstalledTreeThatWasMoved)
         readFile(build + "/CMakeCache.txt").find("OrvScheduling_DIR:PATH=" + stage + prefix + "/" + ORV_LIBDIR));
 }
 
-TEST_F(Consumer, BuildsThePackageAlongAndThenInstallsNothingOfIt)
+TEST_F(Consumer, BuildsThePackageWithItselfAndInstallsItOnlyWhenAsked)
 {
     buildExamples("-DORV_SCHEDULING_SOURCE=" ORV_SOURCE_DIR, "");
-    expectThatTheExampleWorks();
+    expectTheExampleToWork();
     EXPECT_FALSE(fs::exists(build + "/OrvScheduling/tests"));
     EXPECT_FALSE(fs::exists(build + "/OrvScheduling/CPackConfig.cmake"));
     run({ORV_CMAKE, "--install", build, "--prefix", prefix}, {"DESTDIR=" + stage});
@@ -356,7 +362,7 @@ TEST_F(Consumer, BuildsTheGuidesProgramWithPkgConfigAlone)
     EXPECT_EQ(std::vector<std::string>{"1|501"}, queryRows("select id,userId from TaskTable"));
 }
 
-TEST_F(Consumer, IsRefusedAnyOtherVersion)
+TEST_F(Consumer, CannotFindAnyOtherVersion)
 {
     install();
     const std::string project = testDirectory + "project";

@@ -29,13 +29,7 @@ protected:
     }
 
     /// What the program prints when nothing is wrong.
-    static std::string output(const std::vector<std::string>& arguments)
-    {
-        const ProgramEnd end = run(arguments);
-        EXPECT_EQ(0, end.status) << end.errors;
-        EXPECT_EQ("", end.errors);
-        return end.output;
-    }
+    static std::string output(const std::vector<std::string>& arguments) { return outputOf(run(arguments)); }
 };
 
 using Rows = std::vector<std::string>;
@@ -150,10 +144,8 @@ TEST_F(ScheduleTask, ListsNoTaskThatIsDeletedWhileItRuns)
         addTask({id, anna});
     const std::vector<std::string> command = {ORV_SCHEDULE_TASK, "list"};
     const std::size_t count = databaseOpenings(command) - tasks - 1; // then come the list, and each task
-    const ProgramEnd end = runWithChange(command, count, "delete from TaskTable where id>1");
-    EXPECT_EQ("", end.errors);
-    EXPECT_EQ(0, end.status);
-    EXPECT_EQ(2, std::count(end.output.begin(), end.output.end(), '\n')) << end.output;
+    const std::string listed = outputOf(runWithChange(command, count, "delete from TaskTable where id>1"));
+    EXPECT_EQ(2, std::count(listed.begin(), listed.end(), '\n')) << listed;
 }
 
 TEST_F(ScheduleTask, ListsNothingFromAnEmptyTable)
@@ -215,27 +207,22 @@ TEST_F(ScheduleTask, DeletesNothingIfNoCrontabCanBeEdited)
 {
     output({"create", "--user", "anna"});
     std::filesystem::remove(scratchDirectory);
-    const ProgramEnd end = run({"delete", "1"});
-    EXPECT_EQ(1, end.status);
-    EXPECT_EQ("schedule_task: no crontab can be edited without " + scratchDirectory + "\n", end.errors);
+    EXPECT_EQ(
+        "schedule_task: no crontab can be edited without " + scratchDirectory + "\n", errorsOf(run({"delete", "1"})));
     EXPECT_EQ(Rows{"1"}, queryRows("select id from TaskTable"));
 }
 
 TEST_F(ScheduleTask, IsForRootOnly)
 {
-    const ProgramEnd end = runAsAnna(ORV_SCHEDULE_TASK, {"list"});
-    EXPECT_EQ(1, end.status);
-    EXPECT_EQ("schedule_task: only root may look at the tasks of others and change them\n", end.errors);
-    EXPECT_EQ("", end.output);
+    EXPECT_EQ("schedule_task: only root may look at the tasks of others and change them\n",
+        errorsOf(runAsAnna(ORV_SCHEDULE_TASK, {"list"})));
 }
 
 TEST_F(ScheduleTask, ReportsThatItsOutputCannotBeWritten)
 {
-    for (const char* argument : {"list", "--help"}) {
-        const ProgramEnd end = runProgram({ORV_SCHEDULE_TASK, argument}, StandardOutput::full);
-        EXPECT_EQ(1, end.status);
-        EXPECT_EQ("schedule_task: the output could not be written\n", end.errors);
-    }
+    for (const char* argument : {"list", "--help"})
+        EXPECT_EQ("schedule_task: the output could not be written\n",
+            errorsOf(runProgram({ORV_SCHEDULE_TASK, argument}, StandardOutput::full)));
 }
 
 TEST_F(ScheduleTask, PutsTasksIntoEffectTogetherWithTheTool)
@@ -273,11 +260,8 @@ TEST_F(ScheduleTask, SaysWhenTheDatabaseCannotBeOpened)
 {
     execSql("create table Other(id)");
     writeFile(databasePath, "this is no database");
-    const ProgramEnd end = run({"list"});
-    EXPECT_EQ(1, end.status);
-    EXPECT_EQ("", end.output);
     EXPECT_EQ("schedule_task: " + databasePath + ": Database: table cannot be created: file is not a database (26)\n",
-        end.errors);
+        errorsOf(run({"list"})));
 }
 
 TEST_F(ScheduleTask, AcceptsSchedulesThatCronCanKeep)
@@ -289,16 +273,14 @@ TEST_F(ScheduleTask, AcceptsSchedulesThatCronCanKeep)
 
 TEST_F(ScheduleTask, RefusesImpossibleSchedules)
 {
-    for (const char* const schedule : {"60 * * * *", "* 24 * * *", "* * 0 * *", "* * 32 * *", "* * * 0 *", "* * * 13 *",
-             "* * * * 8", "-1 * * * *", "5-1 * * * *", "1-2-3 * * * *", "*/0 * * * *", "5/2 * * * *", "*/2/2 * * * *",
-             ", * * * *", "1, * * * *", "**  * * *", " * * * * *", "mon * * * *", "* * * tue *", "* * * * jan",
-             "@dayly", "@", "", "1e1 * * * *", "* * * * *\t", "99999999999 * * * *"}) {
-        const ProgramEnd end = run({"create", "--schedule", schedule});
-        EXPECT_EQ(2, end.status) << schedule;
-        EXPECT_EQ("", end.output) << schedule;
-    }
-    EXPECT_EQ("schedule_task: '60 * * * *' is not a schedule such as '30 3 * * 1' or @daily" + seeHelp + "\n",
-        run({"create", "--schedule", "60 * * * *"}).errors);
+    for (const std::string schedule :
+        {"60 * * * *", "* 24 * * *", "* * 0 * *", "* * 32 * *", "* * * 0 *", "* * * 13 *", "* * * * 8", "-1 * * * *",
+            "5-1 * * * *", "1-2-3 * * * *", "*/0 * * * *", "5/2 * * * *", "*/2/2 * * * *", ", * * * *", "1, * * * *",
+            "**  * * *", " * * * * *", "mon * * * *", "* * * tue *", "* * * * jan", "@dayly", "@", "", "1e1 * * * *",
+            "* * * * *\t", "99999999999 * * * *", "7 * * *", "7 * * * * *", "7 * * * \"", "7 * * * *\n0 0 * * *"})
+        EXPECT_EQ("schedule_task: '" + schedule + "' is not a schedule such as '30 3 * * 1' or @daily" + seeHelp + "\n",
+            errorsOf(run({"create", "--schedule", schedule}), 2));
+    EXPECT_EQ(Rows{}, queryRows("select id from TaskTable"));
 }
 
 struct Mistake {
@@ -312,17 +294,6 @@ std::ostream& operator<<(std::ostream& out, const Mistake& mistake)
     for (const std::string& argument : mistake.arguments)
         out << argument << ' ';
     return out << mistake.status;
-}
-
-Mistake notASchedule(const std::string& schedule)
-{
-    return {{"create", "--schedule", schedule},
-        "'" + schedule + "' is not a schedule such as '30 3 * * 1' or @daily" + seeHelp};
-}
-
-Mistake notAnId(const std::string& id)
-{
-    return {{"delete", id}, "'" + id + "' is not a number" + seeHelp};
 }
 
 class ScheduleTaskMistakes : public ScheduleTask, public testing::WithParamInterface<Mistake> { };
@@ -347,18 +318,14 @@ const std::vector<Mistake> mistakes = {
     {{"delete"}, "delete takes one task's id" + seeHelp},
     {{"delete", "1", "2"}, "delete takes one task's id" + seeHelp},
     {{"list", "1"}, "list takes no argument" + seeHelp},
-    notAnId("one"),
-    notAnId("1x"),
-    notAnId(""),
-    notAnId("4294967297"),
+    {{"delete", "one"}, "'one' is not a number" + seeHelp},
+    {{"delete", "1x"}, "'1x' is not a number" + seeHelp},
+    {{"delete", ""}, "'' is not a number" + seeHelp},
+    {{"delete", "4294967297"}, "'4294967297' is not a number" + seeHelp},
     {{"delete", "2"}, "there is no task 2", 1},
     {{"modify", "2", "--status", "1"}, "there is no task 2", 1},
     {{"record", "2"}, "there is no task 2", 1},
     {{"create", "--user", "dora"}, "there is no account dora" + seeHelp},
-    notASchedule("7 * * *"),
-    notASchedule("7 * * * * *"),
-    notASchedule("7 * * * \""),
-    notASchedule("7 * * * *\n0 0 * * *"),
     {{"create", "--type", "0"}, "there is no type 0: it is a number from 1 to 6" + seeHelp},
     {{"create", "--type", "7"}, "there is no type 7: it is a number from 1 to 6" + seeHelp},
     {{"modify", "1", "--type", "7"}, "there is no type 7: it is a number from 1 to 6" + seeHelp},

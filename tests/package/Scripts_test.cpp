@@ -15,7 +15,7 @@ namespace {
 const std::string build = testDirectory + "build";
 const std::string tools = testDirectory + "tools";
 
-/// Without what was in the same line before and was erased, as terminals do.
+/// The last line as a terminal shows it, without the text that an escape sequence erased.
 std::string lastLine(const std::string& text)
 {
     const std::string whole = text.substr(0, text.find_last_not_of("\r\n") + 1);
@@ -25,7 +25,7 @@ std::string lastLine(const std::string& text)
     return erased == std::string::npos || erased < begin ? whole.substr(begin) : whole.substr(erased + erase.size());
 }
 
-/// scripts/lib/run-tests on a build folder that has no tests but those added here.
+/// scripts/lib/run-tests in a build folder that has only the tests added here.
 class RunTests : public WorldTest {
 protected:
     void SetUp() override
@@ -61,18 +61,6 @@ TEST_F(RunTests, GivesTestsNoTerminalWhenItHasOne)
     EXPECT_EQ("1 passed, 0 failed", lastLine(end.output)) << end.output;
 }
 
-class RecordingCrontab : public WorldTest { };
-
-TEST_F(RecordingCrontab, ReplacesAReadOnlyCrontabWithoutAskingOnATerminal)
-{
-    useRecordingCrontab();
-    setCrontab("anna", "1 1 1 1 1 /bin/old\n");
-    writeFile(testDirectory + "new", "2 2 2 2 2 /bin/new\n");
-    runProgram({"/usr/bin/script", "--quiet", "--command",
-        "setpriv --reuid=501 --regid=501 --clear-groups /usr/bin/crontab " + testDirectory + "new", "/dev/null"});
-    EXPECT_EQ("2 2 2 2 2 /bin/new\n", crontabOf("anna"));
-}
-
 TEST_F(RunTests, PrintsAFailedTestWholeAndOthersNotAtAll)
 {
     addTest("good", "echo all is well");
@@ -102,7 +90,19 @@ TEST_F(RunTests, FailsIfThereIsNoTest)
     EXPECT_EQ(1, runTests().status);
 }
 
-/// Every script that a person starts.
+class RecordingCrontab : public WorldTest { };
+
+TEST_F(RecordingCrontab, ReplacesAReadOnlyCrontabWithoutAskingOnATerminal)
+{
+    useRecordingCrontab();
+    setCrontab("anna", "1 1 1 1 1 /bin/old\n");
+    writeFile(testDirectory + "new", "2 2 2 2 2 /bin/new\n");
+    runProgram({"/usr/bin/script", "--quiet", "--command",
+        "setpriv --reuid=501 --regid=501 --clear-groups /usr/bin/crontab " + testDirectory + "new", "/dev/null"});
+    EXPECT_EQ("2 2 2 2 2 /bin/new\n", crontabOf("anna"));
+}
+
+/// Every script that people start.
 std::vector<std::string> scripts()
 {
     std::vector<std::string> found = {ORV_SOURCE_DIR "/.ci/run", ORV_SOURCE_DIR "/packaging/macos/prove-check-macos"};
@@ -114,7 +114,7 @@ std::vector<std::string> scripts()
 
 class BuildFolder : public WorldTest { };
 
-TEST_F(BuildFolder, OfRootLeavesTheOwnerOfTheSourcesRoomBesideIt)
+TEST_F(BuildFolder, OfRootLeavesItsParentToTheOwnerOfTheSources)
 {
     const std::string project = testDirectory + "project";
     fs::create_directories(project + "/scripts");

@@ -1,5 +1,5 @@
-// A program of the product with names of its own: every helper of the library has its name in a namespace or in a
-// class, so that this compiles, and links with all of the library's objects.
+// A program of the product can use the names of the library's helpers, because these are in a namespace or in a class.
+// So this compiles, and links with all of the library's objects.
 
 #include "CfRef.h" // IWYU pragma: keep
 #include "Constants.h" // IWYU pragma: keep
@@ -92,7 +92,7 @@ class Bytes { };
 class LineSplitter { };
 class Value { };
 
-// What callers hand over and get as plain numbers.
+// Callers pass and get these as plain numbers.
 static_assert(sizeof(TaskType) == 4 && std::is_convertible_v<TaskType, int>);
 static_assert(sizeof(TaskStatus) == 4 && std::is_convertible_v<TaskStatus, int>);
 static_assert(sizeof(SqliteDataType) == 4 && std::is_convertible_v<SqliteDataType, int>);

@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-// The man pages say under CAVEATS what is lost and joined, as crontabs before and after. What is run here is read from
-// the pages' own source.
+// Under CAVEATS, the man pages show what is lost and joined, as crontabs before and after. These tests read the
+// examples from the sources of the pages, and run them.
 
 using namespace support;
 
@@ -22,13 +22,13 @@ namespace {
 
 const std::vector<std::string> pages = {"man8/OrvCronCleaner.8", "man3/OrvScheduling.3"};
 
-/// What is done, and the crontab then.
+/// What is done, and the crontab after it.
 struct Step {
     std::string action; ///< as in "Before a clean:" and "After a clean:"
     std::string after;
 };
 
-/// One heading under CAVEATS with what stands below it.
+/// One heading under CAVEATS and its example.
 struct Caveat {
     std::string page;
     std::string heading;
@@ -61,7 +61,7 @@ void cutEnd(std::string& text, const std::string& end)
         text.erase(text.size() - end.size());
 }
 
-/// A text of a page, line breaks included, as the crontab that it stands for.
+/// The crontab that an example of a page means.
 std::string expand(std::string text)
 {
     if (text == "{nothing}\n")
@@ -91,7 +91,8 @@ bool startsWith(const std::string& line, const std::string& start)
     return line.compare(0, start.size(), start) == 0;
 }
 
-/// The caveats of one page, in order. Anything that is not understood throws: no example is left out unseen.
+/// Reads the caveats of one page, in order. Throws at anything that it does not understand, so that no example is
+/// skipped.
 class CaveatReader {
 public:
     explicit CaveatReader(const std::string& name)
@@ -176,7 +177,7 @@ std::vector<Caveat> caveatsOfAnyCrontab()
     return all;
 }
 
-/// Those of the program that need no crontab program made for the test: those of Debian's, or those of any.
+/// The caveats of the program that a real crontab program can show: Debian's, or any.
 std::vector<Caveat> caveatsOfRealCrontabs(bool debians)
 {
     std::vector<Caveat> all;

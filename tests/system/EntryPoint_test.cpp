@@ -39,16 +39,6 @@ const StandardOutput uselessOutputs[] = {StandardOutput::closed, StandardOutput:
 
 } // namespace
 
-TEST_F(EntryPoint, CleansWithoutAnArgument)
-{
-    setCrontab("anna", rebuilt);
-    const auto end = runProgram({program});
-    EXPECT_EQ(0, end.status);
-    EXPECT_EQ("", end.output);
-    EXPECT_EQ("", end.errors);
-    EXPECT_EQ(backup, crontabOf("anna"));
-}
-
 TEST_F(EntryPoint, RebuildsWithAnyArguments)
 {
     for (const auto& arguments : std::vector<std::vector<std::string>>{

@@ -1,5 +1,5 @@
-// What docs/task-library.md and docs/formats.md show. The code of the first is taken out of it when this is built, and
-// stands before everything else, so that it has to bring its own headers.
+// What docs/task-library.md and docs/formats.md show. The build extracts the code of the first into task-library.inc.
+// It comes before all other headers here, so that it must include its own.
 #include "OrvException.h"
 #include "TaskEditor.h"
 #include "TaskInfo.h"
@@ -119,7 +119,7 @@ TEST_F(Guide, RecordsARun)
     EXPECT_LE(before, convertStringToTm(queryRows("select lastRun from TaskTable").at(0)));
 }
 
-TEST_F(Guide, SaysThatARunCouldNotBeRecorded)
+TEST_F(Guide, ReportsThatARunCouldNotBeRecorded)
 {
     const int id = createNightlyScan(anna);
     EXPECT_THROW(recordRun(id, nullptr), std::runtime_error);
@@ -160,7 +160,7 @@ TEST_F(Guide, ReleasesTheLockWhenAPassFails)
     EXPECT_FALSE(forget(1)); // would wait for ever
 }
 
-/// The text between "```LANGUAGE" and "```" that stands first behind `heading` in docs/formats.md.
+/// The first text between "```LANGUAGE" and "```" after `heading` in docs/formats.md.
 std::string shownInFormats(const std::string& heading, const std::string& language)
 {
     const std::string document = readFile(std::string(ORV_DOCUMENTS) + "/formats.md");

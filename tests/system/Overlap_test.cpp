@@ -2,14 +2,11 @@
 
 #include <algorithm>
 #include <csignal>
-#include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <memory>
 #include <ostream>
-#include <stdexcept>
 #include <string>
-#include <sys/file.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 #include <vector>
@@ -54,23 +51,6 @@ template <typename Condition> void waitUntil(const Condition& condition)
         usleep(1000);
 }
 
-/// Holds the scratch directory as a run of the program does.
-class ScratchLock {
-public:
-    ScratchLock()
-        : m_directory(open(scratchDirectory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))
-    {
-        if (m_directory < 0 || flock(m_directory, LOCK_EX | LOCK_NB) != 0)
-            throw std::runtime_error("the scratch directory cannot be locked");
-    }
-    ~ScratchLock() { close(m_directory); }
-    ScratchLock(const ScratchLock&) = delete;
-    ScratchLock& operator=(const ScratchLock&) = delete;
-
-private:
-    int m_directory;
-};
-
 } // namespace
 
 TEST_F(OverlapRecorded, ASecondRunWaitsForTheFirstToEnd)
@@ -86,19 +66,6 @@ TEST_F(OverlapRecorded, ASecondRunWaitsForTheFirstToEnd)
     EXPECT_EQ(0, second.wait().status);
     EXPECT_EQ((Calls{"-u anna -l", "-u anna " + filteredCopy, "-u anna -l", "-u anna " + crontabCopy}), crontabCalls());
     EXPECT_EQ(backup + taskLine(3), crontabOf("anna"));
-}
-
-TEST_F(OverlapRecorded, ACleanAndARebuildWaitForWhoeverHoldsTheScratchDirectory)
-{
-    for (const auto& command : {cleanCommand, rebuildCommand}) {
-        auto lock = std::make_unique<ScratchLock>();
-        StartedProgram run(command);
-        waitUntil([&] { return waitsForALock(run.pid()) || !run.running(); });
-        EXPECT_TRUE(run.running());
-        lock.reset();
-        EXPECT_EQ(0, run.wait().status);
-    }
-    EXPECT_EQ(4u, crontabCalls().size());
 }
 
 TEST_F(OverlapRecorded, TheLockMakesNoFile)

@@ -83,6 +83,20 @@ ProgramEnd runAsAnna(const std::string& executable, const std::vector<std::strin
     return runProgram(command);
 }
 
+std::string outputOf(const ProgramEnd& end)
+{
+    EXPECT_EQ(0, end.status) << end.errors;
+    EXPECT_EQ("", end.errors);
+    return end.output;
+}
+
+std::string errorsOf(const ProgramEnd& end, int status)
+{
+    EXPECT_EQ(status, end.status);
+    EXPECT_EQ("", end.output);
+    return end.errors;
+}
+
 bool contains(const std::string& text, const std::string& part)
 {
     return text.find(part) != std::string::npos;

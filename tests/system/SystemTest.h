@@ -67,6 +67,12 @@ std::string rebuild(const std::vector<std::string>& environment = {});
 /// Runs a copy of a program as anna, who may have no access to the build folder.
 support::ProgramEnd runAsAnna(const std::string& executable, const std::vector<std::string>& arguments = {});
 
+/// The standard output of a program that succeeded. Its standard error must be empty.
+std::string outputOf(const support::ProgramEnd& end);
+
+/// The standard error of a program that failed with `status`. Its standard output must be empty.
+std::string errorsOf(const support::ProgramEnd& end, int status = 1);
+
 bool contains(const std::string& text, const std::string& part);
 
 /// What the program prints after an exception.

@@ -16,7 +16,6 @@
 #include <utility>
 #include <vector>
 
-#include "OrvException.h"
 #include "TaskLine.h"
 #include "WorldTest.h"
 
@@ -53,11 +52,11 @@ Lines awaitLines(const std::string& path, std::size_t count)
     throw std::runtime_error(path + " still has fewer than " + std::to_string(count) + " lines");
 }
 
-TaskInfo newTask(int user = anna, TaskType type = taskTypeScan)
+TaskInfo newTask()
 {
-    TaskInfo task(type);
+    TaskInfo task(taskTypeScan);
     task.cronTime = "0 3 * * *";
-    task.userId = user;
+    task.userId = anna;
     return task;
 }
 
@@ -82,8 +81,9 @@ protected:
         fs::permissions(taskManager, fs::perms::owner_all);
     }
 
-    int create(bool runNow, const std::string& source = "LocalTask", TaskInfo task = newTask())
+    int create(bool runNow, const std::string& source = "LocalTask")
     {
+        TaskInfo task = newTask();
         return editor->createTask(task, runNow, source);
     }
 
@@ -169,22 +169,6 @@ TEST_F(TaskOperationsTest, ATaskWhoseRowStaysLosesItsCrontabLineOnly)
     EXPECT_TRUE(editor->deleteTask(id, false, false));
     EXPECT_EQ(Lines{std::to_string(id)}, queryRows("select id from TaskTable"));
     EXPECT_EQ(backup, crontabOf("anna"));
-}
-
-TEST_F(TaskOperationsTest, ADeletedOneOffTaskLeavesTheCrontabAsItIs)
-{
-    const int id = create(false, "LocalTask", newTask(anna, taskTypeScanNow));
-    setCrontab("anna", taskLine(id) + "\n" + backup);
-    EXPECT_TRUE(editor->deleteTask(id, true, false));
-    EXPECT_EQ(Lines(), queryRows("select id from TaskTable"));
-    EXPECT_EQ(taskLine(id) + "\n" + backup, crontabOf("anna"));
-}
-
-TEST_F(TaskOperationsTest, AMissingTaskCannotBeDeletedAndItsLineStays)
-{
-    setCrontab("anna", taskLine(12));
-    EXPECT_THROW(editor->deleteTask(12, true, false), SqliteException);
-    EXPECT_EQ(taskLine(12), crontabOf("anna"));
 }
 
 TEST_F(TaskOperationsTest, ATaskIsDeletedEvenIfTheNewCrontabIsRefused)
