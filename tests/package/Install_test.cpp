@@ -149,12 +149,6 @@ TEST_F(Install, PutsEachFileUnderThePrefixWithItsMode)
     EXPECT_EQ(installedFiles(), listing(prefix));
 }
 
-TEST_F(Install, MakesTheProductsDirectoriesInTheSamePlaceWhateverThePrefix)
-{
-    install();
-    EXPECT_EQ(productsDirectories, listing("/usr/local/Quarno"));
-}
-
 TEST_F(Install, PutsEverythingBelowDestdir)
 {
     install({"DESTDIR=" + stage});
@@ -164,7 +158,7 @@ TEST_F(Install, PutsEverythingBelowDestdir)
     EXPECT_FALSE(fs::exists("/usr/local/Quarno"));
 }
 
-TEST_F(Install, ClosesTheScratchDirectoryWhateverTheUmaskAndLeavesTheDatabase)
+TEST_F(Install, MakesTheScratchDirectoryPrivateWhateverTheUmaskAndKeepsTheDatabase)
 {
     fs::create_directories(scratchDirectory);
     ASSERT_EQ(0, chmod(scratchDirectory.c_str(), 0777));

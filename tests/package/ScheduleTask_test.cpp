@@ -35,7 +35,7 @@ protected:
 using Rows = std::vector<std::string>;
 
 const std::string head = "  ID USER      TYPE STATUS  RUNS LAST RUN          SCHEDULE      DESCRIPTION\n";
-/// Whether a property list in TaskTable contains a text, as SQL.
+/// SQL: whether the property list in a column contains a text.
 std::string holds(const std::string& column, const std::string& text)
 {
     return "cast(" + column + " as text) like '%" + text + "%'";

@@ -61,7 +61,7 @@ TEST_F(RunTests, GivesTestsNoTerminalWhenItHasOne)
     EXPECT_EQ("1 passed, 0 failed", lastLine(end.output)) << end.output;
 }
 
-TEST_F(RunTests, PrintsAFailedTestWholeAndOthersNotAtAll)
+TEST_F(RunTests, PrintsTheOutputOfFailedTestsOnly)
 {
     addTest("good", "echo all is well");
     addTest("bad", "printf 'a byte: \\377\\000\\n'; echo expected 1; echo found 2; false");

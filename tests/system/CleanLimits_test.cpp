@@ -27,7 +27,7 @@ std::string ofLength(size_t length)
     return std::string(length, 'x');
 }
 
-/// `text`, with as many letters before it as make `length` characters.
+/// `text` after as many letters as make it `length` characters long.
 std::string filledTo(size_t length, const std::string& text)
 {
     return ofLength(length - text.size()) + text;

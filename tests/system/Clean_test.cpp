@@ -26,21 +26,13 @@ TEST_F(Clean, DeletesTheTaskLineBetweenForeignLines)
         crontabOf("anna"));
 }
 
-TEST_F(Clean, EmptiesACrontabThatHoldsTaskLinesOnly)
+TEST_F(Clean, EmptiesACrontabOfTaskLinesEvenOfTasksWithoutARow)
 {
     addTask({3, anna});
-    setCrontab("anna", scan + taskLine(9, "5 4 * * *"));
+    setCrontab("anna", scan + taskLine(4711, "5 4 * * *") + taskLine(-1, "@daily"));
     clean();
     EXPECT_TRUE(hasCrontab("anna"));
     EXPECT_EQ("", crontabOf("anna"));
-}
-
-TEST_F(Clean, DeletesTaskLinesWithoutARow)
-{
-    addTask({3, anna});
-    setCrontab("anna", taskLine(4711) + backup + taskLine(-1, "@daily"));
-    clean();
-    EXPECT_EQ(backup, crontabOf("anna"));
 }
 
 TEST_F(Clean, LeavesACrontabAsItWasWhenCronRefusesTheNewOne)
@@ -185,7 +177,7 @@ TEST_F(CleanRecorded, InstallsACompleteFileWhileTheCopyIsStillThere)
     EXPECT_EQ(Files{}, scratchFiles());
 }
 
-TEST_F(CleanRecorded, KeepsWhatTheListingComplainsAboutOutOfTheCrontab)
+TEST_F(CleanRecorded, DoesNotInstallWhatTheListingPrintsOnStandardError)
 {
     addTask({3, anna});
     setCrontab("anna", backup);

@@ -10,7 +10,7 @@ namespace {
 
 class Damage : public TwoOwnersTest {
 protected:
-    /// A rebuild that cannot write Anna's `crontab` to the disk whole: it leaves that as it is, and rebuilds Ben's.
+    /// If the disk has no room for the new text of Anna's crontab, a rebuild leaves that as it is, and rebuilds Ben's.
     static void expectNoRebuildOf(const std::string& crontab)
     {
         setCrontab("anna", crontab);
@@ -48,7 +48,7 @@ TEST_F(Damage, CleanNeverInstallsOneUsersJobsForAnother)
     expectCrontabs(backup, "");
 }
 
-TEST_F(Damage, CleanNeverInstallsJobsThatAnEarlierRunHasLeftInTheScratchDirectory)
+TEST_F(Damage, CleanNeverInstallsJobsThatAnEarlierRunLeftInTheScratchDirectory)
 {
     writeFile(crontabCopy, "0 0 * * * /bin/somebody-elses\n");
     writeFile(filteredCopy, "0 0 * * * /bin/somebody-elses\n");
@@ -85,7 +85,7 @@ TEST_F(Damage, RebuildNeverInstallsOneUsersJobsForAnother)
     expectCrontabs(backup + annasTask, bensTask);
 }
 
-TEST_F(Damage, RebuildNeverInstallsJobsThatAnEarlierRunHasLeftInTheScratchDirectory)
+TEST_F(Damage, RebuildNeverInstallsJobsThatAnEarlierRunLeftInTheScratchDirectory)
 {
     writeFile(crontabCopy, "0 0 * * * /bin/somebody-elses\n");
     rebuild(failingPopen("1"));

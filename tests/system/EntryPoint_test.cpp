@@ -55,18 +55,6 @@ TEST_F(EntryPoint, RebuildsWithAnyArguments)
     }
 }
 
-TEST_F(EntryPoint, ChangesNoRowInEitherMode)
-{
-    addTask({4, anna, "5 4 * * *", 3, 9});
-    addTask({5, nobodysUid});
-    const auto before = queryRows("select * from TaskTable");
-    ASSERT_EQ(3u, before.size());
-    rebuild();
-    EXPECT_EQ(before, queryRows("select * from TaskTable"));
-    clean();
-    EXPECT_EQ(before, queryRows("select * from TaskTable"));
-}
-
 TEST_F(EntryPoint, EndsWithStatus0WhateverHappensToItsOutput)
 {
     for (const auto output : uselessOutputs) {
@@ -104,7 +92,7 @@ TEST_F(EntryPoint, DoesItsWorkWithoutAnyOpenDescriptor)
 }
 
 // If standard output is closed, the next file that is opened gets its descriptor.
-TEST_F(EntryPoint, WritesItsMessageIntoNoFileOfItsOwnWhenStandardOutputIsClosed)
+TEST_F(EntryPoint, WritesItsMessageIntoNoFileWhenStandardOutputIsClosed)
 {
     makeUnreadable("status", "true");
     const auto before = readFile(databasePath);
@@ -135,7 +123,7 @@ TEST_F(EntryPointRecorded, MakesTheTaskTableOnItsFirstRun)
     EXPECT_EQ(Calls{}, crontabCalls());
 }
 
-TEST_F(EntryPointRecorded, PrintsItsMessageWhenThereIsNoPlaceForTheDatabase)
+TEST_F(EntryPointRecorded, PrintsItsMessageWhenTheDatabaseHasNoDirectory)
 {
     ASSERT_EQ(0, runProgram({"/bin/rm", "-r", productDirectory + "var"}).status);
     expectOnlyTheMessage();
@@ -148,7 +136,7 @@ TEST_F(EntryPointRecorded, PrintsItsMessageWhenTheDatabaseIsADirectory)
     expectOnlyTheMessage();
 }
 
-TEST_F(EntryPointRecorded, PrintsItsMessageWhenTheDatabaseIsSomethingElse)
+TEST_F(EntryPointRecorded, PrintsItsMessageWhenTheFileIsNoDatabase)
 {
     writeFile(databasePath, std::string(4096, 'x'));
     expectOnlyTheMessage();
@@ -158,14 +146,6 @@ TEST_F(EntryPointRecorded, PrintsItsMessageWhenTheUsersCannotBeRead)
 {
     execSql("drop table TaskTable; create table TaskTable(id integer primary key, somethingElse)");
     expectOnlyTheMessage();
-}
-
-TEST_F(EntryPointRecorded, RunsNoCrontabForAnEmptyTable)
-{
-    clean();
-    rebuild();
-    EXPECT_EQ(Calls{}, crontabCalls());
-    EXPECT_EQ(Files{}, scratchFiles());
 }
 
 TEST_F(EntryPointRecorded, RunsTheSystemsCrontabCommandWhateverIsOnThePath)

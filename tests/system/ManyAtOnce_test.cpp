@@ -112,7 +112,7 @@ class ManyAtOnce : public WorldTest { };
 
 } // namespace
 
-TEST_F(ManyAtOnce, SixteenThreadsLoseAndDoubleNothing)
+TEST_F(ManyAtOnce, SixteenThreadsNeitherLoseNorDuplicateATask)
 {
     std::atomic<bool> done{false};
     std::thread reader([&done] { readUntil([&done] { return done.load(); }); });
@@ -126,7 +126,7 @@ TEST_F(ManyAtOnce, SixteenThreadsLoseAndDoubleNothing)
     expectEveryTaskOnce(threads);
 }
 
-TEST_F(ManyAtOnce, FourProcessesLoseAndDoubleNothingWhileOthersRead)
+TEST_F(ManyAtOnce, FourProcessesNeitherLoseNorDuplicateATaskWhileOthersRead)
 {
     std::vector<pid_t> writers;
     for (int i = 0; i < processes; ++i)

@@ -210,7 +210,7 @@ private:
 
 } // namespace
 
-TEST_F(TenUsers, HaveNobodyElsesLinesWhileTwentyRebuildsOverlapAndNoneIsLost)
+TEST_F(TenUsers, HaveAllOfTheirLinesAndNoOthersWhenTwentyRebuildsOverlap)
 {
     for (int run = 0; run < runs; ++run)
         start(rebuildCommand);
@@ -223,7 +223,7 @@ TEST_F(TenUsers, HaveNobodyElsesLinesWhileTwentyRebuildsOverlapAndNoneIsLost)
     }
 }
 
-TEST_F(TenUsers, HaveNobodyElsesLinesWhileCleansAndRebuildsOverlap)
+TEST_F(TenUsers, HaveNobodyElsesLinesWhenCleansAndRebuildsOverlap)
 {
     for (int run = 0; run < runs; ++run)
         start(run % 2 == 0 ? cleanCommand : rebuildCommand);

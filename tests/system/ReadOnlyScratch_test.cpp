@@ -122,7 +122,7 @@ protected:
 
 } // namespace
 
-TEST_P(ReadOnlyScratch, AtAnyCallLeavesEachCrontabAsItWasOrIsToBe)
+TEST_P(ReadOnlyScratch, FromAnyCallOnLeavesEachCrontabAsItWasOrShouldBe)
 {
     for (const Owner& owner : owners)
         addTask({owner.uid, owner.uid});

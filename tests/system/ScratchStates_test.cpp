@@ -229,7 +229,7 @@ TEST_F(ScratchStates, AFileThatCannotBeRemovedIsNotUsedWhenTheListingCannotBeSta
     expectCrontabs(backup + annasTask, report);
 }
 
-TEST_F(ScratchStates, AFullFolderCountsAsAnEmptyCopyInAClean)
+TEST_F(ScratchStates, ANonEmptyFolderCountsAsAnEmptyCopyInAClean)
 {
     makeFolder(crontabCopy);
     writeFile(crontabCopy + "/file", strangersJob);
@@ -245,7 +245,7 @@ TEST_F(ScratchStates, ARebuildLeavesTheFilteredCopyOfAnotherRun)
     EXPECT_EQ(strangersJob, readFile(filteredCopy));
 }
 
-TEST_F(ScratchStates, LeftFilesOnAFullDiskAreReplaced)
+TEST_F(ScratchStates, FilesOfAnEarlierRunAreReplacedOnAFullDisk)
 {
     limitScratchDirectory(8192, 0);
     makeFile(crontabCopy);
@@ -254,7 +254,7 @@ TEST_F(ScratchStates, LeftFilesOnAFullDiskAreReplaced)
     expectCleaned();
 }
 
-TEST_F(ScratchStates, LeftFilesWithoutAnotherInodeAreReplaced)
+TEST_F(ScratchStates, FilesOfAnEarlierRunAreReplacedWhenNoInodeIsLeft)
 {
     limitScratchDirectory(0, 3);
     makeFile(crontabCopy);
