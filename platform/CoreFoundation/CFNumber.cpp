@@ -90,10 +90,8 @@ bool sameNumber(const Value& left, const Value& right)
 template <class T> T converted(const Value& value)
 {
     const double* real = std::get_if<double>(&value);
-    if (std::is_integral_v<T> && real != nullptr && !(*real >= -twoTo63 && *real < twoTo63))
-        return 0;
     if (std::is_integral_v<T> && real != nullptr)
-        return static_cast<T>(static_cast<int64_t>(*real));
+        return *real >= -twoTo63 && *real < twoTo63 ? static_cast<T>(static_cast<int64_t>(*real)) : 0;
     return std::visit([](auto number) { return static_cast<T>(number); }, value);
 }
 

@@ -60,7 +60,7 @@ Owned<const Object> stringIn(Node node)
     return Owned<const Object>(new OrvCFString(std::move(*units)));
 }
 
-/// XML has no element for a keyed archiver's UID: a dictionary of one integer is written for it. NULL if this is none.
+/// XML has no element for a keyed archiver's UID, which is a dictionary of one integer. NULL if this is not a UID.
 Owned<const Object> uidInsteadOf(const OrvCFDictionary& dictionary)
 {
     const auto* value = dictionary.pairs.size() == 1 ? dictionary.find(*toObject(CFSTR("CF$UID"))) : nullptr;

@@ -52,19 +52,6 @@ void report(CFErrorRef* error)
         *error = orNull([] { return new OrvCFError(true); });
 }
 
-const OrvCFData* written(CFPropertyListRef list, CFPropertyListFormat format)
-{
-    require(format == kCFPropertyListXMLFormat_v1_0);
-    return new OrvCFData(writtenXml(requiredList(list, Uids::allowed)));
-}
-
-const Object* read(std::string_view bytes, CFOptionFlags options)
-{
-    require(bytes.size() <= maxReadSize);
-    const auto mutability = containersUnder(options);
-    return (isBinaryList(bytes) ? readBinary(bytes, mutability) : readXml(bytes, mutability)).release();
-}
-
 } // namespace
 
 Owned<const Object> OrvCF::deepCopy(const Object& list, Mutability mutability)
@@ -88,7 +75,10 @@ Owned<const Object> OrvCF::deepCopy(const Object& list, Mutability mutability)
 CFDataRef CFPropertyListCreateData(
     CFAllocatorRef, CFPropertyListRef list, CFPropertyListFormat format, CFOptionFlags, CFErrorRef* error)
 {
-    const CFDataRef data = orNull([&] { return written(list, format); });
+    const CFDataRef data = orNull([&] {
+        require(format == kCFPropertyListXMLFormat_v1_0);
+        return new OrvCFData(writtenXml(requiredList(list, Uids::allowed)));
+    });
     if (data == nullptr)
         report(error);
     return data;
@@ -97,12 +87,17 @@ CFDataRef CFPropertyListCreateData(
 CFPropertyListRef CFPropertyListCreateWithData(
     CFAllocatorRef, CFDataRef data, CFOptionFlags options, CFPropertyListFormat* format, CFErrorRef* error)
 {
-    const OrvCFData& from = checked(data, __func__);
-    const Object* list = orNull([&] { return read(from.bytes, options); });
+    const std::string& bytes = checked(data, __func__).bytes;
+    const bool isBinary = isBinaryList(bytes);
+    const Object* list = orNull([&] {
+        require(bytes.size() <= maxReadSize);
+        const auto mutability = containersUnder(options);
+        return (isBinary ? readBinary(bytes, mutability) : readXml(bytes, mutability)).release();
+    });
     if (list == nullptr)
         report(error);
     else if (format != nullptr)
-        *format = isBinaryList(from.bytes) ? kCFPropertyListBinaryFormat_v1_0 : kCFPropertyListXMLFormat_v1_0;
+        *format = isBinary ? kCFPropertyListBinaryFormat_v1_0 : kCFPropertyListXMLFormat_v1_0;
     return list;
 }
 

@@ -60,7 +60,7 @@ public:
         if (!owner.account)
             leaveOut(owner, "there is no account with this id", "uid " + std::to_string(owner.uid) + " has no account");
         else if (!m_endedAt.empty())
-            leaveNotReached(owner);
+            fail(owner, "an error has ended the rebuild at " + m_endedAt, notReached);
         else
             lookAtTasks(owner);
     }
@@ -69,11 +69,6 @@ private:
     static constexpr auto notReached = "the rebuild ends before it";
     static constexpr auto cannotList = "its owner's tasks cannot be listed";
 
-    void leaveNotReached(Owner& owner)
-    {
-        owner.rebuildFails = true;
-        leaveOut(owner, "an error has ended the rebuild at " + m_endedAt, notReached);
-    }
 
     void lookAtTasks(Owner& owner)
     {
@@ -82,16 +77,14 @@ private:
             count = m_editor.getNumTaskRecordForUser(owner.uid);
         } catch (...) {
             m_endedAt = *owner.account;
-            owner.rebuildFails = true;
-            return leaveOut(owner, "an error ends the rebuild here: " + reason(), notReached);
+            return fail(owner, "an error ends the rebuild here: " + reason(), notReached);
         }
         try {
             if (count > 0) // the list would throw
                 for (const int id : m_editor.taskIdsForUser(owner.uid))
                     owner.tasks.push_back(listedTask(id));
         } catch (...) {
-            owner.rebuildFails = true;
-            return leaveOut(owner, cannotList, cannotList);
+            return fail(owner, cannotList, cannotList);
         }
         if (owner.tasks.empty())
             leaveOut(owner, "no task has a status of 5 or less");
@@ -108,6 +101,12 @@ private:
             if (!task.line.empty())
                 task = {task.id, task.description, "", "", problem};
         leaveOut(owner, problem);
+    }
+
+    void fail(Owner& owner, const std::string& why, const std::string& whyNoLine)
+    {
+        owner.rebuildFails = true;
+        leaveOut(owner, why, whyNoLine);
     }
 
     // The reason for the tasks that the rebuild does not list is `whyNoLine` or, if that is "", each task's own.
