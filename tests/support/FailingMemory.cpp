@@ -17,6 +17,7 @@
 #include <sqlite3.h>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace support {
 
@@ -110,6 +111,10 @@ FailingMemory::FailingMemory()
         throw std::runtime_error("SQLite is not a shared library here");
     void* frame = nullptr;
     backtrace(&frame, 1); // loads what it needs, which takes memory
+    try {
+        throw 0; // libc++abi keeps a block for a thread's exceptions from the first on
+    } catch (int) {
+    }
     failNothing();
 }
 
@@ -259,6 +264,18 @@ extern "C" int getpwuid_r(uid_t uid, passwd* entry, char* strings, std::size_t s
     const Within within("getpwuid_r");
     return real(uid, entry, strings, size, found);
 }
+
+#ifdef _LIBCPP_VERSION
+// Never refused: libc++abi then has room for a small exception only, and a thrown OrvException ends the program.
+extern "C" void* __cxa_allocate_exception(std::size_t size) noexcept
+{
+    static const auto real = theCLibrarys<void*(std::size_t)>("__cxa_allocate_exception");
+    const bool counting = std::exchange(support::gCounting, false);
+    void* const exception = real(size);
+    support::gCounting = counting;
+    return exception;
+}
+#endif
 
 #else
 
