@@ -899,10 +899,14 @@ public:
             return "#a" + taskLine(below(5));
         case 5:
         case 6:
-        case 7:
-            return taskLine(below(12), std::to_string(below(60)) + " * * * *");
-        default:
-            return std::to_string(below(60)) + " 4 * * * /bin/job-" + std::to_string(below(4)) + "\n";
+        case 7: {
+            const int id = below(12); // in a statement of its own: compilers draw in different orders within one
+            return taskLine(id, std::to_string(below(60)) + " * * * *");
+        }
+        default: {
+            const std::string minute = std::to_string(10 + below(50)); // two digits: no line is a part of another
+            return minute + " 4 * * * /bin/job-" + std::to_string(below(4)) + "\n";
+        }
         }
     }
 
