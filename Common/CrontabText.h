@@ -6,11 +6,11 @@
 
 namespace orv {
 
-// Edits of a crontab's text, read from one stream and written to another.
+// Each edit reads a crontab's text from one stream and writes the result to another.
 //
-// A line is read up to its line feed, or up to its first zero byte. Reading stops at the first empty line, and after
-// the first 499 characters of a longer line; the rest of the crontab is not written. A stream that cannot be read has
-// no lines. Lines keep their order. A task line is a line that starts the task manager for one task.
+// A line ends at its line feed. What follows a zero byte in a line is ignored. Reading stops at the first empty line,
+// and after the first 499 characters of a longer line; the rest of the crontab is not written. A stream that cannot be
+// read has no lines. Lines keep their order. A task line is a line that starts the task manager for one task.
 
 /// The shell command that starts the task manager for the task `id`: its path and the id.
 std::string taskManagerCommand(int id);
@@ -25,8 +25,8 @@ void dropTaskLines(std::istream& in, std::ostream& out);
 
 /// Copies the lines that do not start the task manager for the task `id`, each with a line feed.
 ///
-/// The id of a line follows the first "TessaraTaskManager" in it and one character, whatever that is. It ends at the
-/// next blank, or after 15 characters, and is read as atoi reads it. With `id` 12, "@daily /x/TessaraTaskManager 12
+/// The id of a line starts one character after the first "TessaraTaskManager" in it. It ends at the next blank, or
+/// after 15 characters, and is read as atoi reads it. With `id` 12, "@daily /x/TessaraTaskManager 12
 /// now" is dropped. With `id` 0, a line that ends in "TessaraTaskManager" is dropped too, because no digits count as 0.
 void dropLinesOfTask(int id, std::istream& in, std::ostream& out);
 
@@ -39,8 +39,8 @@ using CronTimeOf = std::function<std::string(int id)>;
 /// A task line begins where the schedule of task 0 is followed by a blank and the task manager's path; the one
 /// character before it is dropped. It ends after its output redirection, "/dev/null 2>&1". With the schedule "@daily",
 /// "@hourly job;@daily .../TessaraTaskManager 5 >> /dev/null 2>&1# note" gives three lines: "@hourly job", the task
-/// line and "# note". Text after the last task line is written without a line feed if it has less than 3 characters. A
-/// piece without a redirection is written whole.
+/// line and "# note". Text after the last task line is written without a line feed if it has fewer than 3 characters.
+/// If no redirection follows, the rest of the line is one piece.
 ///
 /// Calls cronTimeOf(0) for each piece, and throws what that throws. The id is always 0, whichever task a line starts.
 void splitTaskLines(const CronTimeOf& cronTimeOf, std::istream& in, std::ostream& out);

@@ -4,8 +4,8 @@
 
 namespace orv {
 
-/// The decimal number at the start of `text`, after white space; 0 if there is none. A number beyond int is cut to its
-/// low 32 bits, after one beyond long has become the nearest long. SqliteDb cuts integers in the same way.
+/// The decimal number at the start of `text`, as strtol reads it; 0 if there is none. A number beyond int is cut to its
+/// low 32 bits, as in SqliteDb.
 int toInt(const std::string& text);
 
 } // namespace orv

@@ -10,16 +10,16 @@
 namespace orv {
 
 /// Held while crontabs are edited. OrvCronCleaner holds one for each run; so should every program that reads or
-/// installs crontabs through TaskEditor. The scratch files have fixed names: two programs at once would install one
+/// installs crontabs through TaskEditor. The scratch files have fixed names: two programs at once could install one
 /// user's jobs for another.
 ///
 /// It locks the scratch directory itself, so a killed program leaves no lock file. A second PassLock waits for the
 /// first without a limit; on the same thread, that is for ever.
 class [[nodiscard]] PassLock {
 public:
-    /// Which commands that the program starts keep the lock if it is killed. With `none`, its last crontab command can
-    /// install a file that another program has just written. `hold` is for a program that starts nothing but crontab
-    /// commands: a task manager that createTask starts on any thread would keep the lock as long as it runs.
+    /// Whether the commands that the program starts hold the lock too, even after the program is killed. With `none`, a
+    /// killed program's last crontab command can install a file that another program has just written. `hold` is for a
+    /// program that starts only crontab commands: a task manager started by createTask would hold the lock too.
     enum class Commands { none, hold };
 
     /// Waits until no other PassLock exists, in this program or another.
@@ -40,15 +40,15 @@ public:
             close(m_directory);
     }
 
-    /// False if the lock failed: the scratch directory does not exist, or this user may not open it. If it does not
-    /// exist, no crontab is changed either.
+    /// False if the lock failed: the scratch directory does not exist, or this user may not open it. Without the
+    /// directory, no crontab is changed either.
     bool held() const { return m_held; }
 
 private:
     static int openDirectory(int duplicate)
     {
         const int directory = open(tempPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        // Never a standard descriptor's number, which is free if that was closed: a command would replace the lock.
+        // Never 0, 1 or 2, even if they are closed: a command would replace the lock with its own input or output.
         const int moved = fcntl(directory, duplicate, STDERR_FILENO + 1);
         close(directory);
         return moved;

@@ -43,14 +43,14 @@ struct FileCloser {
 };
 using File = std::unique_ptr<FILE, FileCloser>;
 
-// What of a command's output is in the scratch file.
+// How much of a command's output the scratch file holds.
 enum class Copy {
     none, // nothing: the command did not start, or the file could not be opened
     whole, // all of it
-    unusable, // a part of it, or an earlier run's; neither may be installed
+    unusable, // a part of it, or an earlier run's output; neither may be installed
 };
 
-// What is still there after removing a scratch file.
+// What is left of a scratch file after an attempt to remove it.
 enum class Leftover {
     none, // nothing, or something that cannot hold a crontab: a directory, a socket
     file, // a file, which can perhaps be overwritten
@@ -180,13 +180,13 @@ bool closeWritten(std::ofstream& out)
 std::optional<std::string> copiedText(Copy copy)
 {
     if (copy == Copy::none)
-        return ""; // the contract: no copy counts as an empty crontab
+        return ""; // the contract: without a copy, the crontab counts as empty
     return copy == Copy::whole ? contentsOf(crontabCopy) : std::nullopt;
 }
 
 using TextEdit = std::function<void(std::istream& in, std::ostream& out)>;
 
-// False if the file does not hold the whole result of `edit`, but an earlier run's or a part.
+// False if the file may hold only a part of the result of `edit`, or an earlier run's result.
 bool writeFilteredCopy(const std::string& text, Leftover leftover, const TextEdit& edit)
 {
     std::istringstream in(text);

@@ -6,7 +6,7 @@
 #include <pthread.h>
 #include <string>
 
-/// createTask, modifyTask and deleteTask each hold it throughout: only one of them runs at a time in a process.
+/// Held by createTask, modifyTask and deleteTask from start to end, so only one of them runs at a time in a process.
 extern std::mutex gMutex;
 
 /// Runs `command` through the shell and writes its standard output to the file `path`, which is created or truncated
@@ -16,25 +16,25 @@ bool executeCommand(const char* command, const char* path);
 
 /// The task store, and the crontabs that start its tasks.
 ///
-/// Hold an orv::PassLock around each operation that reads or installs crontabs: none takes it, and all editors on the
-/// machine share the scratch files "crontemp.txt" and "temp2.txt" in tempPath. An editor belongs to one thread;
+/// Hold an orv::PassLock around each operation that reads or installs crontabs: none of them takes it, and all editors
+/// on the machine share the scratch files "crontemp.txt" and "temp2.txt" in tempPath. An editor belongs to one thread;
 /// getInstance() gives each thread its own.
 ///
 /// Crontabs are read and installed by /usr/bin/crontab, through the shell. Its exit status is ignored: a crontab that
 /// it rejects stays unchanged, and no error is reported. Only the super-user can edit another user's crontab.
 ///
-/// A pass is cleanCron(), putCronFromDB() or refreshCron(). It edits the crontab of each owner, a user who owns tasks,
-/// in the store's order: it copies the crontab to "crontemp.txt", changes it, installs it and removes the scratch
-/// files. It returns true, or throws SqliteException as the store does; the owners after that one are then not edited,
-/// and the scratch files stay.
+/// A pass is cleanCron(), putCronFromDB() or refreshCron(). It goes through the users who own tasks, in the order of
+/// userIds(). It copies each crontab to "crontemp.txt", changes it, installs it and removes the scratch files. It
+/// returns true, or throws SqliteException as the store does. If it throws, the crontabs already installed stay, no
+/// other crontab is changed, and the scratch files stay.
 ///
 /// A crontab counts as empty if `crontab` cannot be started or, except in the rebuild, if the copy cannot be created.
-/// It stays unchanged if a scratch file cannot be read or written to its end (a full disk), or if an earlier run's
-/// scratch file, which holds another user's jobs, can be neither removed nor overwritten.
+/// A crontab stays unchanged if a scratch file cannot be read or written to its end (a full disk), or if one that an
+/// earlier run left, perhaps with another user's jobs, can be neither removed nor overwritten.
 class TaskEditor : public TaskInterface {
 public:
     /// This thread's editor, created by the first call; only ReleaseInstance() destroys it. Throws what TaskInterface()
-    /// throws; this thread must not call it again after that, because it would wait for ever.
+    /// throws. After that, do not call it again on this thread: it would wait for ever.
     static TaskEditor* getInstance();
 
     static void ReleaseInstance(); ///< Destroys this thread's editor, if there is one.
@@ -64,8 +64,9 @@ public:
     bool cleanCron();
 
     /// The rebuild: appends a task line for each task with a status of 5 or less, unless its type is 3. Existing lines
-    /// stay, so a second rebuild doubles them. A task that cannot be read gets no line. An owner without an account is
-    /// skipped. So is one without such tasks, or whose tasks cannot be listed; for these "crontemp.txt" is not removed.
+    /// stay, so a second rebuild doubles them. A task that cannot be read gets no line. Users without an account are
+    /// skipped. So are users with no task of status 5 or less, or whose tasks cannot be listed; their "crontemp.txt"
+    /// stays.
     bool putCronFromDB();
 
     /// The refresh: puts each task line on a line of its own, as orv::splitTaskLines does.
@@ -77,11 +78,11 @@ public:
     // throw.
 
     /// Stores `task` as writeDbTask does and returns its id. Writes no crontab line. With `runNow`, it then starts the
-    /// task manager in the background, with the id and, unless `source` is "LocalTask", with `source` as arguments.
-    /// `source` goes into a shell command unchanged: it must come from a trusted caller.
-    /// Three failures are logged and otherwise ignored: a command of more than 1023 characters, which is not run; a
-    /// shell that does not start; and one that returns an error, for a `source` that is not valid shell, say. Because
-    /// of the background, a task manager that is missing or fails is not noticed.
+    /// task manager in the background. The arguments are the id and `source`, or only the id if `source` is
+    /// "LocalTask". `source` goes into a shell command unchanged: it must come from a trusted caller.
+    /// Three failures are logged and otherwise ignored: the command has more than 1023 characters, and so is not run;
+    /// the shell does not start; or the shell returns an error, for instance because `source` is not valid shell. A
+    /// task manager that is missing or fails goes unnoticed, because it runs in the background.
     int createTask(TaskInfo& task, bool runNow, std::string source);
 
     /// Writes `task` as modifyDbTask does. The flag is ignored. The crontab is not changed.
@@ -93,9 +94,9 @@ public:
     bool deleteTask(int id, bool fromDatabase, bool);
 
     /// Deletes the task lines of `taskId` from a crontab, and returns true. orv::dropLinesOfTask says what else is
-    /// lost. If the real user is the super-user, it is the crontab of user `uid`. Else `uid` is ignored, and it is the
-    /// one that readCron() reads: the caller's own. Warning: in a set-user-id program of root's, that is root's
-    /// crontab. Scratch files as in a pass. Takes no lock.
+    /// lost. Uses the scratch files as a pass does. Takes no lock. If the real user is the super-user, the crontab is
+    /// that of user `uid`. Otherwise it is the one that readCron() reads, whatever `uid` is.
+    /// Warning: in a set-user-id-root program that another user starts, that is root's crontab.
     bool deleteCronEntry(int taskId, int uid);
 
 protected:

@@ -10,12 +10,12 @@
 #include <vector>
 
 /// The time-stamp text of `time` (seconds since 1970): the nine fields of the local time from tm_sec to tm_isdst, each
-/// followed by a comma: "5,30,8,16,10,126,1,319,0,". If `time` has no local time, that is logged and the text is "".
+/// followed by a comma: "5,30,8,16,10,126,1,319,0,". If localtime fails for `time`, logs that and returns "".
 std::string convertTmToString(long time);
 
 /// The time of a time-stamp text in seconds since 1970, as mktime computes it from the text's nine fields in the local
-/// time zone; -1 on error. Nothing is checked. A field without digits is 0. If there are less than nine fields, reading
-/// starts again at the beginning of the text. Text after the ninth field is ignored.
+/// time zone; -1 on error. Nothing is checked. A field without digits is 0. If there are fewer than nine fields,
+/// reading starts again at the beginning of the text. Text after the ninth field is ignored.
 time_t convertStringToTm(std::string text);
 
 /// The task store: every query and update of TaskTable.
@@ -51,10 +51,10 @@ public:
     /// The number of tasks of user `uid` with status 5 or less. Throws "TaskTable doesn't exist-2".
     int getNumTaskRecordForUser(int uid);
     int getNumUser(); ///< The number of users that own tasks of any status. Throws "Error in taskType".
-    int* getTaskIdArray(); ///< Ids that getNumTaskRecord() counts. Throws "TaskTable not found".
-    int* getTaskIdArray(int type); ///< Ids that getNumTaskRecord(type) counts. Throws "Error in taskType".
-    int* getTaskIdArrayForUser(int uid); ///< Ids that getNumTaskRecordForUser(uid) counts. Throws "Error in taskType".
-    int* getNumUserArray(); ///< Ids that getNumUser() counts. Throws "Error in reading values".
+    int* getTaskIdArray(); ///< Ids of the tasks that getNumTaskRecord() counts. Throws "TaskTable not found".
+    int* getTaskIdArray(int type); ///< The same for getNumTaskRecord(type). Throws "Error in taskType".
+    int* getTaskIdArrayForUser(int uid); ///< The same for getNumTaskRecordForUser(uid). Throws "Error in taskType".
+    int* getNumUserArray(); ///< Ids of the users that getNumUser() counts. Throws "Error in reading values".
     IdList taskIds(); ///< As getTaskIdArray(), with its length.
     IdList taskIdsForUser(int uid); ///< As getTaskIdArrayForUser(uid), with its length.
     IdList userIds(); ///< As getNumUserArray(), with its length.
@@ -64,7 +64,7 @@ public:
     /// Reads the task `id` into a new TaskInfo and returns true. The caller owns `*out` and its two property lists;
     /// orv::OwnedTask(*out) releases all three. `parameter` and `result` are mutable copies, or null if the column is
     /// not a property list (for `result`, a dictionary). Throws "Error in querying table". If there is no such task,
-    /// throws "Database: taskId not found", with code 0 and not 401. If it throws, `*out` is unchanged.
+    /// throws "Database: taskId not found", with code 0, not 401. If it throws, `*out` is unchanged.
     bool getTaskInfoObject(int id, TaskInfo** out);
 
     /// As getTaskInfoObject, with an owner that releases the task and its two property lists.

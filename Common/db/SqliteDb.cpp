@@ -24,7 +24,7 @@ constexpr int busyWaitMilliseconds = 5000;
 constexpr int staticPages = 16;
 constexpr int staticPageSize = 4096 + 512; // a page of the default size and SQLite's header
 
-// Only SQLite's message tells that the table exists. Asking first would cost a statement at every start, and another
+// Only SQLite's message says that the table exists. Asking first would cost a statement at every start, and another
 // program could create the table in between.
 bool tableExistsAlready(sqlite3* connection, int resultCode)
 {

@@ -15,7 +15,7 @@ enum SqliteDataType : std::int32_t {
     sqliteDataBlob = 1,
 };
 
-/// One value for a "?" placeholder of a write statement. The caller owns the bytes and keeps them until it has run.
+/// One value for a "?" placeholder of a write statement. The caller frees the bytes after the statement has run.
 struct SqliteDataContainer {
     SqliteDataType type;
     void* data;
@@ -42,8 +42,8 @@ public:
     /// later it has no effect. The library never calls it: only the program knows its threads.
     static void setUpForOneThread();
 
-    /// Opens the file at `path`; SQLite creates it when it first needs it. `flag` is ignored. If the file cannot be
-    /// opened, nothing is thrown, but every later read and write returns false, with lastError set.
+    /// Opens the file at `path`; SQLite creates a missing file at the first use. `flag` is ignored. If the file cannot
+    /// be opened, nothing is thrown, but every later read and write returns false, with lastError set.
     SqliteDb(const char* path, bool flag);
 
     /// As above, then runs `createSql`, a CREATE TABLE statement; it does not matter if the table already exists.
@@ -56,8 +56,8 @@ public:
     virtual ~SqliteDb(); ///< Closes the connection.
 
     /// Runs the read statement `sql` and keeps all of its rows. Other connections can write as soon as it returns. No
-    /// row is current yet. Returns false on any error, with lastError set and no rows. It is true even if there are no
-    /// rows.
+    /// row is current yet. Returns true even if there are none. On any error, returns false with no rows, and
+    /// sets lastError.
     bool doReadSql(const char* sql);
 
     /// Makes the next row current; after doReadSql, the first one. Returns false if there is none.
@@ -89,7 +89,7 @@ public:
     /// blob, never NULL, whatever the pointer.
     bool doWriteSql(const char* sql, std::vector<SqliteDataContainer>& values);
 
-    /// SQLite's primary result code of the last statement that failed; 0 if none has.
+    /// SQLite's primary result code of the last failure to open the file or run a statement; 0 if there was none.
     std::int32_t lastError = 0;
 
     /// SQLite's message for a code in lastError or a SqliteException: "attempt to write a readonly database" for 8.
