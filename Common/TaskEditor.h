@@ -65,8 +65,7 @@ public:
 
     /// The rebuild: appends a task line for each task with a status of 5 or less, unless its type is 3. Existing lines
     /// stay, so a second rebuild doubles them. A task that cannot be read gets no line. Users without an account are
-    /// skipped. So are users with no task of status 5 or less, or whose tasks cannot be listed; their "crontemp.txt"
-    /// stays.
+    /// skipped. So are those with no task of status 5 or less, or whose tasks cannot be listed; "crontemp.txt" stays.
     bool putCronFromDB();
 
     /// The refresh: puts each task line on a line of its own, as orv::splitTaskLines does.
