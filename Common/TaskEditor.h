@@ -42,9 +42,9 @@ public:
 
     // Crontab I/O.
 
-    /// Copies a crontab to "crontemp.txt" in tempPath and returns that path: root's crontab if the effective user is
-    /// the super-user, else the caller's own. No error is reported: if the command does not start or the file cannot be
-    /// opened, an earlier copy stays. The caller removes the file.
+    /// Copies a crontab to "crontemp.txt" in tempPath and returns that path. The crontab is root's if the effective
+    /// user is the super-user, else the caller's own. No error is reported: if the command does not start or the file
+    /// cannot be opened, an earlier copy stays. The caller removes the file.
     std::string readCron();
 
     /// As readCron(), for the crontab of user `uid`. Runs nothing if `uid` has no account.
