@@ -73,8 +73,7 @@ public:
     /// first task line makes the refresh throw "Database: taskId not found", and that crontab stays unchanged.
     bool refreshCron();
 
-    // Operations on one task. createTask, modifyTask and deleteTask hold gMutex throughout, and release it if they
-    // throw.
+    // Operations on one task. createTask, modifyTask and deleteTask hold gMutex, and release it if they throw.
 
     /// Stores `task` as writeDbTask does and returns its id. Writes no crontab line. With `runNow`, it then starts the
     /// task manager in the background. The arguments are the id and `source`, or only the id if `source` is
