@@ -69,7 +69,6 @@ private:
     static constexpr auto notReached = "the rebuild ends before it";
     static constexpr auto cannotList = "its owner's tasks cannot be listed";
 
-
     void lookAtTasks(Owner& owner)
     {
         int count = 0;
