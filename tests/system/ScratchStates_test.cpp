@@ -1,15 +1,18 @@
 #include "SystemTest.h"
 
 #include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
 #include <ostream>
 #include <stdexcept>
 #include <string>
+#include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
+#include <unistd.h>
 #include <vector>
 
 // What a run does in a scratch directory that holds somebody else's jobs, in files of every type and state.
@@ -261,6 +264,24 @@ TEST_F(ScratchStates, FilesOfAnEarlierRunAreReplacedWhenNoInodeIsLeft)
     makeFile(filteredCopy);
     clean();
     expectCleaned();
+}
+
+TEST_F(ScratchStates, WithFewDescriptorsTheFilesOfAnotherRunStay)
+{
+    const int otherRun = open(scratchDirectory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    ASSERT_EQ(0, flock(otherRun, LOCK_EX));
+    for (const char* const argument : {"", " rebuild"}) {
+        for (int limit = 3; limit <= 8; ++limit) {
+            makeFile(crontabCopy);
+            makeFile(filteredCopy);
+            // It ends because it cannot open what it needs, or waits for the lock until it is ended.
+            runProgram(
+                {"/bin/sh", "-c", "ulimit -n " + std::to_string(limit) + "; exec timeout 0.3 " + program + argument});
+            EXPECT_EQ(strangersJob, readFile(crontabCopy)) << limit << argument;
+            EXPECT_EQ(strangersJob, readFile(filteredCopy)) << limit << argument;
+        }
+    }
+    close(otherRun);
 }
 
 TEST_F(ScratchStates, WithFewDescriptorsACrontabHoldsNothingButItsOwnersLines)
