@@ -17,6 +17,13 @@ using namespace support;
 
 namespace {
 
+// What the compiler is told besides, for the C++ library of this build.
+#ifdef _LIBCPP_VERSION
+const std::string sameLibrary = "-stdlib=libc++ ";
+#else
+const std::string sameLibrary;
+#endif
+
 const std::string productsDirectories = "Kestrelcore/ 755\nKestrelcore/var/ 755\nKestrelcore/var/tmp/ 700\n";
 const std::string stage = testDirectory + "stage";
 const std::string prefix = testDirectory + "prefix";
@@ -192,11 +199,7 @@ TEST_F(Install, InstallsProgramsThatRun)
 
 TEST_F(Install, InstallsHardenedProgramsAndLibraries)
 {
-#ifdef _LIBCPP_VERSION
-    const bool loadsCxxRuntime = true;
-#else
-    const bool loadsCxxRuntime = *ORV_SANITIZE != '\0';
-#endif
+    const bool loadsCxxRuntime = *ORV_SANITIZE != '\0' || !sameLibrary.empty();
     install();
     for (const std::string name : {"OrvCronCleaner", "crontab_preview"}) {
         const std::string program = run({ORV_READELF, "-hldW", prefix + "/sbin/" + name});
@@ -290,7 +293,9 @@ protected:
     {
         run({ORV_CMAKE, "-S", source, "-B", build, "-G", ORV_GENERATOR, sameCompiler,
             "-DCMAKE_NO_SYSTEM_FROM_IMPORTED=ON",
-            "-DCMAKE_CXX_FLAGS=-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wformat=2 -Werror " + flags, where});
+            "-DCMAKE_CXX_FLAGS=" + sameLibrary + "-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wformat=2 -Werror "
+                + flags,
+            where});
         run({ORV_CMAKE, "--build", build});
     }
 
@@ -354,7 +359,7 @@ TEST_F(Consumer, BuildsTheGuidesProgramWithPkgConfigAlone)
             + "int main() { return createScanOfFolder(CFSTR(\"/home\"), 501) == 1 && folderOf(1) == \"/home\" ? 0 : 1; "
               "}");
     run({"/bin/sh", "-c",
-            std::string(ORV_COMPILER) + " -std=c++17 -o " + testDirectory + "guide " + source
+            ORV_COMPILER " " + sameLibrary + "-std=c++17 -o " + testDirectory + "guide " + source
                 + " $(pkg-config --cflags --libs 'OrvScheduling >= 1.1')"},
         {"PKG_CONFIG_PATH=" + prefix + "/" ORV_LIBDIR "/pkgconfig"});
     fs::create_directories(scratchDirectory);

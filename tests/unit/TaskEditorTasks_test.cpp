@@ -138,7 +138,7 @@ TEST_F(CreateTaskTest, RunsACommandOf1023Characters)
 TEST_F(CreateTaskTest, DoesNotRunALongerCommandButLogsItsFirst1023CharactersAndReturnsTheId)
 {
     int id = 0;
-    for (const std::size_t size : {1024, 100000}) {
+    for (const std::size_t size : {std::size_t{1024}, std::size_t{100000}}) {
         const std::string source(size - starting(1, "  &").size(), 's');
         EXPECT_EQ(++id, create(true, source));
         const std::string command = starting(id, " " + source + " &");
