@@ -28,9 +28,9 @@ bool executeCommand(const char* command, const char* path);
 /// returns true, or throws SqliteException as the store does. If it throws, the crontabs already installed stay, no
 /// other crontab is changed, and the scratch files stay.
 ///
-/// A crontab counts as empty if `crontab` cannot be started or, except in the rebuild, if the copy cannot be created.
-/// A crontab stays unchanged if a scratch file cannot be read or written to its end (a full disk), or if one that an
-/// earlier run left, perhaps with another user's jobs, can be neither removed nor overwritten.
+/// A crontab counts as empty if `crontab` cannot be started or the copy cannot be created. It stays unchanged if a
+/// scratch file cannot be read or written to its end (a full disk), if a rebuild can then not create the copy either,
+/// or if one that an earlier run left, perhaps with another user's jobs, can be neither removed nor overwritten.
 class TaskEditor : public TaskInterface {
 public:
     /// This thread's editor, created by the first call; only ReleaseInstance() destroys it. Throws what TaskInterface()

@@ -97,9 +97,7 @@ public:
     bool modifyDbTask(TaskInfo& task);
 
     bool deleteDbTask(int id); ///< Deletes the task `id`; true even if there is none. Throws "Deletion failed".
-
-    /// Deletes all tasks and returns true. Their ids are not used again. Throws "Deletion failed".
-    bool clearDatabase();
+    bool clearDatabase(); ///< Deletes all tasks; returns true. Their ids are not used again. Throws "Deletion failed".
 
     /// If there are more than 40 tasks, deletes those of status 3 or 5, in SQLite's row order, until 40 are left. Tasks
     /// of other statuses are never deleted, so more than 40 can remain. True even if the tasks cannot be read; false if
@@ -125,7 +123,7 @@ public:
         std::vector<SqliteDataContainer>& values, void* data, unsigned long length, SqliteDataType type, int index);
 
 private:
-    // Nothing reads these two. They are part of the layout that programs built earlier rely on.
+    // Nothing reads these two. They are part of the promised layout.
     std::string m_databasePath;
     std::string m_secondText;
 };
