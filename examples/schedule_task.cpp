@@ -42,7 +42,7 @@ int toUid(const std::string& name)
     if (const passwd* account = getpwnam(name.c_str()))
         return static_cast<int>(account->pw_uid);
     return name.find_first_not_of("0123456789") == std::string::npos ? toNumber(name)
-                                                                     : throw UsageError("there is no account " + name);
+                                                                     : throw UsageError("no such user: " + name);
 }
 
 // The library puts it into SQL and into a crontab unchanged, so it must be nothing but a schedule.

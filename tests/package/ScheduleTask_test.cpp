@@ -325,7 +325,7 @@ const std::vector<Mistake> mistakes = {
     {{"delete", "2"}, "there is no task 2", 1},
     {{"modify", "2", "--status", "1"}, "there is no task 2", 1},
     {{"record", "2"}, "there is no task 2", 1},
-    {{"create", "--user", "dora"}, "there is no account dora" + seeHelp},
+    {{"create", "--user", "dora"}, "no such user: dora" + seeHelp},
     {{"create", "--type", "0"}, "there is no type 0: it is a number from 1 to 6" + seeHelp},
     {{"create", "--type", "7"}, "there is no type 7: it is a number from 1 to 6" + seeHelp},
     {{"modify", "1", "--type", "7"}, "there is no type 7: it is a number from 1 to 6" + seeHelp},
