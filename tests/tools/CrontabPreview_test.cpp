@@ -313,7 +313,6 @@ TEST_F(CrontabPreviewDetails, TellOfShortLastLines)
     EXPECT_EQ("line 1 is last and loses its line end\n  #a\n"
               "line 3, a job, is lost: it is below line 2, which is empty\n  0 4 * * * /bin/own\n",
         details("#a\n\n" + own));
-    EXPECT_TRUE(contains(details(own + "#\n", "update"), "a comment, has no line end: the line of task 1 joins it"));
 }
 
 TEST_F(CrontabPreviewDetails, TellOfZeroBytes)
@@ -335,6 +334,29 @@ TEST_F(CrontabPreviewDetails, TellWhatATaskLineJoins)
         "line 2, a setting" + joins + ", and that task does not run\n  A=b" + line, details(own + "A=b", "rebuild"));
     EXPECT_TRUE(contains(output({"rebuild"}), "anna  1 setting changes; task 1 does not run"));
     EXPECT_EQ("line 1, a blank line" + joins + "\n   " + line, details(" ", "rebuild"));
+}
+
+TEST_F(CrontabPreviewDetails, NumberTheLinesOfAnUpdateAsInTheUsersOwnCrontab)
+{
+    const std::string gone = taskLine(12, "9 * * * *");
+    const std::string joins = "the line of task 1 joins it, and that task does not run\n  ";
+    EXPECT_EQ("line 5 is last and loses its line end\n  #\n"
+              "line 5, a comment, has no line end: "
+            + joins + "#" + taskLine(1),
+        details(own + gone + gone + own + "#\n", "update"));
+    EXPECT_EQ("lines 3 to 5 are last and become one without a line end\n  A=#\n"
+              "lines 3 to 5 are one now, with no line end: "
+            + joins + "A=#" + taskLine(1),
+        details(gone + own + "A=\n" + gone + "#\n", "update"));
+}
+
+TEST_F(CrontabPreviewDetails, TellOfATaskLineThatACleanPutsTogether)
+{
+    const std::string line = taskLine(1);
+    const std::size_t inPath = line.find("/usr") + 2;
+    const std::string parts = "0 \n3 \n* \n* \n* \n/u\n" + line.substr(inPath);
+    EXPECT_TRUE(contains(details(taskLine(12) + parts, "update"),
+        "line 8 already starts a task, and stays beside the task's new line\n  " + line));
 }
 
 TEST_F(CrontabPreviewDetails, TellOfLinesThatStartATaskAlready)

@@ -114,6 +114,12 @@ void extend(Event& range, const Event& event)
         ++range.notShown;
 }
 
+// The lines of the user's crontab that have become one line of a text.
+struct Origin {
+    std::size_t first; // number of the first one, from 1
+    std::size_t last;
+};
+
 // Goes through a crontab line by line, as a clean does, and records what happens to the user's own lines.
 class CleanedCrontab {
 public:
@@ -129,6 +135,7 @@ public:
 
     std::vector<Event> events;
     Fates lines;
+    std::vector<Origin> origins; // of each line that the clean leaves
 
 private:
     struct Piece {
@@ -198,6 +205,7 @@ private:
             if (isOwn(piece.kind) && !piece.counted)
                 ++lines[{piece.kind, fateWhenJoined(piece.kind, piece.text, joined)}];
         const Piece last = m_pieces.back();
+        origins.push_back({m_pieces.front().number, last.number});
         if (!lineEnd)
             add({m_pieces.front().number, last.number, Fate::kept, {}, "is last and loses its line end",
                 "are last and become one without a line end", {joined}});
@@ -242,7 +250,7 @@ public:
     {
         m_run.after = owner.crontab.text;
         m_run.taskLinesBefore = countTaskLines(owner.crontab.text);
-        countAllAsKept();
+        startWithAllKept();
     }
 
     void clean()
@@ -255,6 +263,7 @@ public:
         CleanedCrontab crontab(m_owner.crontab.text);
         m_run.events = std::move(crontab.events);
         m_run.lines = std::move(crontab.lines);
+        m_origins = std::move(crontab.origins);
     }
 
     void rebuild()
@@ -285,11 +294,13 @@ public:
     }
 
 private:
-    void countAllAsKept()
+    void startWithAllKept()
     {
-        for (const std::string& line : linesOf(m_owner.crontab.text))
+        for (const std::string& line : linesOf(m_owner.crontab.text)) {
+            m_origins.push_back({m_origins.size() + 1, m_origins.size() + 1});
             if (const Kind kind = kindOf(withoutLineEnd(line)); isOwn(kind))
                 ++m_run.lines[{kind, Fate::kept}];
+        }
     }
 
     // A line of this kind that was counted as kept changes. Lines that are not the user's own are never counted.
@@ -362,10 +373,11 @@ private:
         const bool spoilt = kind != Kind::blank;
         if (kind != Kind::comment)
             countAsChanged(kind);
-        m_run.events.push_back({lines.size(), lines.size(), spoilt ? Fate::changed : Fate::kept, {},
-            std::string(nameOf(kind)) + ", has no line end: the line of task " + std::to_string(first->id) + " joins it"
-                + (spoilt ? ", and that task does not run" : ""),
-            "", {joined}});
+        const Origin origin = m_origins.back();
+        const std::string what = "no line end: the line of task " + std::to_string(first->id) + " joins it"
+            + (spoilt ? ", and that task does not run" : "");
+        m_run.events.push_back({origin.first, origin.last, spoilt ? Fate::changed : Fate::kept, {},
+            std::string(nameOf(kind)) + ", has " + what, "are one now, with " + what, {joined}});
         if (spoilt)
             m_run.warnings.push_back("task " + std::to_string(first->id) + " does not run");
     }
@@ -377,13 +389,13 @@ private:
             if (!task.line.empty())
                 appended.insert(task.id);
         std::set<int> doubled;
-        std::size_t number = 0;
+        std::size_t index = 0;
         for (const std::string& line : linesOf(base)) {
-            ++number;
+            const Origin origin = m_origins.at(index++);
             const std::optional<int> id = startedTask(withoutLineEnd(line));
             if (!id || appended.count(*id) == 0)
                 continue;
-            addDoubled(number, withoutLineEnd(line));
+            addDoubled(origin.last, withoutLineEnd(line));
             doubled.insert(*id);
         }
         m_run.startedTwice = doubled.size();
@@ -435,6 +447,7 @@ private:
 
     const Owner& m_owner;
     const CrontabCheck& m_check;
+    std::vector<Origin> m_origins; ///< of each line before the rebuild appends its own
     std::size_t m_firstTaskLine = 0; ///< number of the first line that the rebuild appends
     Run m_run;
 };
