@@ -726,8 +726,8 @@ TEST_F(CrontabPreview, CreatesNoDatabaseAndNoTable)
 TEST_F(CrontabPreview, SaysWhenTheDatabaseCannotBeRead)
 {
     writeFile(databasePath, "this is no database, but long enough to look like one: " + std::string(100, '-'));
-    EXPECT_EQ(
-        "crontab_preview: " + databasePath + ": the task database cannot be read (26)\n", errorsOf(preview({"clean"})));
+    EXPECT_EQ("crontab_preview: " + databasePath + ": the task database cannot be read: file is not a database (26)\n",
+        errorsOf(preview({"clean"})));
 }
 
 TEST_F(CrontabPreview, SaysWhenDiffFails)

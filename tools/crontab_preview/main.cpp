@@ -6,6 +6,7 @@
 #include "Owners.h"
 #include "Report.h"
 #include "Run.h"
+#include "SqliteDb.h"
 #include "TerminalText.h"
 
 #include <algorithm>
@@ -219,7 +220,9 @@ int main(int argc, char** argv)
     } catch (const UsageError& error) {
         return fail(std::string(error.what()) + (*error.what() == '\0' ? "" : "; ") + "see crontab_preview --help", 2);
     } catch (SqliteException& error) {
-        return fail(databaseName + ": " + error.getMessage() + " (" + std::to_string(error.getErrorCode()) + ")", 1);
+        return fail(databaseName + ": " + error.getMessage() + ": " + SqliteDb::resultText(error.getErrorCode()) + " ("
+                + std::to_string(error.getErrorCode()) + ")",
+            1);
     } catch (const std::exception& error) {
         return fail(error.what(), 1);
     }
