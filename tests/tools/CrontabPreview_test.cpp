@@ -395,6 +395,8 @@ TEST_F(CrontabPreviewDetails, TellOfControlCharactersThatCrontabListsAsOthers)
     EXPECT_FALSE(contains(output({"clean", "anna"}), "control characters"));
 }
 
+const std::string usageFile = "/usr/local/private-world/crontab/usage";
+
 TEST_F(CrontabPreviewDetails, TellWhenCrontabCannotList)
 {
     setCrontab("anna", own);
@@ -404,6 +406,69 @@ TEST_F(CrontabPreviewDetails, TellWhenCrontabCannotList)
         << output({"clean"});
     onCrontabCall("");
     runPass("rebuild");
+}
+
+constexpr auto listingFails = "[ $operation != list ] || { echo 'broken, badly' >&2; exit 1; }";
+constexpr auto listingIsCut
+    = R"([ $operation != list ] || { head -n 2 "$state/tabs/$user"; echo broken >&2; exit 1; })";
+
+TEST_F(CrontabPreviewDetails, TellThatLinesMayBeLostWhenCrontabCannotList)
+{
+    setCrontab("anna", own + own + own);
+    for (const char* const listing : {listingFails, listingIsCut}) {
+        onCrontabCall(listing);
+        for (const char* const command : {"clean", "rebuild", "update"}) {
+            const ProgramEnd end = preview({command, "--exit-code"});
+            EXPECT_EQ(4, end.status);
+            EXPECT_TRUE(contains(end.output,
+                " would change 1 of 1 crontab; lines that crontab -l does not print may be lost; task lines 0 -> "))
+                << end.output;
+        }
+    }
+    setCrontab("anna", "\n" + own + own);
+    EXPECT_TRUE(contains(output({"clean"}),
+        "; lost: 1 of 1 job; lines that crontab -l does not print may be lost; task lines 0 -> 0.\n"));
+}
+
+TEST_F(CrontabPreviewDetails, TellThatNoLineIsLostWhenCrontabWouldRefuseTheResult)
+{
+    writeFile(usageFile, " -T <file>  test a crontab file syntax\n");
+    onCrontabCall("[ $operation = install ] || { echo broken >&2; exit 1; }");
+    const ProgramEnd end = preview({"clean", "--exit-code"});
+    EXPECT_EQ(0, end.status);
+    EXPECT_TRUE(contains(end.output, "A clean would change 0 of 1 crontab; no line is lost;")) << end.output;
+}
+
+TEST_F(CrontabPreviewDetails, SaveNothingWhenACrontabCannotBeListed)
+{
+    addTask({2, ben});
+    setCrontab("anna", own);
+    setCrontab("ben", own + own + own);
+    const std::string directory = testDirectory + "saved";
+    for (const auto& [listing, reason] :
+        std::map<std::string, std::string>{{listingFails, "broken, badly"}, {listingIsCut, "broken"}}) {
+        onCrontabCall("[ $user = anna ] || " + listing);
+        EXPECT_EQ("crontab_preview: cannot save the crontab of ben: crontab -l fails: " + reason + "\n",
+            errorsOf(preview({"clean", "--save", directory})));
+        EXPECT_FALSE(std::filesystem::exists(directory));
+    }
+    output({"clean", "--save", directory, "anna"});
+    EXPECT_EQ(own, readFile(directory + "/anna"));
+}
+
+TEST_F(CrontabPreviewDetails, TakeAMissingCrontabForNoFailure)
+{
+    for (const std::string words : {"no crontab for anna", "bcrontab: Fatal: Crontab does not exist",
+             "crontab: can't open 'anna': No such file or directory"}) {
+        onCrontabCall("[ $operation != list ] || { echo \"" + words + "\" >&2; exit 1; }");
+        EXPECT_TRUE(contains(output({"clean", "--save", testDirectory}), "\nSaved 0 crontabs in "));
+        EXPECT_TRUE(contains(output({"clean"}), " would change 1 of 1 crontab; no line is lost;"));
+        EXPECT_EQ(3, preview({"clean", "--exit-code"}).status);
+        onCrontabCall("[ $operation != list ] || { echo '# mine'; echo \"" + words + "\" >&2; exit 1; }");
+        EXPECT_EQ(4, preview({"clean", "--exit-code"}).status);
+    }
+    onCrontabCall("[ $operation != list ] || { echo '/var/spool/cron: No such file or directory' >&2; exit 1; }");
+    EXPECT_EQ(4, preview({"clean", "--exit-code"}).status);
 }
 
 TEST_F(CrontabPreviewDetails, TellWhoMayNotUseCron)
@@ -416,13 +481,12 @@ TEST_F(CrontabPreviewDetails, TellWhoMayNotUseCron)
         for (const char* const command : {"clean", "rebuild", "update"})
             EXPECT_EQ(0U, output({command}).find(kept)) << output({command});
         EXPECT_EQ(0, preview({"update", "--exit-code"}).status);
+        EXPECT_TRUE(contains(output({"clean", "--save", testDirectory}), "\nSaved 0 crontabs in "));
         runPass("update");
     }
     onCrontabCall("");
     EXPECT_EQ(own, crontabOf("anna"));
 }
-
-const std::string usageFile = "/usr/local/private-world/crontab/usage";
 
 TEST_F(CrontabPreviewDetails, SayOnceThatCrontabCannotCheckAFile)
 {

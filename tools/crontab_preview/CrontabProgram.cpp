@@ -110,7 +110,11 @@ Listing listCrontab(const std::string& account)
         return listing;
     const std::string said = runShell(crontabOf(account) + " -l 2>&1 >/dev/null").output;
     listing.forbidden = mentions(said, "cannot use this program") || mentions(said, "not allowed to use this program");
-    if (!listing.forbidden && !mentions(said, "no crontab for") && !mentions(said, "No such file"))
+    // The second text is bcron's, the third busybox's.
+    const bool missing = !listing.exists
+        && (mentions(said, "no crontab for") || mentions(said, "Crontab does not exist")
+            || mentions(said, "can't open '" + account + "': No such file"));
+    if (!listing.forbidden && !missing)
         listing.failure = said.empty() ? "it says nothing" : withoutLineEnd(linesOf(said).front());
     return listing;
 }

@@ -153,6 +153,12 @@ std::string twice(std::size_t tasks)
     return count(tasks, "task") + (tasks == 1 ? " starts" : " start") + " twice";
 }
 
+// Whether the run takes what `crontab -l` printed before it failed for the whole crontab.
+bool replacesUnlisted(const OwnersRun& of)
+{
+    return of.run.installs && !of.owner.crontab.failure.empty();
+}
+
 std::string summary(const OwnersRun& of, const std::vector<Kind>& kinds)
 {
     const Run& run = of.run;
@@ -299,7 +305,9 @@ void writeSums(Writer& out, const std::vector<OwnersRun>& all, Command command)
         for (const auto& [kindAndFate, number] : of.run.lines)
             lines[kindAndFate] += number;
     }
-    const std::string fates = fatesOf(lines, allKinds, "lost: ");
+    std::string fates = fatesOf(lines, allKinds, "lost: ");
+    if (std::any_of(all.begin(), all.end(), replacesUnlisted))
+        fates += std::string(fates.empty() ? "" : "; ") + "lines that crontab -l does not print may be lost";
     out.prose(std::string(command == Command::update ? "An " : "A ") + nameOf(command) + " would change "
             + grouped(changed) + " of " + count(all.size(), "crontab") + "; "
             + (fates.empty() ? "no line is lost" : fates) + "; " + (startedTwice > 0 ? twice(startedTwice) + "; " : "")
@@ -317,12 +325,14 @@ std::string nameOf(Command command)
 bool changes(const OwnersRun& of)
 {
     const Listing& crontab = of.owner.crontab;
-    return of.run.installs && (!crontab.exists || of.run.after != crontab.text || crontab.stored != crontab.text);
+    return replacesUnlisted(of)
+        || (of.run.installs && (!crontab.exists || of.run.after != crontab.text || crontab.stored != crontab.text));
 }
 
-bool losesLines(const Run& run)
+bool mayLoseLines(const OwnersRun& of)
 {
-    return std::any_of(allKinds.begin(), allKinds.end(), [&](Kind kind) { return harmed(run.lines, kind) > 0; });
+    return replacesUnlisted(of)
+        || std::any_of(allKinds.begin(), allKinds.end(), [&](Kind kind) { return harmed(of.run.lines, kind) > 0; });
 }
 
 std::string diffOf(const OwnersRun& of, Command command)

@@ -12,11 +12,12 @@ struct OwnersRun {
     Run run;
 };
 
-/// Whether the run changes the crontab.
+/// Whether the run changes the crontab. True, too, if it installs one in place of one that could not be listed.
 bool changes(const OwnersRun& of);
 
-/// Whether a line that is not the product's is lost, cut, turned into a comment or changed.
-bool losesLines(const Run& run);
+/// Whether a line that is not the product's is lost, cut, turned into a comment or changed, or may be, because
+/// crontab could not list it.
+bool mayLoseLines(const OwnersRun& of);
 
 /// The change to the listed crontab, as a diff for patch(1); "" if there is none.
 std::string diffOf(const OwnersRun& of, Command command);

@@ -39,7 +39,7 @@ constexpr auto help = R"(crontab_preview: shows what OrvCronCleaner would do to 
   --all         show the details of all owners, not only of each USER
   --diff        show only the difference, for patch(1)
   --exit-code   exit with 0 if no crontab changes, with 4 if a line that is not
-                the product's is lost or changed, and with 3 otherwise
+                the product's is or may be lost or changed, else with 3
   --save DIR    copy each crontab as it is now to DIR/USER
   --help        show this text
 
@@ -153,6 +153,10 @@ void saveFile(const std::string& path, const std::string& text)
 // Saves the crontabs of those who have one, and returns the message about it.
 std::string saveAll(const std::vector<Owner>& owners, const std::string& directory)
 {
+    for (const Owner& owner : owners)
+        if (!owner.crontab.failure.empty())
+            throw std::runtime_error("cannot save the crontab of " + *owner.account
+                + ": crontab -l fails: " + visible(owner.crontab.failure));
     struct stat state { };
     if (mkdir(directory.c_str(), 0700) != 0 && errno != EEXIST)
         throw cannotSave(directory);
@@ -178,7 +182,7 @@ void show(const std::string& text)
 
 int exitStatus(const std::vector<OwnersRun>& runs)
 {
-    if (std::any_of(runs.begin(), runs.end(), [](const OwnersRun& of) { return losesLines(of.run); }))
+    if (std::any_of(runs.begin(), runs.end(), mayLoseLines))
         return 4;
     return std::any_of(runs.begin(), runs.end(), changes) ? 3 : 0;
 }
