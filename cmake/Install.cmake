@@ -62,6 +62,7 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/OrvSchedulingConfigVersio
 install(FILES
   ${PROJECT_BINARY_DIR}/OrvSchedulingConfig.cmake
   ${PROJECT_BINARY_DIR}/OrvSchedulingConfigVersion.cmake
+  cmake/SqliteTarget.cmake
   DESTINATION ${orvPackage})
 if(APPLE)
   install(FILES cmake/SdkSqlite.cmake DESTINATION ${orvPackage})

@@ -109,9 +109,9 @@ std::string installedFiles()
         + "cmake/OrvScheduling/OrvSchedulingConfig.cmake 644\n" + lib
         + "cmake/OrvScheduling/OrvSchedulingConfigVersion.cmake 644\n" + lib
         + "cmake/OrvScheduling/OrvSchedulingTargets-" + config + ".cmake 644\n" + lib
-        + "cmake/OrvScheduling/OrvSchedulingTargets.cmake 644\n" + lib + "libOrvCoreFoundation.a 644\n" + lib
-        + "libOrvLogger.a 644\n" + lib + "libOrvScheduling.a 644\n" + lib + "libkblutils.a 644\n" + lib
-        + "pkgconfig/ 755\n" + lib
+        + "cmake/OrvScheduling/OrvSchedulingTargets.cmake 644\n" + lib + "cmake/OrvScheduling/SqliteTarget.cmake 644\n"
+        + lib + "libOrvCoreFoundation.a 644\n" + lib + "libOrvLogger.a 644\n" + lib + "libOrvScheduling.a 644\n" + lib
+        + "libkblutils.a 644\n" + lib + "pkgconfig/ 755\n" + lib
         + "pkgconfig/OrvScheduling.pc 644\n"
           "sbin/ 755\n"
           "sbin/OrvCronCleaner 755\n"
