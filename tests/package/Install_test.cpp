@@ -203,7 +203,7 @@ TEST_F(Install, InstallsHardenedProgramsAndLibraries)
     install();
     for (const std::string name : {"OrvCronCleaner", "crontab_preview"}) {
         const std::string program = run({ORV_READELF, "-hldW", prefix + "/sbin/" + name});
-        for (const std::string mark : {"Position-Independent Executable", "GNU_RELRO", "BIND_NOW"})
+        for (const std::string mark : {"NOW PIE", "GNU_RELRO", "BIND_NOW"})
             EXPECT_NE(std::string::npos, program.find(mark)) << name << ": " << mark;
         EXPECT_EQ(loadsCxxRuntime, program.find("libstdc++") != std::string::npos) << name;
     }
