@@ -1,7 +1,9 @@
 #include "DatabaseOpenings.h"
 
 #include "PrivateWorld.h"
+#include "Process.h"
 
+#include <cstddef>
 #include <sstream>
 #include <string>
 #include <unistd.h>

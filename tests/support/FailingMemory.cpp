@@ -17,7 +17,6 @@
 #include <sqlite3.h>
 #include <stdexcept>
 #include <string>
-#include <utility>
 
 namespace support {
 
@@ -270,7 +269,8 @@ extern "C" int getpwuid_r(uid_t uid, passwd* entry, char* strings, std::size_t s
 extern "C" void* __cxa_allocate_exception(std::size_t size) noexcept
 {
     static const auto real = theCLibrarys<void*(std::size_t)>("__cxa_allocate_exception");
-    const bool counting = std::exchange(support::gCounting, false);
+    const bool counting = support::gCounting;
+    support::gCounting = false;
     void* const exception = real(size);
     support::gCounting = counting;
     return exception;

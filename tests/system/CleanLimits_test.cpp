@@ -1,6 +1,7 @@
 #include "SystemTest.h"
 
 #include <cstddef>
+#include <gtest/gtest.h>
 #include <ostream>
 #include <string>
 #include <vector>

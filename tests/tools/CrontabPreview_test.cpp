@@ -13,7 +13,6 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <tuple>
-#include <unistd.h>
 #include <vector>
 
 using namespace support;

@@ -1,7 +1,6 @@
 #include "Constants.h"
 
 #include <gtest/gtest.h>
-#include <string>
 
 namespace {
 

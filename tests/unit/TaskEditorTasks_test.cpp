@@ -1,5 +1,6 @@
 #include "TaskEditor.h"
 
+#include <cstddef>
 #include <filesystem>
 #include <mutex>
 #include <string>

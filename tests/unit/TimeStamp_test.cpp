@@ -1,5 +1,6 @@
 #include <climits>
 #include <ctime>
+#include <gtest/gtest.h>
 #include <ostream>
 #include <string>
 #include <thread>
