@@ -51,7 +51,8 @@ void* copyOf(const std::string& bytes)
     void* copy = std::malloc(std::max<std::size_t>(bytes.size(), 1)); // an empty blob has an address too
     if (copy == nullptr)
         throw std::bad_alloc();
-    return std::memcpy(copy, bytes.data(), bytes.size());
+    bytes.copy(static_cast<char*>(copy), bytes.size());
+    return copy;
 }
 
 } // namespace
