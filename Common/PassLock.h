@@ -20,7 +20,7 @@ public:
     /// Whether the commands that the program starts inherit the lock. `hold` is for a program that starts nothing but
     /// crontab commands: a task manager that createTask starts, on any thread, would keep the lock as long as it runs.
     enum class Commands {
-        none, ///< No. A killed program's last crontab command can install a file that another has just written.
+        none, ///< No. A crontab command that outlives its killed program can install another program's scratch file.
         hold, ///< Yes: the lock lasts until they have ended, too.
     };
 

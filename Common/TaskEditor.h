@@ -29,12 +29,12 @@ bool executeCommand(const char* command, const char* path);
 /// other crontab is changed, and the scratch files stay.
 ///
 /// A crontab counts as empty if `crontab` cannot be started or the copy cannot be created. It stays unchanged if a
-/// scratch file cannot be read or written to its end (a full disk), if a rebuild can then not create the copy either,
-/// or if one that an earlier run left, perhaps with another user's jobs, can be neither removed nor overwritten.
+/// scratch file cannot be read or written to its end (a full disk), if a rebuild's second try to create the copy fails,
+/// or if an earlier run's file, perhaps with another user's jobs, can be neither removed nor overwritten.
 class TaskEditor : public TaskInterface {
 public:
     /// This thread's editor, created by the first call; only ReleaseInstance() destroys it. Throws what TaskInterface()
-    /// throws. After that, do not call it again on this thread: it would wait for ever.
+    /// throws. If a call has thrown, do not call it again on this thread: the second call would never return.
     static TaskEditor* getInstance();
 
     static void ReleaseInstance(); ///< Destroys this thread's editor, if there is one.
@@ -65,7 +65,7 @@ public:
 
     /// The rebuild: appends a task line for each task with a status of 5 or less, unless its type is 3. Existing lines
     /// stay, so a second rebuild doubles them. A task that cannot be read gets no line. Users without an account are
-    /// skipped. So are those with no task of status 5 or less, or whose tasks cannot be listed; "crontemp.txt" stays.
+    /// skipped; so are, without removing "crontemp.txt", those with no such task or whose tasks cannot be listed.
     bool putCronFromDB();
 
     /// The refresh: puts each task line on a line of its own, as orv::splitTaskLines does.

@@ -90,10 +90,10 @@ public:
     /// nothing is inserted and the code is 21, SQLite's for misuse.
     int writeDbTask(TaskInfo& task);
 
-    /// Updates the row with the id of `task`; true even if there is none. created and result are not changed, nor is
-    /// parameter if that of `task` is null or not a property list. cronTime goes between double quotes as in an insert,
-    /// but here SQLite reads the name of a column as that column: the cronTime "type" stores the row's type, "1" say.
-    /// Throws "Database: Write failed".
+    /// Updates the row with the id of `task`; true even if there is none. created and result keep their values; so does
+    /// parameter if `task.parameter` is null or not a property list. cronTime goes between double quotes as in an
+    /// insert, but if it is the name of a column, SQLite here stores the value of that column: with the cronTime
+    /// "type", the row's type, say "1". Throws "Database: Write failed".
     bool modifyDbTask(TaskInfo& task);
 
     bool deleteDbTask(int id); ///< Deletes the task `id`; true even if there is none. Throws "Deletion failed".
