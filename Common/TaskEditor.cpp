@@ -54,7 +54,7 @@ enum class Copy {
 enum class Leftover {
     none, // nothing, or something that cannot hold a crontab: a directory, a socket
     file, // a file, which can perhaps be overwritten
-    other, // a link, a pipe or a device: a crontab written there would go elsewhere
+    other, // a link, a file with a second name, a pipe or a device: a crontab written there would go elsewhere
 };
 
 Leftover removeLeftover(const std::string& path)

@@ -36,7 +36,7 @@ struct TaskInfo {
     std::string description;
     TaskType type;
     std::string cronTime; ///< the time fields of a crontab line, or a word such as @daily
-    CFPropertyListRef parameter; ///< the task's settings, or null
+    CFPropertyListRef parameter; ///< the task's settings, or null; the store makes its containers mutable
     /// Outcome of the last run, or null. In a task that the store has read, this dictionary can be changed, but the
     /// containers in it cannot.
     CFMutableDictionaryRef result;

@@ -62,9 +62,9 @@ public:
     // Reading one task.
 
     /// Reads the task `id` into a new TaskInfo and returns true. The caller owns `*out` and its two property lists;
-    /// orv::OwnedTask(*out) releases all three. `parameter` and `result` are mutable copies, or null if the column is
-    /// not a property list (for `result`, a dictionary). Throws "Error in querying table". If there is no such task,
-    /// throws "Database: taskId not found", with code 0, not 401. If it throws, `*out` is unchanged.
+    /// orv::OwnedTask(*out) releases all three. A list is null if its column is not a property list (for `result`, a
+    /// dictionary) or, for `parameter`, has 2^20 objects or more. Throws "Error in querying table". If there is no such
+    /// task, throws "Database: taskId not found", with code 0. If it throws, `*out` is unchanged.
     bool getTaskInfoObject(int id, TaskInfo** out);
 
     /// As getTaskInfoObject, with an owner that releases the task and its two property lists.

@@ -42,7 +42,7 @@ public:
     /// later it has no effect. The library never calls it: only the program knows its threads.
     static void setUpForOneThread();
 
-    /// Opens the file at `path`; SQLite creates a missing file at the first use. `flag` is ignored. If the file cannot
+    /// Opens the file at `path`, and creates it, empty, if it is missing. `flag` is ignored. If the file cannot
     /// be opened, nothing is thrown, but every later read and write returns false, with lastError set.
     SqliteDb(const char* path, bool flag);
 
